@@ -1,0 +1,100 @@
+// Blocks of a column: how values are encoded, described and read back.
+#pragma once
+
+#include <OOCPointCloud/ColumnType.h>
+#include <OOCPointCloud/Export.h>
+#include <OOCPointCloud/Types.h>
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+class OOCPCIDataRepository;
+class OOCPCIInputStream;
+
+namespace oocpc {
+
+/// How a block's values are stored; the numbers are part of the file format.
+enum class BlockEncoding : std::uint8_t {
+  kRaw = 0,              ///< the values as they are
+  kConstant = 1,         ///< one value that all points share
+  kBitPacked = 2,        ///< integers minus the block's minimum, in as few bits as needed
+  kShuffleZstd = 3,      ///< bytes of equal significance together, then zstd
+  kDeltaShuffleZstd = 4, ///< differences of neighbours (integers, bit patterns), then as above
+};
+
+/// One record of a column's block table: 96 bytes, see docs/format.md.
+/// Components not used are zero. Minimum and maximum are the component's value widened to 64 bits:
+/// int64 for signed, uint64 for unsigned integers and string indices, double for floating point,
+/// each as its bit pattern. For floating point they leave NaNs out, and `hasNan` says whether there
+/// were any; a block of NaNs alone has minimum +inf and maximum -inf.
+struct BlockEntry {
+  static constexpr std::size_t kBytes = 96;
+
+  std::uint64_t offsetBytes = 0;   ///< of the stored bytes in the data stream
+  std::uint32_t storedBytes = 0;
+  std::uint32_t valueCount = 0;
+  BlockEncoding encoding = BlockEncoding::kRaw;
+  bool hasNan = false;
+  std::uint32_t dataChecksum = 0;  ///< CRC-32C of the stored bytes
+  std::array<std::uint64_t, 3> minimumBits{};
+  std::array<std::uint64_t, 3> maximumBits{};
+
+  /// Appends the record, its own CRC-32C last.
+  OOCPOINTCLOUD_API void Encode(std::vector<std::uint8_t>& out) const;
+  /// kBadRecord, kUnknownEncoding or kChecksumMismatch leave `out` as it was.
+  [[nodiscard]] OOCPOINTCLOUD_API static HRESULT Decode(const std::uint8_t (&bytes)[kBytes],
+                                                        BlockEntry& out);
+};
+
+/// A block ready to be appended: its stored bytes, and its entry with offsetBytes still 0.
+struct EncodedBlock {
+  BlockEntry entry;
+  std::vector<std::uint8_t> bytes;
+};
+
+/// Encodes `values` (value after value, components interleaved, little-endian; a whole number of
+/// values). Picks the smallest light encoding unless a heavier one is at least a quarter smaller.
+/// Pure: safe from any thread, the same input gives the same bytes.
+[[nodiscard]] OOCPOINTCLOUD_API EncodedBlock EncodeBlock(ColumnType type,
+                                                         std::span<const std::uint8_t> values);
+
+/// Decodes stored bytes into `values` (resized). Checks every length before it is used and the
+/// checksum before anything is decoded. kBadRecord, kChecksumMismatch, kUnknownEncoding.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry,
+                                                    std::span<const std::uint8_t> stored,
+                                                    std::vector<std::uint8_t>& values);
+
+/// Largest number of values a block may state; larger counts from a file are refused.
+inline constexpr std::uint32_t kMaximumBlockValues = 1u << 24;
+
+/// "DEF_COLUMN_<id>" and "DEF_COLUMN_<id>_BLOCKS".
+[[nodiscard]] OOCPOINTCLOUD_API std::string ColumnDataStreamName(std::uint32_t columnId);
+[[nodiscard]] OOCPOINTCLOUD_API std::string ColumnTableStreamName(std::uint32_t columnId);
+
+/// Reads one column block by block through streams of its own. One thread at a time per reader.
+class OOCPOINTCLOUD_API ColumnReader {
+ public:
+  ColumnReader(OOCPCIDataRepository* repository, std::uint32_t columnId, ColumnType type);
+  ~ColumnReader();
+  ColumnReader(const ColumnReader&) = delete;
+  ColumnReader& operator=(const ColumnReader&) = delete;
+
+  /// Blocks in the committed table; opens the streams when needed.
+  [[nodiscard]] HRESULT GetBlockCount(std::uint64_t& count);
+  [[nodiscard]] HRESULT ReadEntry(std::uint64_t blockId, BlockEntry& entry);
+  [[nodiscard]] HRESULT ReadBlock(std::uint64_t blockId, std::vector<std::uint8_t>& values);
+
+ private:
+  [[nodiscard]] HRESULT Open();
+
+  OOCPCIDataRepository* repository_;
+  std::uint32_t columnId_;
+  ColumnType type_;
+  std::unique_ptr<OOCPCIInputStream> data_;
+  std::unique_ptr<OOCPCIInputStream> table_;
+  std::vector<std::uint8_t> scratch_;
+};
+
+}  // namespace oocpc

@@ -1,0 +1,60 @@
+// Writes a repository: appends to its streams, and commits a new catalogue.
+#pragma once
+
+#include <OOCPointCloud/ColumnBlocks.h>
+#include <OOCPointCloud/Export.h>
+#include <OOCPointCloud/OOCPCRepositoryInformation.h>
+#include <OOCPointCloud/OOCPointCloudFileHeader.h>
+#include <OOCPointCloud/StreamStore.h>
+
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+/// Everything that a main stream says, less what the writer itself knows (stream lengths, seal).
+struct OOCPCCatalogue {
+  OOCPointCloudFileHeader header;
+  /// Identity of the repository, 16 bytes.
+  std::array<std::uint8_t, 16> identity{};
+  /// Six doubles: the least and the greatest corner of the octree's root cube, local frame.
+  std::array<double, 6> mortonSeed{};
+  /// Container chunks in the order in which they are written.
+  std::vector<OOCIndexChunk> chunks;
+  /// The writer fills in `streams`, `catalogueBytes` and `catalogueChecksum`.
+  OOCPCRepositoryInformation information;
+};
+
+/// Appends, then commits: nothing that was appended exists for a reader before a Commit, and a
+/// Commit is atomic. One thread at a time. After a failure only destruction is allowed; the last
+/// committed state stays readable.
+class OOCPOINTCLOUD_API OOCPCRepositoryWriter {
+ public:
+  explicit OOCPCRepositoryWriter(std::unique_ptr<OOCPCIStreamStore> store);
+  ~OOCPCRepositoryWriter();
+  OOCPCRepositoryWriter(const OOCPCRepositoryWriter&) = delete;
+  OOCPCRepositoryWriter& operator=(const OOCPCRepositoryWriter&) = delete;
+
+  /// Appends bytes to a stream; `position` receives where they begin.
+  [[nodiscard]] HRESULT Append(const std::string& stream, std::span<const std::uint8_t> bytes,
+                               std::uint64_t& position);
+  /// Appends one block to a column: its bytes to the data stream, its entry to the table.
+  [[nodiscard]] HRESULT AppendBlock(std::uint32_t columnId, const oocpc::EncodedBlock& block);
+  /// Bytes appended to a stream so far.
+  [[nodiscard]] std::uint64_t GetLength(const std::string& stream) const;
+  /// Bytes appended to all streams so far.
+  [[nodiscard]] std::uint64_t GetTotalBytes() const;
+  /// Syncs every stream that grew, then replaces the main stream.
+  [[nodiscard]] HRESULT Commit(const OOCPCCatalogue& catalogue);
+
+ private:
+  std::unique_ptr<OOCPCIStreamStore> store_;
+  std::map<std::string, std::uint64_t> lengths_;
+  std::vector<std::string> unsynced_;
+};
+
+/// The bytes of a main stream: header, identity, seed, chunks, and the information chunk that seals
+/// them. `streams` are the committed lengths.
+[[nodiscard]] OOCPOINTCLOUD_API std::vector<std::uint8_t> OOCPCEncodeMainStream(
+    const OOCPCCatalogue& catalogue, std::vector<OOCPCStreamLength> streams);

@@ -1,0 +1,40 @@
+# Settings that hold for every target of the project.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+
+option(OOCPC_WARNINGS_AS_ERRORS "Stop at the first compiler warning" OFF)
+option(OOCPC_LIBFUZZER "Build the fuzz targets against libFuzzer (needs clang)" OFF)
+set(OOCPC_SANITIZE "" CACHE STRING "Sanitizers for every target, as for -fsanitize=")
+
+add_compile_options(-Wall -Wextra -Wpedantic)
+if(OOCPC_WARNINGS_AS_ERRORS)
+  add_compile_options(-Werror)
+endif()
+
+# Selections must give the same bits in every build: no fused multiply-add behind our back.
+add_compile_options(-ffp-contract=off)
+
+if(OOCPC_SANITIZE)
+  add_compile_options(-fsanitize=${OOCPC_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${OOCPC_SANITIZE})
+  if(OOCPC_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+  if(OOCPC_LIBFUZZER)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+  endif()
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
