@@ -17,11 +17,11 @@ namespace oocpc {
 
 /// How a block's values are stored; the numbers are part of the file format.
 enum class BlockEncoding : std::uint8_t {
-  kRaw = 0,              ///< the values as they are
-  kConstant = 1,         ///< one value that all points share
-  kBitPacked = 2,        ///< integers minus the block's minimum, in as few bits as needed
-  kShuffleZstd = 3,      ///< bytes of equal significance together, then zstd
-  kDeltaShuffleZstd = 4, ///< differences of neighbours (integers, bit patterns), then as above
+  kRaw = 0,               ///< the values as they are
+  kConstant = 1,          ///< one value that all points share
+  kBitPacked = 2,         ///< integers minus the block's minimum, in as few bits as needed
+  kShuffleZstd = 3,       ///< bytes of equal significance together, then zstd
+  kDeltaShuffleZstd = 4,  ///< zigzag differences of neighbours (bit patterns), then as above
 };
 
 /// One record of a column's block table: 96 bytes, see docs/format.md.
@@ -32,7 +32,7 @@ enum class BlockEncoding : std::uint8_t {
 struct BlockEntry {
   static constexpr std::size_t kBytes = 96;
 
-  std::uint64_t offsetBytes = 0;   ///< of the stored bytes in the data stream
+  std::uint64_t offsetBytes = 0;  ///< of the stored bytes in the data stream
   std::uint32_t storedBytes = 0;
   std::uint32_t valueCount = 0;
   BlockEncoding encoding = BlockEncoding::kRaw;
@@ -55,13 +55,15 @@ struct EncodedBlock {
 };
 
 /// Encodes `values` (value after value, components interleaved, little-endian; a whole number of
-/// values). Picks the smallest light encoding unless a heavier one is at least a quarter smaller.
-/// Pure: safe from any thread, the same input gives the same bytes.
+/// values, at most kMaximumBlockValues). Values that are all the same, bit for bit, become a
+/// constant; else picks the smaller light encoding (raw, bit-packed) unless a heavier one is at
+/// least a quarter smaller. Pure: safe from any thread, the same input gives the same bytes.
 [[nodiscard]] OOCPOINTCLOUD_API EncodedBlock EncodeBlock(ColumnType type,
                                                          std::span<const std::uint8_t> values);
 
 /// Decodes stored bytes into `values` (resized). Checks every length before it is used and the
-/// checksum before anything is decoded. kBadRecord, kChecksumMismatch, kUnknownEncoding.
+/// checksum before anything is decoded. kBadRecord, kChecksumMismatch, kUnknownEncoding; what
+/// `values` holds after a failure is not defined. Safe from several threads at once.
 [[nodiscard]] OOCPOINTCLOUD_API HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry,
                                                     std::span<const std::uint8_t> stored,
                                                     std::vector<std::uint8_t>& values);
@@ -73,7 +75,10 @@ inline constexpr std::uint32_t kMaximumBlockValues = 1u << 24;
 [[nodiscard]] OOCPOINTCLOUD_API std::string ColumnDataStreamName(std::uint32_t columnId);
 [[nodiscard]] OOCPOINTCLOUD_API std::string ColumnTableStreamName(std::uint32_t columnId);
 
-/// Reads one column block by block through streams of its own. One thread at a time per reader.
+/// Reads one column block by block through streams of its own, which it opens when first needed.
+/// One thread at a time per reader; the repository must outlive its use. Codes of all operations:
+/// kNoRepository, kStreamMissing, kIoError, kStreamShort, kBadRecord, kChecksumMismatch,
+/// kUnknownEncoding, kIndexOutOfRange.
 class OOCPOINTCLOUD_API ColumnReader {
  public:
   ColumnReader(OOCPCIDataRepository* repository, std::uint32_t columnId, ColumnType type);

@@ -39,8 +39,9 @@ class OOCPOINTCLOUD_API OOCPCAcceleratorContainer final : public OOCPCContainer 
 
   [[nodiscard]] const OOCPCAcceleratorDescription& GetDescription() const { return description_; }
   [[nodiscard]] HRESULT LoadFromChunk(const std::uint8_t* payload, std::uint32_t size) override;
-  /// Reads one node. kIndexOutOfRange, kStreamMissing, kStreamShort, kChecksumMismatch leave `node`
-  /// as it was.
+  /// Reads one node. kIndexOutOfRange, kStreamMissing, kIoError, kStreamShort, kChecksumMismatch,
+  /// kBadRecord (a child that does not stand before its parent), kNoRepository and kFail (no
+  /// `node`) leave `node` as it was.
   [[nodiscard]] HRESULT ReadNode(std::uint64_t nodeIndex, OOCPCOctreeAcceleratorNode* node);
   [[nodiscard]] OOCPCAcceleratorContainer* Clone() const override;
 

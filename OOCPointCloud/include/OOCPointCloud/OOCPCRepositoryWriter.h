@@ -7,6 +7,7 @@
 #include <OOCPointCloud/OOCPointCloudFileHeader.h>
 #include <OOCPointCloud/StreamStore.h>
 
+#include <array>
 #include <map>
 #include <memory>
 #include <span>
@@ -27,8 +28,9 @@ struct OOCPCCatalogue {
 };
 
 /// Appends, then commits: nothing that was appended exists for a reader before a Commit, and a
-/// Commit is atomic. One thread at a time. After a failure only destruction is allowed; the last
-/// committed state stays readable.
+/// Commit is atomic. One thread at a time. After a failure every further call answers the code of
+/// that failure and does nothing; the last committed state stays readable. Errors are those of the
+/// store.
 class OOCPOINTCLOUD_API OOCPCRepositoryWriter {
  public:
   explicit OOCPCRepositoryWriter(std::unique_ptr<OOCPCIStreamStore> store);
@@ -36,22 +38,34 @@ class OOCPOINTCLOUD_API OOCPCRepositoryWriter {
   OOCPCRepositoryWriter(const OOCPCRepositoryWriter&) = delete;
   OOCPCRepositoryWriter& operator=(const OOCPCRepositoryWriter&) = delete;
 
-  /// Appends bytes to a stream; `position` receives where they begin.
+  /// Goes on from what a repository's main stream states: cuts what lies behind the committed
+  /// lengths, as an interrupted writer may leave it. Once, before the first Append. kStreamShort
+  /// when a stream has fewer bytes than were committed.
+  [[nodiscard]] HRESULT Resume(const OOCPCRepositoryInformation& committed);
+  /// Appends bytes to a stream; `position` receives where they begin. Without Resume, streams that
+  /// the store already has are continued at their end.
   [[nodiscard]] HRESULT Append(const std::string& stream, std::span<const std::uint8_t> bytes,
                                std::uint64_t& position);
   /// Appends one block to a column: its bytes to the data stream, its entry to the table.
   [[nodiscard]] HRESULT AppendBlock(std::uint32_t columnId, const oocpc::EncodedBlock& block);
-  /// Bytes appended to a stream so far.
+  /// Length of a stream in bytes, with what Append added; 0 for a stream not known to the writer.
   [[nodiscard]] std::uint64_t GetLength(const std::string& stream) const;
-  /// Bytes appended to all streams so far.
+  /// Sum of the lengths of all streams that the writer knows.
   [[nodiscard]] std::uint64_t GetTotalBytes() const;
   /// Syncs every stream that grew, then replaces the main stream.
   [[nodiscard]] HRESULT Commit(const OOCPCCatalogue& catalogue);
 
  private:
+  struct Stream {
+    std::uint64_t bytes = 0;
+    bool unsynced = false;
+  };
+  [[nodiscard]] HRESULT FindStream(const std::string& name, Stream*& stream);
+
   std::unique_ptr<OOCPCIStreamStore> store_;
-  std::map<std::string, std::uint64_t> lengths_;
-  std::vector<std::string> unsynced_;
+  std::map<std::string, Stream> streams_;
+  bool resumed_ = false;
+  HRESULT failure_ = 0;  // the first negative code, which then stays
 };
 
 /// The bytes of a main stream: header, identity, seed, chunks, and the information chunk that seals

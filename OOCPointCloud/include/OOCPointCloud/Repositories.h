@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 
 /// A read-only, contiguous run of bytes that streams share: a mapped file or a vector.
@@ -27,13 +28,15 @@ class OOCPOINTCLOUD_API OOCPCByteSource {
                                                      std::shared_ptr<const OOCPCByteSource>& bytes);
 
 /// Common part: checks the seal of the main stream and cuts streams to their committed lengths.
+/// Each stream's bytes are opened once and shared by all its input streams, so that a commit which
+/// happens meanwhile does not show; open a new repository to see it.
 class OOCPOINTCLOUD_API OOCPCStreamRepository : public OOCPCIDataRepository {
  public:
   [[nodiscard]] OOCPCIInputStream* CreateInputStream() override;
   [[nodiscard]] OOCPCIInputStream* CreateInputStream(std::string_view name) override;
-  /// kNoRepositoryInformation when the main stream had none; kCatalogueMismatch when the main
-  /// stream is not the one that was sealed; kStreamMissing or kStreamShort when a listed stream is
-  /// not there in its committed length.
+  /// kNoRepositoryInformation when the main stream had none (or null is given); kCatalogueMismatch
+  /// when the main stream is not the one that was sealed; kStreamMissing or kStreamShort when a
+  /// listed stream is not there in its committed length.
   [[nodiscard]] HRESULT SetRepositoryInformation(
       const OOCPCRepositoryInformation* information) override;
   [[nodiscard]] const OOCPCRepositoryInformation& GetRepositoryInformation() const override {
@@ -43,14 +46,16 @@ class OOCPOINTCLOUD_API OOCPCStreamRepository : public OOCPCIDataRepository {
   [[nodiscard]] const std::string& GetFaultyStream() const { return faultyStream_; }
 
  protected:
-  /// The bytes of a stream, null when there is none; "" is the main stream.
+  /// The bytes of a stream, kStreamMissing when there is none; "" is the main stream. Called by
+  /// one thread at a time.
   [[nodiscard]] virtual HRESULT OpenSource(std::string_view name,
                                            std::shared_ptr<const OOCPCByteSource>& source) = 0;
 
- private:
+  /// As OpenSource, but opens each stream once.
   [[nodiscard]] HRESULT FindSource(std::string_view name,
                                    std::shared_ptr<const OOCPCByteSource>& source);
 
+ private:
   std::mutex mutex_;
   std::map<std::string, std::shared_ptr<const OOCPCByteSource>, std::less<>> sources_;
   OOCPCRepositoryInformation information_;

@@ -74,6 +74,16 @@ inline constexpr HRESULT kUnknownEncoding = Code(0xA1200082u);     // block enco
 inline constexpr HRESULT kNoRepositoryInformation = Code(0xA1200083u);  // main stream lacks it
 inline constexpr HRESULT kCatalogueMismatch = Code(0xA1200084u);   // main stream was altered
 inline constexpr HRESULT kStringNotFound = Code(0xA1200085u);      // no such dictionary entry
+
+// What the program around the library adds: scans, queries as texts, running jobs.
+inline constexpr HRESULT kScanNotRecognised = Code(0xA1300001u);   // not a scan file we know
+inline constexpr HRESULT kScanTruncated = Code(0xA1300002u);       // ends before its points do
+inline constexpr HRESULT kScanContradictory = Code(0xA1300003u);   // its header states nonsense
+inline constexpr HRESULT kScanUnsupported = Code(0xA1300004u);     // a kind not handled yet
+inline constexpr HRESULT kScansDiffer = Code(0xA1300005u);         // files that make no one cloud
+inline constexpr HRESULT kQueryRejected = Code(0xA1300006u);       // a text that cannot be asked
+inline constexpr HRESULT kStopped = Code(0xA1300007u);             // the user asked to stop
+inline constexpr HRESULT kOutOfMemory = Code(0xA130000Eu);         // memory ran out
 // NOLINTEND(bugprone-narrowing-conversions)
 }  // namespace result
 

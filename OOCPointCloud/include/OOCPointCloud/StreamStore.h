@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-/// True for names that a stream may have: 1 to 64 of A-Z, a-z, 0-9, '_' . So no name that a file
-/// states can lead out of a repository's folder.
+/// True for names that a stream may have: 1 to 64 of A-Z, a-z, 0-9, '_', and not "main" in any
+/// case. So no name that a file states can lead out of a repository's folder or to its main stream.
 [[nodiscard]] OOCPOINTCLOUD_API bool OOCPCIsStreamName(std::string_view name);
 
 /// Appends to named streams and replaces the main stream as a whole. Tests derive from it to make
@@ -31,7 +31,7 @@ class OOCPOINTCLOUD_API OOCPCIStreamStore {
   /// Appends at the end, creating the stream when needed (also for no bytes).
   [[nodiscard]] virtual HRESULT Append(const std::string& name,
                                        std::span<const std::uint8_t> bytes) = 0;
-  /// Cuts a stream to `length` bytes.
+  /// Cuts a stream to `length` bytes; kSeekOutOfRange when it has fewer.
   [[nodiscard]] virtual HRESULT Truncate(const std::string& name, std::uint64_t length) = 0;
   /// Returns when everything appended to the stream is on stable storage.
   [[nodiscard]] virtual HRESULT Sync(const std::string& name) = 0;
@@ -48,7 +48,7 @@ class OOCPOINTCLOUD_API OOCPCFolderStreamStore final : public OOCPCIStreamStore 
   /// Makes the folder, which must not exist yet (kAlreadyExists); its parent must.
   [[nodiscard]] static HRESULT Create(const std::filesystem::path& folder,
                                       std::unique_ptr<OOCPCFolderStreamStore>& store);
-  /// Goes on in a folder that exists.
+  /// Goes on in a folder that exists; kNotARepository when it does not.
   [[nodiscard]] static HRESULT Open(const std::filesystem::path& folder,
                                     std::unique_ptr<OOCPCFolderStreamStore>& store);
   ~OOCPCFolderStreamStore() override;

@@ -1,0 +1,121 @@
+// Decodes a stored block; nothing it reads is believed before it is checked.
+#include <OOCPointCloud/ColumnBlocks.h>
+#include <OOCPointCloud/ResultCodes.h>
+
+#include "OOCPointCloud/columns/BitPacking.h"
+#include "OOCPointCloud/columns/BlockRange.h"
+#include "OOCPointCloud/columns/ByteTransforms.h"
+#include "OOCPointCloud/columns/ZstdFrames.h"
+#include "OOCPointCloud/support/Bytes.h"
+
+namespace oocpc {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Stored = std::span<const std::uint8_t>;
+
+// At most 2^24 values of 24 bytes, so products below stay far from wrapping.
+std::uint64_t DecodedBytes(ColumnType type, const BlockEntry& entry) {
+  return std::uint64_t{entry.valueCount} * ValueBytes(type);
+}
+
+HRESULT DecodeRaw(ColumnType type, const BlockEntry& entry, Stored stored, Bytes& values) {
+  if (stored.size() != DecodedBytes(type, entry)) return result::kBadRecord;
+  values.assign(stored.begin(), stored.end());
+  return result::kOk;
+}
+
+HRESULT DecodeConstant(ColumnType type, const BlockEntry& entry, Stored stored, Bytes& values) {
+  const std::size_t valueBytes = ValueBytes(type);
+  if (entry.valueCount == 0 || stored.size() != valueBytes) return result::kBadRecord;
+  values.resize(DecodedBytes(type, entry));
+  for (std::size_t at = 0; at < values.size(); at += valueBytes) {
+    std::memcpy(values.data() + at, stored.data(), valueBytes);
+  }
+  return result::kOk;
+}
+
+HRESULT DecodeBitPacked(ColumnType type, const BlockEntry& entry, Stored stored, Bytes& values) {
+  if (IsFloatingPoint(type.value)) return result::kBadRecord;
+  std::array<std::uint64_t, 3> planeBytes{};
+  std::array<unsigned, 3> bits{};
+  std::uint64_t expected = 0;
+  for (std::size_t i = 0; i < type.components; ++i) {
+    bits[i] = OffsetBits(entry.minimumBits[i], entry.maximumBits[i]);
+    planeBytes[i] = PackedBytes(entry.valueCount, bits[i]);
+    expected += planeBytes[i];
+  }
+  if (stored.size() != expected) return result::kBadRecord;
+  values.resize(DecodedBytes(type, entry));
+  VisitComponentType(type.value, [&](auto tag) {
+    using T = typename decltype(tag)::Type;
+    for (std::size_t i = 0; i < type.components; ++i) {
+      UnpackOffsets<T>(stored.first(planeBytes[i]), entry.valueCount, ValueBytes(type),
+                       entry.minimumBits[i], bits[i], values.data() + i * sizeof(T));
+      stored = stored.subspan(planeBytes[i]);
+    }
+  });
+  return result::kOk;
+}
+
+// A thread's buffer between zstd and the unshuffling. Unusually large ones are not kept.
+class ShuffleBuffer {
+ public:
+  explicit ShuffleBuffer(std::size_t bytes) { Storage().resize(bytes); }
+  ShuffleBuffer(const ShuffleBuffer&) = delete;
+  ShuffleBuffer& operator=(const ShuffleBuffer&) = delete;
+  ~ShuffleBuffer() {
+    if (Storage().size() > kKeptBytes) Bytes().swap(Storage());
+  }
+  [[nodiscard]] std::span<std::uint8_t> Get() const { return Storage(); }
+
+ private:
+  static constexpr std::size_t kKeptBytes = std::size_t{4} << 20;
+  static Bytes& Storage() {
+    thread_local Bytes storage;
+    return storage;
+  }
+};
+
+HRESULT DecodeShuffled(ColumnType type, const BlockEntry& entry, Stored stored, Bytes& values) {
+  const std::uint64_t bytes = DecodedBytes(type, entry);
+  if (bytes == 0 || !IsFrameOf(stored, bytes)) return result::kBadRecord;
+  const ShuffleBuffer shuffled(bytes);
+  if (!DecompressFrame(stored, shuffled.Get())) return result::kBadRecord;
+  values.resize(bytes);
+  UnshuffleBytes(shuffled.Get(), ValueBytes(type), values);
+  return result::kOk;
+}
+
+HRESULT DecodeDeltaShuffled(ColumnType type, const BlockEntry& entry, Stored stored,
+                            Bytes& values) {
+  const HRESULT code = DecodeShuffled(type, entry, stored, values);
+  if (!Failed(code)) DecodeDeltas(type, values);
+  return code;
+}
+
+}  // namespace
+
+HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry, std::span<const std::uint8_t> stored,
+                    std::vector<std::uint8_t>& values) {
+  if (entry.valueCount > kMaximumBlockValues || stored.size() != entry.storedBytes ||
+      !IsPossibleRange(type, entry)) {
+    return result::kBadRecord;
+  }
+  if (Crc32c(stored) != entry.dataChecksum) return result::kChecksumMismatch;
+  switch (entry.encoding) {
+    case BlockEncoding::kRaw:
+      return DecodeRaw(type, entry, stored, values);
+    case BlockEncoding::kConstant:
+      return DecodeConstant(type, entry, stored, values);
+    case BlockEncoding::kBitPacked:
+      return DecodeBitPacked(type, entry, stored, values);
+    case BlockEncoding::kShuffleZstd:
+      return DecodeShuffled(type, entry, stored, values);
+    case BlockEncoding::kDeltaShuffleZstd:
+      return DecodeDeltaShuffled(type, entry, stored, values);
+  }
+  return result::kUnknownEncoding;
+}
+
+}  // namespace oocpc

@@ -1,0 +1,4 @@
+// Anchors the interface of the level-of-detail node caches.
+#include <OOCPointCloud/OOCPCLODNodeCache.h>
+
+OOCPCLODNodeCache::~OOCPCLODNodeCache() = default;
