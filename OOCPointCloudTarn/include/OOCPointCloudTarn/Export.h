@@ -1,0 +1,12 @@
+// Marks what the shared library OOCPointCloudTarn exports.
+#pragma once
+
+#if defined(_WIN32)
+#if defined(OOCPOINTCLOUDTARN_BUILDING)
+#define OOCPOINTCLOUDTARN_API __declspec(dllexport)
+#else
+#define OOCPOINTCLOUDTARN_API __declspec(dllimport)
+#endif
+#else
+#define OOCPOINTCLOUDTARN_API __attribute__((visibility("default")))
+#endif

@@ -1,0 +1,87 @@
+// Installs in a point cloud what attachment picked out of the main stream.
+#include <OOCPointCloud/ResultCodes.h>
+
+#include <cstring>
+#include <new>
+
+#include "OOCPointCloudTarn/repository/ChunkSelection.h"
+
+namespace {
+
+// Bytes count, not values: a negative zero is a seed.
+bool IsAllZeroBytes(const std::array<double, 6>& seed) {
+  constexpr std::array<double, 6> kZeros{};
+  return std::memcmp(seed.data(), kZeros.data(), sizeof(kZeros)) == 0;
+}
+
+}  // namespace
+
+HRESULT TarnOOCPointCloud::LoadChunkSelection(ChunkSelection&& selection) {
+  if (!IsAllZeroBytes(selection.mortonSeed)) {
+    mortonSeed = selection.mortonSeed;
+    hasMortonSeed = true;
+  }
+  if (selection.acceleratorContainer == nullptr) return oocpc::result::kNoAccelerator;
+  acceleratorContainer = selection.acceleratorContainer.release();
+  ownership.Own(acceleratorContainer);
+  HRESULT code = InstallPositions(selection);
+  if (oocpc::Failed(code)) return code;
+  if (selection.updateIterationContainer != nullptr) {
+    updateIterationContainer = selection.updateIterationContainer.release();
+    ownership.Own(updateIterationContainer);
+  }
+  if (selection.lodContainer != nullptr) {
+    lodContainer = selection.lodContainer.release();
+    ownership.Own(lodContainer);
+  }
+  for (const OOCIndexChunk& chunk : selection.selectedChunks) {
+    switch (chunk.type) {
+      case oocpc::chunk_type::kStaticMetaData:
+        code = LoadMetaDataChunk(chunk);
+        break;
+      case oocpc::chunk_type::kStringRepository:
+        code = LoadStringRepositoryChunk(chunk);
+        break;
+      default:
+        code = oocpc::result::kUnknownMetaDataChunk;
+    }
+    if (oocpc::Failed(code)) return code;
+  }
+  return oocpc::result::kOk;
+}
+
+HRESULT TarnOOCPointCloud::InstallPositions(ChunkSelection& selection) {
+  if (selection.positionsContainer == nullptr) return oocpc::result::kNoPositions;
+  if (IsRegistered(selection.positionsContainer->GetName())) return oocpc::result::kSecondPositions;
+  RegisterMetaData(*selection.positionsContainer);
+  return AddContainer(selection.positionsContainer.release());
+}
+
+HRESULT TarnOOCPointCloud::LoadMetaDataChunk(const OOCIndexChunk& chunk) {
+  std::unique_ptr<OOCPCStaticMetaDataContainer> container(
+      new (std::nothrow) OOCPCStaticMetaDataContainer(dataRepository));
+  if (container == nullptr) return oocpc::result::kUnknownMetaDataChunk;
+  const HRESULT code = container->LoadFromChunk(chunk.payload.data(), chunk.size);
+  if (oocpc::Failed(code)) return code;
+  if (IsRegistered(container->GetName())) return oocpc::result::kDuplicateContainer;
+  RegisterMetaData(*container);
+  return AddContainer(container.release());
+}
+
+// The dictionary is neither metadata nor registered; the repository keeps it for its string
+// columns.
+HRESULT TarnOOCPointCloud::LoadStringRepositoryChunk(const OOCIndexChunk& chunk) {
+  std::unique_ptr<OOCPCStringRepositoryContainer> container(
+      new (std::nothrow) OOCPCStringRepositoryContainer(dataRepository));
+  if (container == nullptr) return oocpc::result::kUnknownMetaDataChunk;
+  const HRESULT code = container->LoadFromChunk(chunk.payload.data(), chunk.size);
+  if (!oocpc::Failed(code) && dataRepository != nullptr) {
+    dataRepository->AdoptStringRepository(std::move(container));
+  }
+  return code;
+}
+
+void TarnOOCPointCloud::RegisterMetaData(const OOCPCMetaDataContainer& container) {
+  metaDataInfo.RegisterMetaData(container.GetName(), metaDataInfo.GetTotalMetaDataSize(),
+                                container.GetDataSize());
+}

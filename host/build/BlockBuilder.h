@@ -1,0 +1,50 @@
+// Gathers and encodes the blocks of planned nodes.
+#pragma once
+
+#include <OOCPointCloud/ColumnBlocks.h>
+#include <OOCPointCloud/Types.h>
+
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "host/build/OctreePlan.h"
+#include "host/build/PointSet.h"
+
+namespace tarnhost {
+
+/// What one node puts into the streams: a block for the positions, then one for each dimension.
+struct BuiltBlock {
+  std::vector<oocpc::EncodedBlock> columns;
+  oocpc::Box3d box;  ///< tight, of the own points, local frame
+};
+
+/// Makes blocks of points. Const operations are safe from several threads at once.
+class BlockBuilder {
+ public:
+  BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameOffset);
+
+  /// Builds the block of the points named; at least one. They are put into the order of their GPS
+  /// time where they have one (equal times and no numbers in the order given, the latter last).
+  void Build(std::span<const std::uint64_t> points, BuiltBlock& block) const;
+
+ private:
+  [[nodiscard]] std::vector<std::uint64_t> InTimeOrder(std::span<const std::uint64_t> points) const;
+
+  const PointSet& points_;
+  oocpc::Vector3d frameOffset_;
+  std::optional<std::size_t> timeDimension_;
+};
+
+/// A stored position in the local frame: integer * scale + offset - frame offset, each operation
+/// rounded to double, as the positions container delivers it.
+[[nodiscard]] oocpc::Vector3d LocalPosition(const std::int32_t* xyz,
+                                            const PositionTransform& transform,
+                                            const oocpc::Vector3d& frameOffset);
+
+/// The smallest box that holds both.
+void Extend(oocpc::Box3d& box, const oocpc::Box3d& other);
+/// A box that holds nothing: extending it by a box gives that box.
+[[nodiscard]] oocpc::Box3d EmptyBox();
+
+}  // namespace tarnhost

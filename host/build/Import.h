@@ -1,0 +1,47 @@
+// Makes a repository out of scans.
+#pragma once
+
+#include <OOCPointCloud/StreamStore.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "host/common/Outcome.h"
+
+namespace tarnhost {
+
+struct ImportOptions {
+  std::vector<std::filesystem::path> inputs;  ///< LAS files; at least one
+  std::filesystem::path output;               ///< the repository's folder
+  bool overwrite = false;                     ///< replace a repository that is there
+  std::optional<std::uint64_t> timePoint;     ///< microseconds since 1970 UTC; default: now
+  std::function<bool(const ProgressReport&)> progress;  ///< may be empty; false stops
+};
+
+struct ImportReport {
+  std::uint64_t pointCount = 0;
+  std::uint64_t nodeCount = 0;
+  std::uint64_t blockCount = 0;
+  std::uint64_t sourceBytes = 0;  ///< of the scan files
+  std::uint64_t storedBytes = 0;  ///< of all streams
+};
+
+/// Imports scans as the first update iteration of a new repository.
+///
+/// The repository is built beside its place and moved there when it is complete; whatever goes
+/// wrong, nothing is left behind and what was there before is untouched. The result depends on the
+/// scans and the time point alone, not on the number of threads.
+///
+/// Errors: those of the scans; kScansDiffer; kAlreadyExists; kNoSpace, kAccessDenied, kIoError;
+/// kStopped; kOutOfMemory.
+Outcome ImportScans(const ImportOptions& options, ImportReport& report);
+
+/// The same into any store, for hosts with a storage of their own. Nothing is committed on failure.
+Outcome ImportIntoStore(const ImportOptions& options, std::unique_ptr<OOCPCIStreamStore> store,
+                        ImportReport& report);
+
+}  // namespace tarnhost

@@ -1,0 +1,105 @@
+// Several scans seen as one numbered set of points.
+#include "host/build/PointSet.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace tarnhost {
+
+namespace {
+
+std::string Text(const oocpc::Vector3d& vector) {
+  std::string text;
+  for (const double value : vector) {
+    std::array<char, 32> digits;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+    text += (text.empty() ? "" : ", ") + std::string(digits.data(), end);
+  }
+  return text;
+}
+
+Outcome Differ(const std::string& what, const ScanFile& scan) {
+  return Outcome::Failure(oocpc::result::kScansDiffer, what, scan.GetPath().string(),
+                          "import it into a repository of its own, or convert the scans to one "
+                          "point format, scale and offset");
+}
+
+Outcome CheckJoin(const ScanFile& first, const ScanFile& other) {
+  const PositionTransform& a = first.GetTransform();
+  const PositionTransform& b = other.GetTransform();
+  if (a.scale != b.scale) {
+    return Differ("its scale (" + Text(b.scale) + ") is not that of " + first.GetPath().string() +
+                      " (" + Text(a.scale) + ")",
+                  other);
+  }
+  if (a.offset != b.offset) {
+    return Differ("its offset (" + Text(b.offset) + ") is not that of " + first.GetPath().string() +
+                      " (" + Text(a.offset) + ")",
+                  other);
+  }
+  const bool same = std::ranges::equal(
+      first.GetDimensions(), other.GetDimensions(),
+      [](const Dimension& x, const Dimension& y) { return x.name == y.name && x.type == y.type; });
+  if (!same) {
+    return Differ("its points have other dimensions than those of " + first.GetPath().string(),
+                  other);
+  }
+  return Outcome::Success();
+}
+
+}  // namespace
+
+Outcome PointSet::Join(std::vector<std::unique_ptr<ScanFile>> scans, PointSet& set) {
+  for (std::size_t i = 1; i < scans.size(); ++i) {
+    if (Outcome outcome = CheckJoin(*scans[0], *scans[i]); !outcome.Ok()) return outcome;
+  }
+  set.scans_ = std::move(scans);
+  set.firstPoints_ = {0};
+  for (const auto& scan : set.scans_) {
+    set.firstPoints_.push_back(set.firstPoints_.back() + scan->GetPointCount());
+  }
+  return Outcome::Success();
+}
+
+std::size_t PointSet::ScanOf(std::uint64_t point) const {
+  const auto next = std::upper_bound(firstPoints_.begin(), firstPoints_.end(), point);
+  return static_cast<std::size_t>(next - firstPoints_.begin()) - 1;
+}
+
+void PointSet::ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const {
+  while (count > 0) {
+    const std::size_t scan = ScanOf(first);
+    const std::uint64_t here = std::min(count, firstPoints_[scan + 1] - first);
+    scans_[scan]->ReadPositions(first - firstPoints_[scan], here, xyz);
+    first += here;
+    count -= here;
+    xyz += 3 * here;
+  }
+}
+
+void PointSet::GatherPositions(std::span<const std::uint64_t> points, std::int32_t* xyz) const {
+  for (const std::uint64_t point : points) {
+    const std::size_t scan = scans_.size() == 1 ? 0 : ScanOf(point);
+    scans_[scan]->ReadPositions(point - firstPoints_[scan], 1, xyz);
+    xyz += 3;
+  }
+}
+
+void PointSet::GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
+                               std::uint8_t* out) const {
+  if (scans_.size() == 1) return scans_[0]->GatherDimension(dimension, points, out);
+  const std::uint32_t bytes = oocpc::ValueBytes(GetDimensions()[dimension].type);
+  std::vector<std::uint64_t> run;
+  for (std::size_t i = 0; i < points.size();) {
+    const std::size_t scan = ScanOf(points[i]);
+    run.clear();
+    for (; i < points.size() && ScanOf(points[i]) == scan; ++i) {
+      run.push_back(points[i] - firstPoints_[scan]);
+    }
+    scans_[scan]->GatherDimension(dimension, run, out);
+    out += run.size() * bytes;
+  }
+}
+
+}  // namespace tarnhost

@@ -1,0 +1,43 @@
+// Several scans seen as one numbered set of points.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "host/common/Outcome.h"
+#include "host/formats/ScanFile.h"
+
+namespace tarnhost {
+
+/// The points of all scans, numbered through in the order of the scans. Const operations are safe
+/// from several threads at once.
+class PointSet {
+ public:
+  /// Takes the scans over. kScansDiffer when they can't share dimensions and integer positions
+  /// without changing a value.
+  static Outcome Join(std::vector<std::unique_ptr<ScanFile>> scans, PointSet& set);
+
+  [[nodiscard]] std::uint64_t GetPointCount() const { return firstPoints_.back(); }
+  [[nodiscard]] const std::vector<std::unique_ptr<ScanFile>>& GetScans() const { return scans_; }
+  [[nodiscard]] const PositionTransform& GetTransform() const { return scans_[0]->GetTransform(); }
+  [[nodiscard]] const std::vector<Dimension>& GetDimensions() const {
+    return scans_[0]->GetDimensions();
+  }
+  /// Stored integers of the points [first, first + count): three per point.
+  void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const;
+  /// Stored integers of the named points.
+  void GatherPositions(std::span<const std::uint64_t> points, std::int32_t* xyz) const;
+  /// Values of one dimension of the named points, value after value.
+  void GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
+                       std::uint8_t* out) const;
+
+ private:
+  [[nodiscard]] std::size_t ScanOf(std::uint64_t point) const;
+
+  std::vector<std::unique_ptr<ScanFile>> scans_;
+  std::vector<std::uint64_t> firstPoints_{0};  ///< of each scan, and the total at the end
+};
+
+}  // namespace tarnhost

@@ -1,0 +1,276 @@
+// What there is to tell about a repository.
+#include "host/cloud/CloudFacts.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "OOCPointCloud/support/Bytes.h"
+
+namespace tarnhost {
+
+using oocpc::ValueType;
+
+namespace {
+
+using Node = OOCPCOctreeAcceleratorNode;
+
+bool IsSigned(ValueType type) {
+  return type == ValueType::kInt8 || type == ValueType::kInt16 || type == ValueType::kInt32 ||
+         type == ValueType::kInt64;
+}
+
+bool IsReal(ValueType type) { return type == ValueType::kFloat || type == ValueType::kDouble; }
+
+Number NumberOf(ValueType type, std::uint64_t bits) {
+  if (IsReal(type)) return std::bit_cast<double>(bits);
+  if (IsSigned(type)) return static_cast<std::int64_t>(bits);
+  return bits;
+}
+
+double ValueAt(ValueType type, const std::uint8_t* bytes) {
+  switch (type) {
+    case ValueType::kUInt8:
+      return *bytes;
+    case ValueType::kInt8:
+      return static_cast<std::int8_t>(*bytes);
+    case ValueType::kUInt16:
+      return oocpc::LoadLittleEndian<std::uint16_t>(bytes);
+    case ValueType::kInt16:
+      return oocpc::LoadLittleEndian<std::int16_t>(bytes);
+    case ValueType::kString:
+    case ValueType::kUInt32:
+      return oocpc::LoadLittleEndian<std::uint32_t>(bytes);
+    case ValueType::kInt32:
+      return oocpc::LoadLittleEndian<std::int32_t>(bytes);
+    case ValueType::kUInt64:
+      return static_cast<double>(oocpc::LoadLittleEndian<std::uint64_t>(bytes));
+    case ValueType::kInt64:
+      return static_cast<double>(oocpc::LoadLittleEndian<std::int64_t>(bytes));
+    case ValueType::kFloat:
+      return oocpc::LoadLittleEndian<float>(bytes);
+    case ValueType::kDouble:
+      return oocpc::LoadLittleEndian<double>(bytes);
+  }
+  return 0;
+}
+
+/// Widens a range by that of a block.
+void Widen(DimensionFacts& facts, const oocpc::BlockEntry& entry) {
+  const bool first = facts.minimum.empty();
+  for (std::size_t i = 0; i < facts.type.components; ++i) {
+    const Number least = NumberOf(facts.type.value, entry.minimumBits[i]);
+    const Number greatest = NumberOf(facts.type.value, entry.maximumBits[i]);
+    if (first) {
+      facts.minimum.push_back(least);
+      facts.maximum.push_back(greatest);
+    } else {
+      facts.minimum[i] = std::min(facts.minimum[i], least);
+      facts.maximum[i] = std::max(facts.maximum[i], greatest);
+    }
+  }
+}
+
+Outcome EntryOf(OOCPCMetaDataContainer& column, const Node& node, oocpc::BlockEntry& entry) {
+  const HRESULT code = column.ReadBlockEntry(node.blockId, entry);
+  if (!oocpc::Failed(code)) return Outcome::Success();
+  return Outcome::FromCode(
+      code, std::string("column ") + column.GetName() + ", block " + std::to_string(node.blockId));
+}
+
+/// Goes through the nodes of an iteration and gathers ranges and, if asked to, statistics.
+class Collector {
+ public:
+  Collector(Cloud& cloud, bool statistics, CloudFacts& facts)
+      : cloud_(cloud), statistics_(statistics), facts_(facts) {}
+
+  Outcome Run(std::uint64_t iteration) {
+    std::vector<std::string> names;
+    for (const CloudColumn& column : cloud_.GetColumns()) {
+      facts_.dimensions.push_back({column.name, column.type, column.description, 0, {}, {}, {}});
+      names.push_back(column.name);
+    }
+    sums_.resize(names.size());
+    if (Outcome outcome = BlockReader::Open(cloud_, names, reader_); !outcome.Ok()) return outcome;
+    Outcome failure;
+    const Outcome walk = cloud_.WalkNodes(iteration, [&](const Node& node) {
+      failure = Visit(node);
+      return failure.Ok() ? Descend::kIntoChildren : Descend::kStop;
+    });
+    if (!failure.Ok()) return failure;
+    if (!walk.Ok()) return walk;
+    Finish();
+    return Outcome::Success();
+  }
+
+ private:
+  Outcome Visit(const Node& node) {
+    ++facts_.nodeCount;
+    facts_.depth = std::max(facts_.depth, node.level + 1);
+    facts_.pointCount += node.ownPointCount;
+    if (node.ownPointCount == 0) return Outcome::Success();
+    oocpc::BlockEntry entry;
+    if (Outcome outcome = EntryOf(reader_.GetPositions(), node, entry); !outcome.Ok()) {
+      return outcome;
+    }
+    Widen(positions_, entry);
+    for (std::size_t i = 0; i < facts_.dimensions.size(); ++i) {
+      if (Outcome outcome = EntryOf(reader_.GetContainer(i), node, entry); !outcome.Ok()) {
+        return outcome;
+      }
+      Widen(facts_.dimensions[i], entry);
+      facts_.dimensions[i].storedBytes += entry.storedBytes;
+    }
+    return statistics_ ? AddValues(node) : Outcome::Success();
+  }
+
+  Outcome AddValues(const Node& node) {
+    std::vector<std::uint8_t> returns;
+    for (std::size_t i = 0; i < facts_.dimensions.size(); ++i) {
+      const DimensionFacts& dimension = facts_.dimensions[i];
+      if (Outcome outcome = reader_.ReadColumn(i, node, values_); !outcome.Ok()) return outcome;
+      AddSums(dimension.type, sums_[i]);
+      const bool small = dimension.type == oocpc::ColumnType{ValueType::kUInt8, 1};
+      if (small && dimension.name == "return_number") returns = values_;
+      if (small && dimension.name == "number_of_returns") CountBadReturns(returns);
+    }
+    return Outcome::Success();
+  }
+
+  void AddSums(oocpc::ColumnType type, std::vector<double>& sums) {
+    sums.resize(type.components);
+    const std::uint32_t bytes = oocpc::ComponentBytes(type.value);
+    std::size_t component = 0;
+    for (std::size_t at = 0; at < values_.size(); at += bytes) {
+      sums[component] += ValueAt(type.value, values_.data() + at);
+      component = component + 1 == type.components ? 0 : component + 1;
+    }
+  }
+
+  void CountBadReturns(const std::vector<std::uint8_t>& returns) {
+    for (std::size_t i = 0; i < std::min(returns.size(), values_.size()); ++i) {
+      if (returns[i] > values_[i]) ++badReturns_;
+    }
+  }
+
+  void Finish() {
+    if (!positions_.minimum.empty()) {
+      for (std::size_t axis = 0; axis < 3; ++axis) {
+        const auto source = [&](const Number& number) {
+          return static_cast<double>(std::get<std::int64_t>(number)) *
+                     facts_.transform.scale[axis] +
+                 facts_.transform.offset[axis];
+        };
+        const double a = source(positions_.minimum[axis]);
+        const double b = source(positions_.maximum[axis]);
+        facts_.bounds.min[axis] = std::min(a, b);
+        facts_.bounds.max[axis] = std::max(a, b);
+      }
+    }
+    if (!statistics_ || facts_.pointCount == 0) return;
+    for (std::size_t i = 0; i < sums_.size(); ++i) {
+      for (const double sum : sums_[i]) {
+        facts_.dimensions[i].mean.push_back(sum / static_cast<double>(facts_.pointCount));
+      }
+    }
+    if (badReturns_ > 0) {
+      facts_.oddities.push_back(std::to_string(badReturns_) +
+                                " points have a return number above their number of returns");
+    }
+  }
+
+  Cloud& cloud_;
+  bool statistics_;
+  CloudFacts& facts_;
+  BlockReader reader_;
+  DimensionFacts positions_{"", {ValueType::kInt32, 3}, "", 0, {}, {}, {}};
+  std::vector<std::vector<double>> sums_;
+  std::vector<std::uint8_t> values_;
+  std::uint64_t badReturns_ = 0;
+};
+
+std::string EpsgFromGeoKeys(std::span<const std::uint8_t> keys) {
+  constexpr std::uint16_t kProjected = 3072;
+  constexpr std::uint16_t kGeographic = 2048;
+  constexpr std::uint16_t kUserDefined = 32767;
+  std::uint16_t geographic = 0;
+  // Four 16-bit numbers a key, after a head of four: key, tag (0: the value stands here), count,
+  // value.
+  for (std::size_t at = 8; at + 8 <= keys.size(); at += 8) {
+    const auto key = oocpc::LoadLittleEndian<std::uint16_t>(keys.data() + at);
+    const auto tag = oocpc::LoadLittleEndian<std::uint16_t>(keys.data() + at + 2);
+    const auto value = oocpc::LoadLittleEndian<std::uint16_t>(keys.data() + at + 6);
+    if (tag != 0 || value == 0 || value == kUserDefined) continue;
+    if (key == kProjected) return "EPSG:" + std::to_string(value);
+    if (key == kGeographic) geographic = value;
+  }
+  return geographic == 0 ? std::string() : "EPSG:" + std::to_string(geographic);
+}
+
+}  // namespace
+
+std::optional<LasHeader> ReadSourceHeader(const SourceRecord& source) {
+  // The points are elsewhere: put back only what the header's checks look at.
+  std::vector<std::uint8_t> bytes(source.leadingBytes.begin(), source.leadingBytes.end());
+  if (bytes.size() < LasHeaderBytes(0)) return std::nullopt;
+  LasHeader emptied;
+  emptied.versionMinor = std::min<std::uint8_t>(bytes[25], 4);
+  if (bytes.size() < LasHeaderBytes(emptied.versionMinor)) return std::nullopt;
+  PatchLasHeader(emptied, bytes);
+  LasHeader header;
+  if (!ParseLasHeader(bytes, source.fileName, header).Ok()) return std::nullopt;
+  header.pointCount = source.pointCount;
+  return header;
+}
+
+std::string FindCoordinateSystem(const LasHeader& header, std::span<const std::uint8_t> file) {
+  std::string geoKeys;
+  for (const LasVariableRecord& record : header.records) {
+    if (record.userId != "LASF_Projection" || record.payloadOffset > file.size() ||
+        record.payloadBytes > file.size() - record.payloadOffset) {
+      continue;
+    }
+    const auto payload = file.subspan(static_cast<std::size_t>(record.payloadOffset),
+                                      static_cast<std::size_t>(record.payloadBytes));
+    if (record.recordId == 2112) {
+      const auto end = std::ranges::find(payload, std::uint8_t{0});
+      return {payload.begin(), end};
+    }
+    if (record.recordId == 34735) geoKeys = EpsgFromGeoKeys(payload);
+  }
+  return geoKeys;
+}
+
+Outcome CollectIterations(Cloud& cloud, std::vector<IterationFacts>& iterations) {
+  iterations.clear();
+  for (std::uint64_t i = 0; i < cloud.GetIterationCount(); ++i) {
+    OOCPCUpdateIteration record;
+    if (Outcome outcome = cloud.ReadIteration(i, record); !outcome.Ok()) return outcome;
+    iterations.push_back(
+        {i, record.timePoint, record.pointCount, record.addedPointCount, record.addedBytes});
+  }
+  return Outcome::Success();
+}
+
+Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, CloudFacts& facts) {
+  facts = {};
+  facts.generator = cloud.GetInformation().generator;
+  facts.frameOffset = cloud.GetFrameOffset();
+  facts.transform = cloud.GetTransform();
+  for (const OOCPCStreamLength& stream : cloud.GetInformation().streams) {
+    facts.storedBytes += stream.committedBytes;
+  }
+  for (const SourceRecord& source : cloud.GetSources()) {
+    facts.sources.push_back({source.fileName, source.pointCount, ReadSourceHeader(source)});
+    const std::optional<LasHeader>& las = facts.sources.back().las;
+    facts.sourceBytes += source.leadingBytes.size() + source.trailingBytes.size();
+    if (!las) continue;
+    facts.sourceBytes += source.pointCount * las->pointBytes;
+    if (facts.coordinateSystem.empty()) {
+      facts.coordinateSystem = FindCoordinateSystem(*las, source.leadingBytes);
+    }
+  }
+  if (Outcome outcome = CollectIterations(cloud, facts.iterations); !outcome.Ok()) return outcome;
+  return Collector(cloud, statistics, facts).Run(iteration);
+}
+
+}  // namespace tarnhost

@@ -1,0 +1,74 @@
+// What there is to tell about a repository.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "host/cloud/Cloud.h"
+#include "host/formats/LasHeader.h"
+
+namespace tarnhost {
+
+/// A number as its column holds it.
+using Number = std::variant<std::uint64_t, std::int64_t, double>;
+
+struct DimensionFacts {
+  std::string name;
+  oocpc::ColumnType type;
+  std::string description;
+  std::uint64_t storedBytes = 0;
+  /// One per component; empty in a cloud without points. NaNs are left out.
+  std::vector<Number> minimum;
+  std::vector<Number> maximum;
+  std::vector<double> mean;  ///< empty unless asked for
+};
+
+struct SourceFacts {
+  std::string fileName;
+  std::uint64_t pointCount = 0;
+  std::optional<LasHeader> las;  ///< with its records; `pointCount` as the file states it
+};
+
+struct IterationFacts {
+  std::uint64_t index = 0;
+  std::uint64_t timePoint = 0;  ///< microseconds since 1970 UTC
+  std::uint64_t pointCount = 0;
+  std::uint64_t addedPointCount = 0;
+  std::uint64_t addedBytes = 0;
+};
+
+struct CloudFacts {
+  std::uint64_t pointCount = 0;  ///< of the iteration asked for
+  std::uint64_t nodeCount = 0;
+  std::uint32_t depth = 0;  ///< levels of the octree
+  std::uint64_t storedBytes = 0;
+  std::uint64_t sourceBytes = 0;  ///< of the sources' points and records
+  std::string generator;
+  oocpc::Vector3d frameOffset{};
+  PositionTransform transform;
+  oocpc::Box3d bounds;                     ///< source coordinates; zero for a cloud without points
+  std::string coordinateSystem;            ///< WKT, "EPSG:n", or empty
+  std::vector<DimensionFacts> dimensions;  ///< positions left out
+  std::vector<SourceFacts> sources;
+  std::vector<IterationFacts> iterations;
+  std::vector<std::string> oddities;  ///< what contradicts itself in the data, sentences
+};
+
+/// Collects the facts of one iteration. With `statistics`, reads every value for means and for what
+/// contradicts itself; without, reads no point.
+Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, CloudFacts& facts);
+
+/// The iterations alone.
+Outcome CollectIterations(Cloud& cloud, std::vector<IterationFacts>& iterations);
+
+/// The header of a source, with its records, whatever became of its points.
+std::optional<LasHeader> ReadSourceHeader(const SourceRecord& source);
+
+/// WKT, or "EPSG:n" out of GeoTIFF keys, or empty.
+std::string FindCoordinateSystem(const LasHeader& header, std::span<const std::uint8_t> file);
+
+}  // namespace tarnhost

@@ -1,0 +1,33 @@
+// What a repository keeps of a source file besides its points.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/common/Outcome.h"
+
+namespace tarnhost {
+
+/// One source file: everything before and behind its point records. In the stream "DEF_SOURCES" the
+/// head of each record is followed by the leading and the trailing bytes; see docs/format.md.
+struct SourceRecord {
+  static constexpr const char* kStreamName = "DEF_SOURCES";
+  static constexpr std::uint16_t kVersion = 1;
+
+  std::string fileName;  ///< without folders, bytes as the system gave them
+  std::uint64_t pointCount = 0;
+  std::span<const std::uint8_t> leadingBytes;   ///< borrowed
+  std::span<const std::uint8_t> trailingBytes;  ///< borrowed
+
+  /// The head, sealed; it states lengths and checksums of the two runs of bytes that follow it.
+  [[nodiscard]] std::vector<std::uint8_t> EncodeHead() const;
+};
+
+/// Takes a whole stream apart; the records borrow from it. kBadRecord, kChecksumMismatch and
+/// kUnknownVersion leave `records` as it was.
+[[nodiscard]] HRESULT DecodeSourceRecords(std::span<const std::uint8_t> stream,
+                                          std::vector<SourceRecord>& records);
+
+}  // namespace tarnhost

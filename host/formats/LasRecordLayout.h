@@ -1,0 +1,62 @@
+// How the bytes of a LAS point record divide into dimensions, and back.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/formats/LasHeader.h"
+#include "host/formats/ScanFile.h"
+
+namespace tarnhost {
+
+/// Where one dimension lies in a point record.
+struct LasField {
+  Dimension dimension;
+  std::size_t offsetBytes = 0;
+  std::uint8_t shift = 0;  ///< lowest bit within the byte, for fields of bits
+  std::uint8_t bits = 0;   ///< 0: whole bytes, else the number of bits of an unsigned 8-bit value
+};
+
+/// The fields of a point record, less X, Y and Z, which are its first twelve bytes. Together they
+/// cover every bit of the record, so taking a record apart and putting it together again gives the
+/// same bytes. Value semantics.
+class LasRecordLayout {
+ public:
+  LasRecordLayout() = default;
+  /// The layout that a checked header and its extra-bytes descriptors state. Names are unique, and
+  /// none is one that positions, colours or derived values go by.
+  static LasRecordLayout Of(const LasHeader& header);
+
+  [[nodiscard]] const std::vector<LasField>& GetFields() const { return fields_; }
+  [[nodiscard]] std::size_t GetRecordBytes() const { return recordBytes_; }
+
+  /// Value of a field of one record: ValueBytes(type) bytes at `value`.
+  static void Gather(const LasField& field, const std::uint8_t* record, std::uint8_t* value);
+  /// Puts a value into a record whose bits of this field are zero.
+  static void Scatter(const LasField& field, const std::uint8_t* value, std::uint8_t* record);
+
+ private:
+  void AddStandardFields(std::uint8_t pointFormat);
+  void AddLegacyFields();
+  void AddExtendedFields();
+  void AddWavePacket(std::size_t at);
+  void AddExtraBytes(const LasHeader& header);
+  std::size_t AddDescribedField(const std::uint8_t* descriptor, std::size_t at);
+  void Add(std::string name, oocpc::ColumnType type, std::size_t offset, std::string description);
+  void AddBits(std::string name, std::size_t offset, std::uint8_t shift, std::uint8_t bits,
+               std::string description);
+  void AddRawByte(std::size_t offset);
+  [[nodiscard]] std::string UniqueName(std::string name);
+
+  std::vector<LasField> fields_;
+  std::set<std::string> names_;                    ///< taken or reserved
+  std::map<std::string, std::size_t> nextSuffix_;  ///< of names that came up more than once
+  std::size_t recordBytes_ = 0;
+  std::size_t rawBytes_ = 0;  ///< extra bytes without a description so far
+};
+
+}  // namespace tarnhost

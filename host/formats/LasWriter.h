@@ -1,0 +1,66 @@
+// Writes a LAS file with the header, records and layout of a source.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "host/common/OutputFile.h"
+#include "host/formats/LasHeader.h"
+#include "host/formats/LasRecordLayout.h"
+
+namespace tarnhost {
+
+/// What a LAS file holds besides its points, as a ScanFile gave it. Borrowed by the writer until it
+/// is finished.
+struct LasFrame {
+  std::span<const std::uint8_t> leadingBytes;   ///< header and variable-length records
+  std::span<const std::uint8_t> trailingBytes;  ///< everything behind the points
+  std::uint64_t sourcePointCount = 0;           ///< points between the two in the source
+};
+
+/// Writes points block by block. The file appears under its name at Finish(); destroyed before, the
+/// writer leaves nothing. One thread at a time.
+class LasWriter {
+ public:
+  /// Checks the frame and begins the file. Refusals are those of ParseLasHeader and of OutputFile.
+  static Outcome Create(const std::filesystem::path& path, const LasFrame& frame,
+                        std::unique_ptr<LasWriter>& writer);
+
+  /// The fields that a block has to bring, in this order.
+  [[nodiscard]] const LasRecordLayout& GetLayout() const { return layout_; }
+  /// Writes `count` points: three stored integers each, and for each field of the layout its values
+  /// one after the other (count * ValueBytes(type) bytes).
+  Outcome WriteBlock(std::uint64_t count, const std::int32_t* xyz,
+                     std::span<const std::span<const std::uint8_t>> columns);
+  /// Writes the end and the header. With `wholeSource`, exactly the points of the source were
+  /// written and the header comes out byte for byte as it was; else counts, bounds and the offsets
+  /// of what stands behind the points are those of the points written. Nothing may be written
+  /// after.
+  Outcome Finish(bool wholeSource);
+  [[nodiscard]] std::uint64_t GetPointCount() const { return pointCount_; }
+
+ private:
+  LasWriter(const LasFrame& frame, LasHeader header, std::unique_ptr<OutputFile> file);
+  void CountPoint(const std::int32_t* xyz, std::uint8_t returnNumber);
+  Outcome DescribeWhatWasWritten();
+  void SetCounts();
+  void SetBounds();
+  void MoveTrailingRecords();
+
+  LasFrame frame_;
+  LasHeader header_;
+  LasRecordLayout layout_;
+  std::unique_ptr<OutputFile> file_;
+  std::size_t returnNumberField_ = 0;
+  std::vector<std::uint8_t> records_;
+  std::uint64_t pointCount_ = 0;
+  std::array<std::uint64_t, 16> returnCounts_{};
+  std::array<std::int32_t, 3> least_{};
+  std::array<std::int32_t, 3> greatest_{};
+};
+
+}  // namespace tarnhost

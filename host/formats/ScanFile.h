@@ -1,0 +1,60 @@
+// A scan as the import sees it: its points' dimensions, its positions, and what travels along.
+#pragma once
+
+#include <OOCPointCloud/ColumnType.h>
+#include <OOCPointCloud/Types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/common/Outcome.h"
+
+namespace tarnhost {
+
+/// One dimension of a scan's points, less the position.
+struct Dimension {
+  std::string name;  ///< as queries call it, for instance "classification"
+  oocpc::ColumnType type;
+  std::string description;  ///< meaning and unit, for people
+};
+
+/// How integers become source coordinates: integer * scale + offset, per axis.
+struct PositionTransform {
+  oocpc::Vector3d scale{1, 1, 1};
+  oocpc::Vector3d offset{};
+};
+
+/// A scan opened for reading. Const operations are safe from several threads at once.
+class ScanFile {
+ public:
+  ScanFile() = default;
+  ScanFile(const ScanFile&) = delete;
+  ScanFile& operator=(const ScanFile&) = delete;
+  virtual ~ScanFile() = default;
+
+  [[nodiscard]] virtual const std::filesystem::path& GetPath() const = 0;
+  [[nodiscard]] virtual std::uint64_t GetPointCount() const = 0;
+  [[nodiscard]] virtual const PositionTransform& GetTransform() const = 0;
+  /// All dimensions but the position, in the order of the record.
+  [[nodiscard]] virtual const std::vector<Dimension>& GetDimensions() const = 0;
+  /// Stored integers of the points [first, first + count): three per point.
+  virtual void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const = 0;
+  /// Values of one dimension of the points named by `points`, value after value, little-endian:
+  /// points.size() * ValueBytes(type) bytes at `out`.
+  virtual void GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
+                               std::uint8_t* out) const = 0;
+  /// Everything of the file that is not point records, so that it can be written again:
+  /// all bytes before the point records, and all bytes after them.
+  [[nodiscard]] virtual std::span<const std::uint8_t> GetLeadingBytes() const = 0;
+  [[nodiscard]] virtual std::span<const std::uint8_t> GetTrailingBytes() const = 0;
+};
+
+/// Opens a LAS file of any version 1.0 to 1.4, point formats 0 to 10, after checking everything
+/// that its header states against the file's size.
+Outcome OpenLas(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan);
+
+}  // namespace tarnhost

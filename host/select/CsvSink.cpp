@@ -1,0 +1,152 @@
+// Selected points as lines of text.
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "OOCPointCloud/support/Bytes.h"
+#include "host/select/Sinks.h"
+
+namespace tarnhost {
+
+using oocpc::LoadLittleEndian;
+using oocpc::ValueType;
+
+namespace {
+
+template <typename T>
+void AppendNumber(std::string& text, T value) {
+  std::array<char, 40> digits;
+  text.append(digits.data(),
+              std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr);
+}
+
+void AppendValue(std::string& text, ValueType type, const std::uint8_t* bytes) {
+  switch (type) {
+    case ValueType::kUInt8:
+      return AppendNumber(text, unsigned{*bytes});
+    case ValueType::kInt8:
+      return AppendNumber(text, int{static_cast<std::int8_t>(*bytes)});
+    case ValueType::kUInt16:
+      return AppendNumber(text, LoadLittleEndian<std::uint16_t>(bytes));
+    case ValueType::kInt16:
+      return AppendNumber(text, LoadLittleEndian<std::int16_t>(bytes));
+    case ValueType::kString:
+    case ValueType::kUInt32:
+      return AppendNumber(text, LoadLittleEndian<std::uint32_t>(bytes));
+    case ValueType::kInt32:
+      return AppendNumber(text, LoadLittleEndian<std::int32_t>(bytes));
+    case ValueType::kUInt64:
+      return AppendNumber(text, LoadLittleEndian<std::uint64_t>(bytes));
+    case ValueType::kInt64:
+      return AppendNumber(text, LoadLittleEndian<std::int64_t>(bytes));
+    case ValueType::kFloat:
+      return AppendNumber(text, LoadLittleEndian<float>(bytes));
+    case ValueType::kDouble:
+      return AppendNumber(text, LoadLittleEndian<double>(bytes));
+  }
+}
+
+/// A field as RFC 4180 quotes it.
+std::string Field(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string quoted = "\"";
+  for (const char letter : text) quoted += letter == '"' ? "\"\"" : std::string(1, letter);
+  return quoted + "\"";
+}
+
+}  // namespace
+
+int DecimalsOf(double scale) {
+  double shifted = std::abs(scale);
+  for (int decimals = 0; decimals <= 15; ++decimals, shifted *= 10) {
+    if (shifted >= 1 && std::abs(shifted - std::round(shifted)) <= 1e-9 * shifted) return decimals;
+  }
+  return -1;
+}
+
+Outcome CsvSink::Begin(Cloud& cloud) {
+  cloud_ = &cloud;
+  const PositionTransform& transform = cloud.GetTransform();
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const int scale = DecimalsOf(transform.scale[axis]);
+    const int offset = transform.offset[axis] == 0 ? 0 : DecimalsOf(transform.offset[axis]);
+    decimals_[axis] = scale < 0 || offset < 0 ? -1 : std::max(scale, offset);
+  }
+  if (Outcome outcome = OutputFile::Create(output_, file_); !outcome.Ok()) return outcome;
+  std::vector<std::string> names;
+  for (const CloudColumn& column : cloud.GetColumns()) names.push_back(column.name);
+  columns_.resize(names.size());
+  if (Outcome outcome = file_->Write(HeaderLine()); !outcome.Ok()) return outcome;
+  return BlockReader::Open(cloud, names, reader_);
+}
+
+std::string CsvSink::HeaderLine() const {
+  std::string line = "x,y,z";
+  for (const CloudColumn& column : cloud_->GetColumns()) {
+    if (column.name == "DEF_COLOR" && column.type.components == 3) {
+      line += ",red,green,blue";
+      continue;
+    }
+    for (std::size_t i = 0; i < column.type.components; ++i) {
+      const bool several = column.type.components > 1;
+      line += "," + Field(several ? column.name + "_" + std::to_string(i) : column.name);
+    }
+  }
+  return line + "\n";
+}
+
+Outcome CsvSink::Consume(const OOCPCOctreeAcceleratorNode& node,
+                         std::span<const std::uint32_t> points) {
+  if (Outcome outcome = reader_.ReadPositions(node, xyz_); !outcome.Ok()) return outcome;
+  for (std::size_t i = 0; i < columns_.size(); ++i) {
+    if (Outcome outcome = reader_.ReadColumn(i, node, columns_[i]); !outcome.Ok()) return outcome;
+  }
+  lines_.clear();
+  for (const std::uint32_t point : points) {
+    AppendCoordinates(point);
+    for (std::size_t i = 0; i < columns_.size(); ++i) AppendColumn(i, point);
+    lines_ += '\n';
+  }
+  return file_->Write(lines_);
+}
+
+void CsvSink::AppendCoordinates(std::uint32_t point) {
+  const PositionTransform& transform = cloud_->GetTransform();
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const double value =
+        static_cast<double>(xyz_[3 * std::size_t{point} + axis]) * transform.scale[axis] +
+        transform.offset[axis];
+    if (axis > 0) lines_ += ',';
+    if (decimals_[axis] < 0) {
+      AppendNumber(lines_, value);
+      continue;
+    }
+    std::array<char, 400> digits;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value,
+                                   std::chars_format::fixed, decimals_[axis]);
+    lines_.append(digits.data(), end.ptr);
+  }
+}
+
+void CsvSink::AppendColumn(std::size_t column, std::uint32_t point) {
+  const oocpc::ColumnType type = cloud_->GetColumns()[column].type;
+  const std::size_t bytes = oocpc::ComponentBytes(type.value);
+  const std::uint8_t* value = columns_[column].data() + point * bytes * type.components;
+  for (std::size_t i = 0; i < type.components; ++i, value += bytes) {
+    lines_ += ',';
+    std::string text;
+    const auto* strings = cloud_->GetPointCloud().GetDataRepository()->GetStringRepository();
+    if (type.value == ValueType::kString && strings != nullptr &&
+        !oocpc::Failed(strings->GetString(LoadLittleEndian<std::uint32_t>(value), text))) {
+      lines_ += Field(text);
+    } else {
+      AppendValue(lines_, type.value, value);
+    }
+  }
+}
+
+Outcome CsvSink::End(const SelectReport& /*report*/) { return file_->Commit(); }
+
+}  // namespace tarnhost

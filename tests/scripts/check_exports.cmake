@@ -1,0 +1,68 @@
+# Reads the symbol table of the shared library and compares it with what the library promises.
+# Usage: cmake -DNM=nm -DLIBRARY=libOOCPointCloudTarn.so [-DSANITIZERS=address] -P check_exports.cmake
+
+cmake_minimum_required(VERSION 3.22)
+
+if(SANITIZERS)
+  message("SKIPPED: sanitizers (${SANITIZERS}) add symbols of their own")
+  return()
+endif()
+
+set(pointCloudMembers
+  AddContainer AttachDataRepository CloneContainer CloneLODContainer DestroyDataRepository
+  GetContainer GetDataRepository GetIteration GetLODNodeCache GetLODPayload GetMetaDataContainer
+  GetMetaDataNames GetMetaDataSize GetOOCNode GetOOCRootNode GetOrigin GetPayload GetSeedPlacement
+  GetSettings GetTimePoint GetTimePoints GetUpdateIterationCount IsRegistered LoadChunkSelection
+  ParseHeader SetMortonSeed SetSeedPlacement UnsetMortonSeed)
+# Parts of the class that are still to come; each leaves this list with the change that brings it.
+set(pointCloudMembersToCome
+  CloneLODContainer GetLODNodeCache GetLODPayload GetSeedPlacement SetMortonSeed SetSeedPlacement
+  UnsetMortonSeed)
+set(expressionMembers ComputeBooleanAST GetErrorIterator SetInputString SetPointCloud)
+set(evaluatorMembers
+  CompleteBufferMetaDatas CompleteMetaDatas EvaluateExpression GetMetaDatas InitializeQueries)
+
+execute_process(COMMAND ${NM} -D --defined-only -C ${LIBRARY}
+                OUTPUT_VARIABLE table RESULT_VARIABLE failed)
+if(failed)
+  message(FATAL_ERROR "cannot read the symbol table of ${LIBRARY}")
+endif()
+string(REGEX MATCHALL "[^\n]+" lines "${table}")
+
+set(exported "")
+foreach(line IN LISTS lines)
+  string(REGEX REPLACE "^[0-9a-fA-F ]* [A-Za-z] " "" symbol "${line}")
+  string(REGEX REPLACE "\\(.*$" "" symbol "${symbol}")
+  list(APPEND exported "${symbol}")
+endforeach()
+list(REMOVE_DUPLICATES exported)
+
+set(required VELMORA_WORKS_QXB2_INTERNAL_OOCPointCloudTarn)
+function(require_class class)
+  set(names "vtable for ${class}" "typeinfo for ${class}" "typeinfo name for ${class}"
+            "${class}::${class}" "${class}::~${class}" "${class}::operator=")
+  foreach(member IN LISTS ARGN)
+    list(APPEND names "${class}::${member}")
+  endforeach()
+  set(required ${required} ${names} PARENT_SCOPE)
+endfunction()
+require_class(TarnOOCPointCloud ${pointCloudMembers})
+require_class(TarnOOCStringQueryExpression ${expressionMembers})
+require_class(TarnOOCBooleanExpressionEvaluator ${evaluatorMembers})
+
+set(complaints "")
+foreach(symbol IN LISTS exported)
+  if(NOT symbol IN_LIST required)
+    string(APPEND complaints "\n  exported but not promised: ${symbol}")
+  endif()
+endforeach()
+foreach(symbol IN LISTS required)
+  string(REGEX REPLACE "^TarnOOCPointCloud::" "" member "${symbol}")
+  if(NOT symbol IN_LIST exported AND NOT member IN_LIST pointCloudMembersToCome)
+    string(APPEND complaints "\n  promised but not exported: ${symbol}")
+  endif()
+endforeach()
+if(complaints)
+  message(FATAL_ERROR "${LIBRARY}:${complaints}")
+endif()
+message("exactly the promised symbols are exported")
