@@ -1,0 +1,51 @@
+// tarn export
+#include "apps/tarn/Commands.h"
+#include "apps/tarn/Messages.h"
+#include "apps/tarn/Progress.h"
+#include "host/cloud/Export.h"
+
+namespace tarnapp {
+
+namespace {
+
+struct Arguments {
+  std::string repository;
+  std::string output;
+  std::uint64_t iteration = 0;
+  bool quiet = false;
+};
+
+int Run(const Arguments& arguments, bool hasIteration) {
+  std::unique_ptr<tarnhost::Cloud> cloud;
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  std::uint64_t iteration = arguments.iteration;
+  if (!hasIteration) outcome = cloud->FindNewestIteration(iteration);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  std::uint64_t points = 0;
+  outcome = tarnhost::ExportLas(*cloud, iteration, arguments.output, ShowProgress(arguments.quiet),
+                                points);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  if (!arguments.quiet) {
+    std::printf("%s points written to %s\n", Grouped(points).c_str(), arguments.output.c_str());
+  }
+  return kDone;
+}
+
+}  // namespace
+
+void AddExport(CLI::App& app, Action& action) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("export", "Write a cloud back into a LAS file");
+  command->footer("Example:\n  tarn export street.tarn -o street.las");
+  command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
+  command->add_option("-o,--output", arguments->output, "The LAS file to write")->required();
+  CLI::Option* iteration =
+      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest");
+  command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
+  command->callback([arguments, iteration, &action] {
+    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
+  });
+}
+
+}  // namespace tarnapp

@@ -1,0 +1,56 @@
+// tarn info
+#include "apps/tarn/Commands.h"
+#include "apps/tarn/InfoText.h"
+#include "apps/tarn/Messages.h"
+#include "host/cloud/CloudFacts.h"
+
+namespace tarnapp {
+
+namespace {
+
+struct Arguments {
+  std::string repository;
+  InfoParts parts;
+  std::uint64_t iteration = 0;
+  bool json = false;
+};
+
+int Run(const Arguments& arguments, bool hasIteration) {
+  std::unique_ptr<tarnhost::Cloud> cloud;
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  std::uint64_t iteration = arguments.iteration;
+  if (!hasIteration) outcome = cloud->FindNewestIteration(iteration);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  tarnhost::CloudFacts facts;
+  outcome = tarnhost::CollectFacts(*cloud, iteration, arguments.parts.statistics, facts);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  if (arguments.json) {
+    PrintInfoJson(arguments.repository, facts);
+  } else {
+    PrintInfoText(arguments.repository, facts, arguments.parts);
+  }
+  return kDone;
+}
+
+}  // namespace
+
+void AddInfo(CLI::App& app, Action& action) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("info", "Tell what a repository holds");
+  command->footer("Example:\n  tarn info street.tarn --stats");
+  command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
+  command->add_flag("--schema", arguments->parts.schema, "List the dimensions with their types");
+  command->add_flag("--stats", arguments->parts.statistics,
+                    "Minimum, maximum and mean of each dimension, and contradictions in the data");
+  command->add_flag("--metadata", arguments->parts.metadata,
+                    "List the sources' headers and variable-length records");
+  CLI::Option* iteration =
+      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest");
+  command->add_flag("--json", arguments->json, "Print all facts as JSON");
+  command->callback([arguments, iteration, &action] {
+    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
+  });
+}
+
+}  // namespace tarnapp

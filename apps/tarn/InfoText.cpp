@@ -1,0 +1,180 @@
+// The facts of a repository as text and as JSON.
+#include "apps/tarn/InfoText.h"
+
+#include <array>
+#include <cstdio>
+
+#include "apps/tarn/Messages.h"
+
+namespace tarnapp {
+
+using tarnhost::CloudFacts;
+using tarnhost::DimensionFacts;
+using tarnhost::SourceFacts;
+
+namespace {
+
+std::string Three(const oocpc::Vector3d& vector) {
+  return NumberText(vector[0]) + ", " + NumberText(vector[1]) + ", " + NumberText(vector[2]);
+}
+
+std::string Numbers(const std::vector<tarnhost::Number>& numbers) {
+  std::string text;
+  for (const tarnhost::Number& number : numbers)
+    text += (text.empty() ? "" : " ") + NumberText(number);
+  return text.empty() ? "-" : text;
+}
+
+std::string Means(const std::vector<double>& means) {
+  std::string text;
+  for (const double mean : means) {
+    std::array<char, 40> digits;
+    std::snprintf(digits.data(), digits.size(), "%.6g", mean);
+    text += (text.empty() ? "" : " ") + std::string(digits.data());
+  }
+  return text.empty() ? "-" : text;
+}
+
+std::string TypeText(oocpc::ColumnType type) {
+  const std::string name = oocpc::ValueTypeName(type.value);
+  return type.components == 1 ? name : name + " x " + std::to_string(type.components);
+}
+
+/// The name of a coordinate system out of its WKT: the first quoted text.
+std::string CoordinateSystemName(const std::string& text) {
+  const std::size_t begin = text.find('"');
+  const std::size_t end = begin == std::string::npos ? begin : text.find('"', begin + 1);
+  return end == std::string::npos ? text : text.substr(begin + 1, end - begin - 1);
+}
+
+void PrintSummary(const std::string& repository, const CloudFacts& facts) {
+  std::printf("%s: %s points\n", repository.c_str(), Grouped(facts.pointCount).c_str());
+  std::printf("  bounds       %s  to  %s\n", Three(facts.bounds.min).c_str(),
+              Three(facts.bounds.max).c_str());
+  std::printf("  system       %s\n", facts.coordinateSystem.empty()
+                                         ? "unknown"
+                                         : CoordinateSystemName(facts.coordinateSystem).c_str());
+  std::printf("  scale        %s\n", Three(facts.transform.scale).c_str());
+  std::printf("  local frame  source coordinates less %s\n", Three(facts.frameOffset).c_str());
+  std::printf("  octree       %s nodes on %u level%s\n", Grouped(facts.nodeCount).c_str(),
+              facts.depth, facts.depth == 1 ? "" : "s");
+  std::printf("  stored       %s (the scans: %s)\n", Bytes(facts.storedBytes).c_str(),
+              Bytes(facts.sourceBytes).c_str());
+  std::printf(
+      "  iterations   %zu, newest %s\n", facts.iterations.size(),
+      facts.iterations.empty() ? "none" : TimeText(facts.iterations.back().timePoint).c_str());
+  std::string names;
+  for (const DimensionFacts& dimension : facts.dimensions) names += " " + dimension.name;
+  std::printf("  dimensions   x y z%s\n", names.c_str());
+}
+
+void PrintSchema(const CloudFacts& facts) {
+  std::printf("\n%-28s %-12s %12s  %s\n", "dimension", "type", "stored", "meaning");
+  for (const DimensionFacts& dimension : facts.dimensions) {
+    std::printf("%-28s %-12s %12s  %s\n", dimension.name.c_str(), TypeText(dimension.type).c_str(),
+                Bytes(dimension.storedBytes).c_str(), dimension.description.c_str());
+  }
+}
+
+void PrintStatistics(const CloudFacts& facts) {
+  std::printf("\n%-28s %-24s %-24s %s\n", "dimension", "minimum", "maximum", "mean");
+  for (const DimensionFacts& dimension : facts.dimensions) {
+    std::printf("%-28s %-24s %-24s %s\n", dimension.name.c_str(),
+                Numbers(dimension.minimum).c_str(), Numbers(dimension.maximum).c_str(),
+                Means(dimension.mean).c_str());
+  }
+  for (const std::string& oddity : facts.oddities) std::printf("note: %s\n", oddity.c_str());
+}
+
+void PrintMetadata(const CloudFacts& facts) {
+  for (const SourceFacts& source : facts.sources) {
+    std::printf("\n%s: %s points\n", source.fileName.c_str(), Grouped(source.pointCount).c_str());
+    if (!source.las) continue;
+    const tarnhost::LasHeader& las = *source.las;
+    std::printf("  LAS %d.%d, point format %d, %d bytes a point\n", las.versionMajor,
+                las.versionMinor, las.pointFormat, las.pointBytes);
+    std::printf("  made by \"%s\" (%s) on day %d of %d\n", las.generatingSoftware.c_str(),
+                las.systemIdentifier.c_str(), las.creationDay, las.creationYear);
+    std::printf("  scale %s, offset %s\n", Three(las.scale).c_str(), Three(las.offset).c_str());
+    for (const tarnhost::LasVariableRecord& record : las.records) {
+      std::printf("  record %s %d, %s: %s\n", record.userId.c_str(), record.recordId,
+                  Bytes(record.payloadBytes).c_str(), record.description.c_str());
+    }
+  }
+  if (!facts.coordinateSystem.empty()) {
+    std::printf("\ncoordinate system:\n%s\n", facts.coordinateSystem.c_str());
+  }
+}
+
+nlohmann::json DimensionJson(const DimensionFacts& dimension) {
+  nlohmann::json json{{"name", dimension.name},
+                      {"type", oocpc::ValueTypeName(dimension.type.value)},
+                      {"components", dimension.type.components},
+                      {"description", dimension.description},
+                      {"stored_bytes", dimension.storedBytes}};
+  json["minimum"] = nlohmann::json::array();
+  json["maximum"] = nlohmann::json::array();
+  for (const auto& number : dimension.minimum) json["minimum"].push_back(NumberJson(number));
+  for (const auto& number : dimension.maximum) json["maximum"].push_back(NumberJson(number));
+  for (const double mean : dimension.mean) json["mean"].push_back(NumberJson(mean));
+  return json;
+}
+
+nlohmann::json SourceJson(const SourceFacts& source) {
+  nlohmann::json json{{"file", source.fileName}, {"points", source.pointCount}};
+  if (!source.las) return json;
+  const tarnhost::LasHeader& las = *source.las;
+  json["las_version"] = std::to_string(las.versionMajor) + "." + std::to_string(las.versionMinor);
+  json["point_format"] = las.pointFormat;
+  json["point_bytes"] = las.pointBytes;
+  json["generating_software"] = las.generatingSoftware;
+  json["system_identifier"] = las.systemIdentifier;
+  json["creation_day"] = las.creationDay;
+  json["creation_year"] = las.creationYear;
+  json["scale"] = las.scale;
+  json["offset"] = las.offset;
+  json["records"] = nlohmann::json::array();
+  for (const tarnhost::LasVariableRecord& record : las.records) {
+    json["records"].push_back({{"user_id", record.userId},
+                               {"record_id", record.recordId},
+                               {"description", record.description},
+                               {"bytes", record.payloadBytes},
+                               {"extended", record.extended}});
+  }
+  return json;
+}
+
+}  // namespace
+
+void PrintInfoText(const std::string& repository, const CloudFacts& facts, const InfoParts& parts) {
+  PrintSummary(repository, facts);
+  if (parts.schema) PrintSchema(facts);
+  if (parts.statistics) PrintStatistics(facts);
+  if (parts.metadata) PrintMetadata(facts);
+}
+
+void PrintInfoJson(const std::string& repository, const CloudFacts& facts) {
+  nlohmann::json json{{"repository", repository},
+                      {"points", facts.pointCount},
+                      {"bounds", {{"min", facts.bounds.min}, {"max", facts.bounds.max}}},
+                      {"coordinate_system", facts.coordinateSystem},
+                      {"scale", facts.transform.scale},
+                      {"offset", facts.transform.offset},
+                      {"local_frame_offset", facts.frameOffset},
+                      {"nodes", facts.nodeCount},
+                      {"levels", facts.depth},
+                      {"stored_bytes", facts.storedBytes},
+                      {"source_bytes", facts.sourceBytes},
+                      {"iterations", facts.iterations.size()},
+                      {"generator", facts.generator},
+                      {"notes", facts.oddities}};
+  json["dimensions"] = nlohmann::json::array();
+  for (const DimensionFacts& dimension : facts.dimensions) {
+    json["dimensions"].push_back(DimensionJson(dimension));
+  }
+  json["sources"] = nlohmann::json::array();
+  for (const SourceFacts& source : facts.sources) json["sources"].push_back(SourceJson(source));
+  PrintJson(json);
+}
+
+}  // namespace tarnapp

@@ -1,0 +1,82 @@
+// What the program says to people.
+#include "apps/tarn/Messages.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+namespace tarnapp {
+
+int ReportFailure(const tarnhost::Outcome& outcome) {
+  std::string text = "tarn: " + outcome.what;
+  // A place in a query text is shown as it is; it takes lines of its own.
+  const bool caret = outcome.where.find('\n') != std::string::npos;
+  if (caret) {
+    text += "\n" + outcome.where;
+  } else if (!outcome.where.empty()) {
+    text += " (" + outcome.where + ")";
+  }
+  if (!outcome.remedy.empty()) text += "\n  " + outcome.remedy;
+  const oocpc::ResultCodeInfo* info = oocpc::FindResultCode(outcome.code);
+  std::array<char, 16> number;
+  std::snprintf(number.data(), number.size(), "0x%08X", static_cast<unsigned>(outcome.code));
+  text += "\n  code " + std::string(number.data());
+  if (info != nullptr) text += std::string(" ") + info->name + ": " + info->meaning;
+  std::fprintf(stderr, "%s\n", text.c_str());
+  return kFailed;
+}
+
+std::string Grouped(std::uint64_t number) {
+  std::string digits = std::to_string(number);
+  for (std::size_t at = digits.size(); at > 3;) {
+    at -= 3;
+    digits.insert(at, ",");
+  }
+  return digits;
+}
+
+std::string Bytes(std::uint64_t bytes) {
+  constexpr std::array<const char*, 5> kUnits{"bytes", "kB", "MB", "GB", "TB"};
+  auto amount = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  for (; amount >= 1000 && unit + 1 < kUnits.size(); ++unit) amount /= 1000;
+  std::array<char, 32> text;
+  std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", amount, kUnits[unit]);
+  return text.data();
+}
+
+std::string TimeText(std::uint64_t microseconds) {
+  const auto seconds = static_cast<std::time_t>(microseconds / 1000000);
+  std::tm parts{};
+  if (gmtime_r(&seconds, &parts) == nullptr) return std::to_string(microseconds) + " us";
+  std::array<char, 64> text;
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &parts);
+  return text.data();
+}
+
+std::string NumberText(double number) {
+  std::array<char, 40> digits;
+  return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr};
+}
+
+std::string NumberText(const tarnhost::Number& number) {
+  if (const auto* natural = std::get_if<std::uint64_t>(&number)) return std::to_string(*natural);
+  if (const auto* whole = std::get_if<std::int64_t>(&number)) return std::to_string(*whole);
+  return NumberText(std::get<double>(number));
+}
+
+nlohmann::json NumberJson(const tarnhost::Number& number) {
+  if (const auto* natural = std::get_if<std::uint64_t>(&number)) return *natural;
+  if (const auto* whole = std::get_if<std::int64_t>(&number)) return *whole;
+  const double real = std::get<double>(number);
+  if (std::isfinite(real)) return real;
+  return NumberText(real);
+}
+
+void PrintJson(const nlohmann::json& json) {
+  std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+}
+
+}  // namespace tarnapp

@@ -1,0 +1,34 @@
+// What the program says to people: errors, numbers, times.
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "host/cloud/CloudFacts.h"
+#include "host/common/Outcome.h"
+
+namespace tarnapp {
+
+inline constexpr int kDone = 0;
+inline constexpr int kFailed = 1;
+inline constexpr int kWrongUsage = 2;
+
+/// Prints a failure on standard error: what, where, what to do, and the code. Gives kFailed.
+int ReportFailure(const tarnhost::Outcome& outcome);
+
+/// 12345678 as "12,345,678".
+std::string Grouped(std::uint64_t number);
+/// Bytes in units that people read: "41.3 MB".
+std::string Bytes(std::uint64_t bytes);
+/// Microseconds since 1970 as "2026-11-21 08:40:00 UTC".
+std::string TimeText(std::uint64_t microseconds);
+/// A number as short as it can be read back without loss.
+std::string NumberText(const tarnhost::Number& number);
+std::string NumberText(double number);
+/// As JSON: a number, or a text for what JSON has no number for.
+nlohmann::json NumberJson(const tarnhost::Number& number);
+/// Prints JSON, indented; bytes that are no UTF-8 become replacement characters.
+void PrintJson(const nlohmann::json& json);
+
+}  // namespace tarnapp

@@ -1,0 +1,84 @@
+// tarn verify
+#include "apps/tarn/Commands.h"
+#include "apps/tarn/Messages.h"
+#include "apps/tarn/Progress.h"
+#include "host/cloud/Verify.h"
+
+namespace tarnapp {
+
+namespace {
+
+struct Arguments {
+  std::string repository;
+  bool json = false;
+  bool quiet = false;
+};
+
+std::string CodeText(HRESULT code) {
+  const oocpc::ResultCodeInfo* info = oocpc::FindResultCode(code);
+  return info == nullptr ? std::to_string(code) : info->name;
+}
+
+void PrintAsJson(const tarnhost::VerifyReport& report) {
+  nlohmann::json faults = nlohmann::json::array();
+  for (const tarnhost::Fault& fault : report.faults) {
+    faults.push_back({{"code", CodeText(fault.code)},
+                      {"stream", fault.stream},
+                      {"record", fault.record},
+                      {"offset_bytes", fault.offsetBytes},
+                      {"what", fault.what}});
+  }
+  PrintJson({{"sound", report.faultCount == 0},
+             {"fault_count", report.faultCount},
+             {"faults", faults},
+             {"nodes", report.nodes},
+             {"blocks", report.blocks},
+             {"points", report.points},
+             {"bytes", report.bytes}});
+}
+
+void PrintFaults(const Arguments& arguments, const tarnhost::VerifyReport& report) {
+  for (const tarnhost::Fault& fault : report.faults) {
+    std::fprintf(stderr, "%s, record %llu, offset %llu: %s (%s)\n", fault.stream.c_str(),
+                 static_cast<unsigned long long>(fault.record),
+                 static_cast<unsigned long long>(fault.offsetBytes), fault.what.c_str(),
+                 CodeText(fault.code).c_str());
+  }
+  if (report.faultCount > 0) {
+    std::fprintf(stderr, "tarn: %s fault%s found (%s)\n  use another copy of the repository\n",
+                 Grouped(report.faultCount).c_str(), report.faultCount == 1 ? "" : "s",
+                 arguments.repository.c_str());
+  } else if (!arguments.quiet) {
+    std::printf("sound: %s points in %s nodes, %s blocks, %s\n", Grouped(report.points).c_str(),
+                Grouped(report.nodes).c_str(), Grouped(report.blocks).c_str(),
+                Bytes(report.bytes).c_str());
+  }
+}
+
+int Run(const Arguments& arguments) {
+  tarnhost::VerifyReport report;
+  const tarnhost::Outcome outcome = tarnhost::VerifyRepository(
+      arguments.repository, ShowProgress(arguments.quiet || arguments.json), report);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  if (arguments.json) {
+    PrintAsJson(report);
+  } else {
+    PrintFaults(arguments, report);
+  }
+  return report.faultCount == 0 ? kDone : kFailed;
+}
+
+}  // namespace
+
+void AddVerify(CLI::App& app, Action& action) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand(
+      "verify", "Read a repository whole and check every checksum and every invariant");
+  command->footer("Example:\n  tarn verify street.tarn");
+  command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
+  command->add_flag("--json", arguments->json, "Print the facts as JSON");
+  command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
+  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
+}
+
+}  // namespace tarnapp

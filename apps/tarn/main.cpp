@@ -1,0 +1,61 @@
+// tarn: opens point clouds too large for memory, and selects points in them.
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <optional>
+
+#include "apps/tarn/Commands.h"
+#include "apps/tarn/Messages.h"
+#include "apps/tarn/Progress.h"
+
+namespace {
+
+/// Parses the command line; an exit code when there is nothing to run.
+std::optional<int> Parse(CLI::App& app, int argc, char** argv) {
+  try {
+    app.parse(argc, argv);
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? tarnapp::kDone : tarnapp::kWrongUsage;
+  }
+}
+
+int RunAction(const tarnapp::Action& action) {
+  try {
+    return action();
+  } catch (const std::bad_alloc&) {
+    return tarnapp::ReportFailure(tarnhost::Outcome::FromCode(oocpc::result::kOutOfMemory));
+  } catch (const std::exception& error) {
+    return tarnapp::ReportFailure(
+        tarnhost::Outcome::Failure(oocpc::result::kIoError, error.what()));
+  }
+}
+
+/// A full disk or a closed pipe on standard output is a failure, too.
+int FlushOutput(int code) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
+  std::fprintf(stderr, "tarn: standard output cannot be written to\n");
+  return tarnapp::kFailed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  tarnapp::StopOnInterrupt();
+  CLI::App app{"Opens point clouds too large for memory, and selects points in them.", "tarn"};
+  app.set_version_flag("--version", "tarn " TARN_VERSION);
+  app.require_subcommand(1);
+  app.footer("tarn COMMAND --help tells more about a command.");
+  tarnapp::Action action;
+  tarnapp::AddImport(app, action);
+  tarnapp::AddInfo(app, action);
+  tarnapp::AddQuery(app, action);
+  tarnapp::AddExport(app, action);
+  tarnapp::AddIterations(app, action);
+  tarnapp::AddVerify(app, action);
+  tarnapp::AddSynthesize(app, action);
+  if (const std::optional<int> code = Parse(app, argc, argv)) return *code;
+  return FlushOutput(RunAction(action));
+}
