@@ -18,6 +18,14 @@ std::string Three(const oocpc::Vector3d& vector) {
   return NumberText(vector[0]) + ", " + NumberText(vector[1]) + ", " + NumberText(vector[2]);
 }
 
+std::string Corner(const oocpc::Vector3d& corner, const oocpc::Vector3d& scale) {
+  std::string text;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    text += (axis > 0 ? ", " : "") + CoordinateText(corner[axis], scale[axis]);
+  }
+  return text;
+}
+
 std::string Numbers(const std::vector<tarnhost::Number>& numbers) {
   std::string text;
   for (const tarnhost::Number& number : numbers)
@@ -49,8 +57,9 @@ std::string CoordinateSystemName(const std::string& text) {
 
 void PrintSummary(const std::string& repository, const CloudFacts& facts) {
   std::printf("%s: %s points\n", repository.c_str(), Grouped(facts.pointCount).c_str());
-  std::printf("  bounds       %s  to  %s\n", Three(facts.bounds.min).c_str(),
-              Three(facts.bounds.max).c_str());
+  std::printf("  bounds       %s  to  %s\n",
+              Corner(facts.bounds.min, facts.transform.scale).c_str(),
+              Corner(facts.bounds.max, facts.transform.scale).c_str());
   std::printf("  system       %s\n", facts.coordinateSystem.empty()
                                          ? "unknown"
                                          : CoordinateSystemName(facts.coordinateSystem).c_str());

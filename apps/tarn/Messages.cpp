@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "host/select/Sinks.h"
+
 namespace tarnapp {
 
 int ReportFailure(const tarnhost::Outcome& outcome) {
@@ -57,8 +59,23 @@ std::string TimeText(std::uint64_t microseconds) {
 }
 
 std::string NumberText(double number) {
-  std::array<char, 40> digits;
-  return {digits.data(), std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr};
+  std::array<char, 64> digits;
+  const double magnitude = std::abs(number);
+  const bool plain = magnitude == 0 || (magnitude >= 1e-6 && magnitude < 1e15);
+  const auto end =
+      plain ? std::to_chars(digits.begin(), digits.end(), number, std::chars_format::fixed).ptr
+            : std::to_chars(digits.begin(), digits.end(), number).ptr;
+  return {digits.begin(), end};
+}
+
+std::string CoordinateText(double coordinate, double scale) {
+  const int decimals = tarnhost::DecimalsOf(scale);
+  if (decimals < 0) return NumberText(coordinate);
+  std::array<char, 400> digits;
+  const auto end =
+      std::to_chars(digits.begin(), digits.end(), coordinate, std::chars_format::fixed, decimals)
+          .ptr;
+  return {digits.begin(), end};
 }
 
 std::string NumberText(const tarnhost::Number& number) {

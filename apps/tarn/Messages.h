@@ -26,6 +26,8 @@ std::string TimeText(std::uint64_t microseconds);
 /// A number as short as it can be read back without loss.
 std::string NumberText(const tarnhost::Number& number);
 std::string NumberText(double number);
+/// A coordinate with as many decimals as its scale has.
+std::string CoordinateText(double coordinate, double scale);
 /// As JSON: a number, or a text for what JSON has no number for.
 nlohmann::json NumberJson(const tarnhost::Number& number);
 /// Prints JSON, indented; bytes that are no UTF-8 become replacement characters.

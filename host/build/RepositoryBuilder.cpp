@@ -130,7 +130,21 @@ Outcome RepositoryBuilder::SortPoints(std::vector<CodedPoint>& coded) const {
   return Outcome::Success();
 }
 
+Outcome RepositoryBuilder::CreateColumns() {
+  // A cloud without points has columns, too: empty ones.
+  for (std::uint32_t column = 0; column <= points_.GetDimensions().size(); ++column) {
+    for (const std::string& stream :
+         {oocpc::ColumnDataStreamName(column), oocpc::ColumnTableStreamName(column)}) {
+      std::uint64_t position = 0;
+      const HRESULT code = writer_.Append(stream, {}, position);
+      if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
+    }
+  }
+  return Outcome::Success();
+}
+
 Outcome RepositoryBuilder::WriteBlocks(const OctreePlan& plan) {
+  if (Outcome outcome = CreateColumns(); !outcome.Ok()) return outcome;
   const BlockBuilder builder(points_, frameOffset_);
   nodes_.reserve(plan.nodes.size());
   std::vector<BuiltBlock> blocks(kBatchNodes);

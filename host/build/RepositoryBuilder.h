@@ -26,6 +26,7 @@ class RepositoryBuilder {
   [[nodiscard]] bool Report(const char* stage, std::uint64_t done) const;
   void FindFrame();
   Outcome SortPoints(std::vector<CodedPoint>& coded) const;
+  Outcome CreateColumns();
   Outcome WriteBlocks(const OctreePlan& plan);
   Outcome AppendBlocks(std::span<const PlannedNode> batch, std::span<const BuiltBlock> blocks);
   void AddNode(const PlannedNode& planned, const oocpc::Box3d& ownBox);

@@ -1,0 +1,330 @@
+"""Runs the program as a user would: expected output, error output and exit code.
+
+usage: program_test.py TARN
+"""
+
+import collections
+import json
+import os
+import shutil
+import signal
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+TARN = None
+
+
+def run(*arguments, **options):
+    return subprocess.run([TARN, *map(str, arguments)], capture_output=True, text=True,
+                          timeout=300, **options)
+
+
+def las_parts(path):
+    """Leading bytes, point records as a multiset, trailing bytes."""
+    with open(path, "rb") as file:
+        data = file.read()
+    offset, = struct.unpack_from("<I", data, 96)
+    size, = struct.unpack_from("<H", data, 105)
+    count, = struct.unpack_from("<I", data, 107)
+    if data[25] >= 4:
+        count = struct.unpack_from("<Q", data, 247)[0] or count
+    records = collections.Counter(
+        data[offset + i * size:offset + (i + 1) * size] for i in range(count))
+    return data[:offset], records, data[offset + count * size:]
+
+
+class ProgramTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="tarn-cli-")
+        cls.scan = os.path.join(cls.folder, "street.las")
+        cls.cloud = os.path.join(cls.folder, "street.tarn")
+        made = run("synthesize", "-o", cls.scan, "--points", 60000, "-q")
+        assert made.returncode == 0, made.stderr
+        made = run("import", cls.scan, "-o", cls.cloud, "-q")
+        assert made.returncode == 0, made.stderr
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def assert_fails(self, done, *parts, code=1):
+        self.assertEqual(done.returncode, code, done.stdout + done.stderr)
+        for part in parts:
+            self.assertIn(part, done.stderr)
+
+    def leftovers(self):
+        return [name for name in os.listdir(self.folder) if name.startswith(".")]
+
+    # -- usage
+
+    def test_help_of_every_command_has_an_example(self):
+        for command in ("import", "info", "query", "export", "iterations", "verify", "synthesize"):
+            done = run(command, "--help")
+            self.assertEqual(done.returncode, 0)
+            self.assertIn("tarn " + command, done.stdout)
+            self.assertIn("Example", done.stdout)
+
+    def test_version_is_one_line(self):
+        done = run("--version")
+        self.assertEqual(done.returncode, 0)
+        self.assertRegex(done.stdout, r"^tarn \d+\.\d+\.\d+\n$")
+
+    def test_wrong_usage_exits_with_two(self):
+        for arguments in ([], ["nonsense"], ["import"], ["query", self.cloud],
+                          ["query", self.cloud, "#true()", "--iteration", "x"]):
+            self.assertEqual(run(*arguments).returncode, 2, arguments)
+
+    # -- import and export
+
+    def test_export_gives_every_byte_back(self):
+        out = self.path("again.las")
+        self.assertEqual(run("export", self.cloud, "-o", out).returncode, 0)
+        self.assertEqual(las_parts(self.scan), las_parts(out))
+
+    def test_two_scans_make_one_cloud(self):
+        both = self.path("both.tarn")
+        self.assertEqual(run("import", self.scan, self.scan, "-o", both, "-q").returncode, 0)
+        self.assertEqual(run("query", both, "#true()", "--count").stdout, "120000\n")
+        self.assertEqual(run("verify", both).returncode, 0)
+
+    def test_import_of_nothing_names_the_path(self):
+        done = run("import", self.path("absent.las"), "-o", self.path("x.tarn"))
+        self.assert_fails(done, "no such file", "absent.las")
+        self.assertFalse(os.path.exists(self.path("x.tarn")))
+
+    def test_import_of_a_text_file_says_it_is_no_scan(self):
+        text = self.path("text.las")
+        with open(text, "w") as file:
+            file.write("this is no scan\n" * 30)
+        self.assert_fails(run("import", text, "-o", self.path("x.tarn")), "not a LAS file",
+                          "kScanNotRecognised")
+
+    def test_import_of_a_cut_scan_says_how_many_points_are_missing(self):
+        cut = self.path("cut.las")
+        with open(self.scan, "rb") as source, open(cut, "wb") as file:
+            file.write(source.read()[:-36 * 10])
+        self.assert_fails(run("import", cut, "-o", self.path("x.tarn")), "10 are missing",
+                          "kScanTruncated")
+        self.assertEqual(self.leftovers(), [])
+
+    def test_existing_output_is_kept_unless_overwritten(self):
+        self.assert_fails(run("import", self.scan, "-o", self.cloud), "already", "--overwrite")
+        copy = self.path("copy.tarn")
+        shutil.copytree(self.cloud, copy)
+        self.assertEqual(run("import", self.scan, "-o", copy, "--overwrite").returncode, 0)
+        other = self.path("folder")
+        os.mkdir(other)
+        self.assert_fails(run("import", self.scan, "-o", other, "--overwrite"), "no repository")
+
+    def test_place_that_cannot_be_written_to_is_named(self):
+        done = run("import", self.scan, "-o", os.path.join(self.scan, "x.tarn"))
+        self.assert_fails(done, "street.las")
+        done = run("export", self.cloud, "-o", os.path.join(self.folder, "no", "out.las"))
+        self.assert_fails(done, "folder")
+
+    @unittest.skipUnless(os.path.exists("/dev/full"), "SKIPPED: there is no /dev/full here")
+    def test_full_disk_is_said_and_fails(self):
+        self.assert_fails(run("query", self.cloud, "#true()", "-o", self.full(".csv")), "full")
+        self.assert_fails(run("export", self.cloud, "-o", self.full(".las")), "full")
+        with open("/dev/full", "w") as full:
+            done = subprocess.run([TARN, "info", self.cloud], stdout=full, stderr=subprocess.PIPE,
+                                  text=True, timeout=60)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("standard output", done.stderr)
+
+    def full(self, ending):
+        link = self.path("full" + ending)
+        if not os.path.lexists(link):
+            os.symlink("/dev/full", link)
+        return link
+
+    def test_interrupted_import_leaves_nothing(self):
+        big = self.path("big.las")
+        self.assertEqual(run("synthesize", "-o", big, "--points", 1500000, "-q").returncode, 0)
+        stopped = 0
+        for delay in (0.02, 0.05, 0.1, 0.2, 0.4):
+            out = self.path("interrupted.tarn")
+            process = subprocess.Popen([TARN, "import", big, "-o", out, "-q"],
+                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            time.sleep(delay)
+            process.send_signal(signal.SIGINT)
+            _, errors = process.communicate(timeout=120)
+            if process.returncode == 0:
+                shutil.rmtree(out)
+                continue
+            self.assertFalse(os.path.exists(out))
+            self.assertEqual(self.leftovers(), [])
+            if process.returncode == 1:
+                stopped += 1
+                self.assertIn("kStopped", errors)
+        self.assertGreater(stopped, 0)
+        os.remove(big)
+
+    # -- info, iterations, verify
+
+    def test_info_as_json_tells_the_facts(self):
+        facts = json.loads(run("info", self.cloud, "--stats", "--json").stdout)
+        self.assertEqual(facts["points"], 60000)
+        self.assertEqual(facts["scale"], [0.001, 0.001, 0.001])
+        by_name = {dimension["name"]: dimension for dimension in facts["dimensions"]}
+        self.assertEqual(by_name["classification"]["type"], "uint8_t")
+        self.assertIn("mean", by_name["intensity"])
+        self.assertEqual(facts["sources"][0]["point_format"], 7)
+        leading, records, _ = las_parts(self.scan)
+        least = min(struct.unpack_from("<i", record)[0] for record in records)
+        offset, = struct.unpack_from("<d", leading, 155)
+        self.assertEqual(facts["bounds"]["min"][0], least * 0.001 + offset)
+
+    def test_info_as_text_lists_what_was_asked_for(self):
+        plain = run("info", self.cloud).stdout
+        self.assertIn("60,000 points", plain)
+        self.assertNotIn("minimum", plain)
+        full = run("info", self.cloud, "--schema", "--stats", "--metadata").stdout
+        for part in ("uint16_t x 3", "minimum", "LAS 1.4, point format 7", "LASF_Projection 2112"):
+            self.assertIn(part, full)
+
+    def test_iterations_lists_the_one_there_is(self):
+        self.assertRegex(run("iterations", self.cloud).stdout, r"^0  \d{4}-.* 60,000 points")
+        facts = json.loads(run("iterations", self.cloud, "--json").stdout)
+        self.assertEqual([entry["points"] for entry in facts], [60000])
+
+    def test_what_is_no_repository_is_refused(self):
+        for command in (["info"], ["verify"], ["iterations"], ["query"], ["export"]):
+            arguments = command + [self.folder]
+            arguments += ["#true()"] if command == ["query"] else []
+            arguments += ["-o", self.path("n.las")] if command == ["export"] else []
+            self.assert_fails(run(*arguments), "no repository", "kNotARepository")
+
+    def test_every_stream_is_missed_when_deleted_cut_or_altered(self):
+        self.assertEqual(run("verify", self.cloud).returncode, 0)
+        for stream in sorted(os.listdir(self.cloud)):
+            for harm in ("delete", "cut", "alter"):
+                copy = self.path("harmed.tarn")
+                shutil.copytree(self.cloud, copy)
+                self.harm(os.path.join(copy, stream), harm)
+                done = run("verify", copy)
+                shutil.rmtree(copy)
+                if harm != "delete" and os.path.getsize(os.path.join(self.cloud, stream)) == 0:
+                    continue
+                self.assertEqual(done.returncode, 1, (stream, harm, done.stdout))
+                self.assertTrue(done.stderr)
+
+    @staticmethod
+    def harm(path, harm):
+        size = os.path.getsize(path)
+        if harm == "delete":
+            os.remove(path)
+        elif size > 0:
+            with open(path, "r+b") as file:
+                if harm == "cut":
+                    file.truncate(size - 1)
+                else:
+                    file.seek(size // 2)
+                    byte = file.read(1)[0]
+                    file.seek(size // 2)
+                    file.write(bytes([byte ^ 0x10]))
+
+    def test_verify_as_json_names_the_fault(self):
+        copy = self.path("faulty.tarn")
+        shutil.copytree(self.cloud, copy)
+        self.harm(os.path.join(copy, "DEF_COLUMN_0"), "alter")
+        done = run("verify", copy, "--json")
+        shutil.rmtree(copy)
+        self.assertEqual(done.returncode, 1)
+        report = json.loads(done.stdout)
+        self.assertFalse(report["sound"])
+        self.assertEqual(report["faults"][0]["code"], "kChecksumMismatch")
+        self.assertIn("DEF_POSITION", report["faults"][0]["stream"])
+
+    # -- query
+
+    def test_count_is_a_bare_number(self):
+        done = run("query", self.cloud, "#true()", "--count")
+        self.assertEqual((done.stdout, done.stderr, done.returncode), ("60000\n", "", 0))
+
+    def test_query_as_json(self):
+        facts = json.loads(run("query", self.cloud, "#false()", "--json").stdout)
+        self.assertEqual((facts["selected"], facts["points"]), (0, 60000))
+
+    def test_selection_and_its_complement_are_the_cloud(self):
+        ground = '#num{type=uint8_t}("classification", ==, 2)'
+        one, other = self.path("ground.las"), self.path("rest.las")
+        self.assertEqual(run("query", self.cloud, ground, "-o", one).returncode, 0)
+        self.assertEqual(run("query", self.cloud, f"#not({ground})", "-o", other).returncode, 0)
+        both = las_parts(one)[1] + las_parts(other)[1]
+        self.assertEqual(both, las_parts(self.scan)[1])
+        self.assertTrue(all(record[16] == 2 for record in las_parts(one)[1]))
+
+    def test_csv_has_a_header_and_a_line_a_point(self):
+        out = self.path("part.csv")
+        counted = run("query", self.cloud, '#num{type=int}("return_number", >, 1)', "--count")
+        self.assertEqual(
+            run("query", self.cloud, '#num{type=int}("return_number", >, 1)', "-o", out).returncode, 0)
+        with open(out) as file:
+            lines = file.read().splitlines()
+        self.assertTrue(lines[0].startswith("x,y,z,intensity,return_number,"))
+        self.assertEqual(len(lines) - 1, int(counted.stdout))
+        column = lines[0].split(",").index("return_number")
+        self.assertTrue(all(int(line.split(",")[column]) > 1 for line in lines[1:]))
+
+    def test_local_constants_are_not_moved(self):
+        facts = json.loads(run("info", self.cloud, "--json").stdout)
+        least, greatest = facts["bounds"]["min"], facts["bounds"]["max"]
+        middle = [(a + b) / 2 for a, b in zip(least, greatest)]
+        local = [m - o for m, o in zip(middle, facts["local_frame_offset"])]
+        text = "#within{type=sphere}(%.17g, %.17g, %.17g, 20)"
+        source = run("query", self.cloud, text % tuple(middle), "--count").stdout
+        self.assertGreater(int(source), 0)
+        self.assertEqual(run("query", self.cloud, text % tuple(local), "--count", "--local").stdout,
+                         source)
+        self.assertEqual(run("query", self.cloud, text % tuple(middle), "--count", "--local").stdout,
+                         "0\n")
+
+    def test_text_that_does_not_parse_is_shown_with_a_caret(self):
+        done = run("query", self.cloud, '#num{type=int}("x" >, 5)')
+        self.assert_fails(done, '#num{type=int}("x" >, 5)\n                   ^\n', "after the name",
+                          "kQueryRejected")
+
+    def test_bare_inner_call_is_answered_with_the_form_that_works(self):
+        done = run("query", self.cloud, "#and(#or(#true(),#false()),#true())")
+        self.assert_fails(done, "write #and((#or(#true(),#false())),#true())")
+        mended = run("query", self.cloud, "#and((#or(#true(),#false())),#true())", "--count")
+        self.assertEqual(mended.stdout, "60000\n")
+
+    def test_unknown_name_is_answered_with_the_nearest(self):
+        self.assert_fails(run("query", self.cloud, '#num{type=int}("intensty", >, 5)'),
+                          'did you mean "intensity"?')
+
+    def test_wrong_type_is_answered_with_the_right_one(self):
+        self.assert_fails(run("query", self.cloud, '#num{type=int}("gps_time", >, 5)'),
+                          "type=double")
+
+    def test_two_types_for_one_name_are_refused(self):
+        self.assert_fails(
+            run("query", self.cloud, '#or(#num{type=int}("classification", ==, 2),'
+                '#num{type=uint8_t}("classification", ==, 6))'), "as uint8_t here and as int before")
+
+    def test_iteration_that_is_not_there_is_refused(self):
+        self.assert_fails(run("query", self.cloud, "#true()", "--iteration", 3), "iteration 3",
+                          "kIndexOutOfRange")
+
+    def test_unknown_ending_of_the_output_is_refused(self):
+        self.assert_fails(run("query", self.cloud, "#true()", "-o", self.path("x.xyz")), ".las")
+
+    def test_failed_query_leaves_no_file(self):
+        run("query", self.cloud, "bogus", "-o", self.path("never.las"))
+        self.assertFalse(os.path.exists(self.path("never.las")))
+        self.assertEqual(self.leftovers(), [])
+
+
+if __name__ == "__main__":
+    TARN = os.path.abspath(sys.argv.pop(1))
+    unittest.main(verbosity=2)
