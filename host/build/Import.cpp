@@ -82,7 +82,7 @@ Outcome MoveIntoPlace(const fs::path& built, const fs::path& place) {
   if (replaces) fs::rename(place, former, error);
   if (!error) fs::rename(built, place, error);
   if (error) {
-    const Outcome outcome = Outcome::Failure(
+    Outcome outcome = Outcome::Failure(
         result::kIoError,
         "the finished repository cannot be moved into its place: " + error.message(),
         place.string(), "check the permissions of the folder");

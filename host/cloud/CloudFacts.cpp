@@ -92,7 +92,7 @@ class Collector {
     sums_.resize(names.size());
     if (Outcome outcome = BlockReader::Open(cloud_, names, reader_); !outcome.Ok()) return outcome;
     Outcome failure;
-    const Outcome walk = cloud_.WalkNodes(iteration, [&](const Node& node) {
+    Outcome walk = cloud_.WalkNodes(iteration, [&](const Node& node) {
       failure = Visit(node);
       return failure.Ok() ? Descend::kIntoChildren : Descend::kStop;
     });

@@ -81,7 +81,7 @@ Outcome ExportLas(Cloud& cloud, std::uint64_t iteration, const std::filesystem::
   if (Outcome outcome = NodeExporter::Open(cloud, *writer, exporter); !outcome.Ok()) return outcome;
 
   Outcome failure;
-  const Outcome walk = cloud.WalkNodes(iteration, [&](const OOCPCOctreeAcceleratorNode& node) {
+  Outcome walk = cloud.WalkNodes(iteration, [&](const OOCPCOctreeAcceleratorNode& node) {
     failure = exporter.Write(node);
     if (failure.Ok() && progress &&
         !progress({"writing", writer->GetPointCount(), record.pointCount})) {

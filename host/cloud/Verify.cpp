@@ -290,7 +290,7 @@ Outcome VerifyRepository(const std::filesystem::path& folder,
                          VerifyReport& report) {
   report = {};
   std::unique_ptr<Cloud> cloud;
-  const Outcome opened = Cloud::Open(folder, cloud);
+  Outcome opened = Cloud::Open(folder, cloud);
   if (opened.code == result::kNotARepository || opened.code == result::kAccessDenied) {
     return opened;
   }

@@ -100,14 +100,14 @@ TEST(MetaDataComparison, ProperPrefixOrdersFirst) {
 TEST(MetaDataComparison, TextEndsAtItsNulWhateverTheSize) {
   const StringEqualQuery equal("n", "ab", kAnd);
   EXPECT_TRUE(SatisfiesRecord(equal, std::string("ab\0x", 4)));
-  const char* const records[] = {"ab"};
+  const char* const records[] = {"ab", "ab"};
   const unsigned sizes[] = {0};
   EXPECT_TRUE(equal.Satisfy(records, sizes));
 }
 
 TEST(MetaDataComparison, ReadsNumbersAtAnyAlignmentWhateverTheSize) {
   const std::string bytes = "xxx" + BytesOfValues(0.1);
-  const char* const records[] = {bytes.data() + 3};
+  const char* const records[] = {bytes.data() + 3, bytes.data() + 3};
   const unsigned sizes[] = {1};
   EXPECT_TRUE(DoubleEqualQuery("n", 0.1, kAnd).Satisfy(records, sizes));
 }
@@ -115,7 +115,7 @@ TEST(MetaDataComparison, ReadsNumbersAtAnyAlignmentWhateverTheSize) {
 TEST(MetaDataComparison, IsFalseWithoutRecordsOrSizes) {
   const Int32NotEqualQuery query("n", 1, kAnd);
   const std::string bytes = BytesOfValues(2);
-  const char* const records[] = {bytes.data()};
+  const char* const records[] = {bytes.data(), bytes.data()};
   const unsigned sizes[] = {4};
   EXPECT_TRUE(query.Satisfy(records, sizes));
   EXPECT_FALSE(query.Satisfy(nullptr, sizes));
