@@ -40,3 +40,7 @@ HRESULT TarnOOCPointCloud::DestroyDataRepository() {
   dataRepository = nullptr;
   return oocpc::result::kOk;
 }
+
+bool TarnOOCPointCloud::IsReadable(const OOCPCContainer& container) const {
+  return container.GetRepository() == nullptr || container.GetRepository() == dataRepository;
+}

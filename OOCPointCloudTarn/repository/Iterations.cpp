@@ -11,6 +11,7 @@ HRESULT TarnOOCPointCloud::GetIteration(std::uint64_t iterationIndex,
   }
   auto read = std::make_shared<OOCPCUpdateIteration>();
   if (updateIterationContainer == nullptr) return oocpc::result::kNoUpdateIterations;
+  if (!IsReadable(*updateIterationContainer)) return oocpc::result::kNoRepository;
   const std::uint16_t recordBytes = updateIterationContainer->GetRecordSize();
   std::vector<std::uint8_t> record(recordBytes);
   const HRESULT code = updateIterationContainer->ReadUpdateIterations(

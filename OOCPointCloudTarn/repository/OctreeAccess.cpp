@@ -7,6 +7,7 @@
 HRESULT TarnOOCPointCloud::GetOOCNode(std::uint64_t nodeIndex,
                                       OOCPCOctreeAcceleratorNode& node) const {
   if (acceleratorContainer == nullptr) return oocpc::result::kNoAcceleratorContainer;
+  if (!IsReadable(*acceleratorContainer)) return oocpc::result::kNoRepository;
   // A clone has a read position of its own, so readers on several threads do not meet.
   const std::unique_ptr<OOCPCAcceleratorContainer> clone(acceleratorContainer->Clone());
   if (clone == nullptr) return oocpc::result::kAcceleratorNotCloned;

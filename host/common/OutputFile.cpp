@@ -60,12 +60,14 @@ OutputFile::~OutputFile() {
 Outcome OutputFile::Fail(int error) const { return FailureOf(error, target_); }
 
 Outcome OutputFile::Write(std::span<const std::uint8_t> bytes) {
+  if (bytes.empty()) return Outcome::Success();  // an empty span may be null, fwrite takes no null
   if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) return Fail(errno);
   length_ += bytes.size();
   return Outcome::Success();
 }
 
 Outcome OutputFile::Write(std::string_view text) {
+  if (text.empty()) return Outcome::Success();
   if (std::fwrite(text.data(), 1, text.size(), file_) != text.size()) return Fail(errno);
   length_ += text.size();
   return Outcome::Success();

@@ -48,7 +48,7 @@ std::string TextAt(const std::uint8_t* bytes, std::size_t length) {
 }
 
 void PutText(std::uint8_t* bytes, std::size_t length, const std::string& text) {
-  std::memcpy(bytes, text.data(), std::min(length, text.size()));
+  std::copy_n(text.begin(), std::min(length, text.size()), bytes);
 }
 
 template <typename T>

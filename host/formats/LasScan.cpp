@@ -20,12 +20,14 @@ void GatherBytes(const std::uint8_t* field, std::size_t stride,
 }  // namespace
 
 Outcome LasScan::Open(const std::filesystem::path& path, std::unique_ptr<LasScan>& scan) {
+  // What the system will not say of a path it says again, as an error, when the file is mapped.
   std::error_code ignored;
-  if (!std::filesystem::exists(path, ignored)) {
+  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+  if (status.type() == std::filesystem::file_type::not_found) {
     return Outcome::Failure(oocpc::result::kIoError, "there is no such file", path.string(),
                             "check the path");
   }
-  if (std::filesystem::is_directory(path, ignored)) {
+  if (std::filesystem::is_directory(status)) {
     return Outcome::Failure(oocpc::result::kScanNotRecognised, "this is a folder, not a scan",
                             path.string(), "name the scan files themselves");
   }

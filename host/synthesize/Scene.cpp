@@ -72,9 +72,11 @@ void Scene::BuildGrid() {
     for (std::int64_t column = 0; column < columns_; ++column) {
       Cell& cell = cells_[static_cast<std::size_t>(row * columns_ + column)];
       for (int sample = 0; sample < 9; ++sample) {
+        const int right = sample % 3;
+        const int up = sample / 3;
         const double x =
-            kCell * (static_cast<double>(column) + 0.5 * (sample % 3)) - terrain_.GetHalfLength();
-        const double y = kCell * (static_cast<double>(row) + 0.5 * (sample / 3)) - kSceneHalfDepth;
+            kCell * (static_cast<double>(column) + 0.5 * right) - terrain_.GetHalfLength();
+        const double y = kCell * (static_cast<double>(row) + 0.5 * up) - kSceneHalfDepth;
         const double height = terrain_.HeightAt(x, y);
         bottom_ = std::min(bottom_, height);
         // A kerb between two samples may stand higher than both.

@@ -133,6 +133,8 @@ class OOCPOINTCLOUDTARN_API TarnOOCPointCloud {
   void RegisterMetaData(const OOCPCMetaDataContainer& container);
   // Detaches the repository; always 0. Caches and core containers stay.
   HRESULT DestroyDataRepository();
+  // False for a core container whose repository was detached: it must not be read from.
+  [[nodiscard]] bool IsReadable(const OOCPCContainer& container) const;
 
   // Takes `container` over and registers it under its name; deletes it when it is refused.
   [[nodiscard]] HRESULT AddContainer(OOCPCContainer* container);

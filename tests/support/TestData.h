@@ -1,0 +1,33 @@
+// Real scans that tests read where they are at hand.
+#pragma once
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace oocpctest {
+
+/// The folder of real scans: TARN_TEST_DATA, or `shared/data` beside the project. Tests that need
+/// it skip themselves where it is missing.
+inline std::filesystem::path TestDataFolder() {
+  if (const char* named = std::getenv("TARN_TEST_DATA"); named != nullptr) return named;
+  return std::filesystem::path(TESTS_SOURCE_DIR).parent_path().parent_path() / "shared" / "data";
+}
+
+/// Every uncompressed LAS file in it and below, in the order of their names.
+inline std::vector<std::filesystem::path> TestScans() {
+  std::vector<std::filesystem::path> scans;
+  std::error_code error;
+  std::filesystem::recursive_directory_iterator entry(TestDataFolder(), error);
+  if (error) return scans;
+  for (const auto& file : entry) {
+    if (file.path().extension() == ".las") scans.push_back(file.path());
+  }
+  std::sort(scans.begin(), scans.end());
+  return scans;
+}
+
+}  // namespace oocpctest
