@@ -26,9 +26,15 @@ void Mutate(Bytes& bytes, std::mt19937& random) {
   for (int i = 0; i < changes && !bytes.empty(); ++i) {
     const std::size_t at = random() % bytes.size();
     switch (random() % 4) {
-      case 0: bytes[at] = static_cast<std::uint8_t>(random()); break;
-      case 1: bytes[at] = static_cast<std::uint8_t>(bytes[at] ^ (1u << (random() % 8))); break;
-      case 2: bytes.resize(at); break;
+      case 0:
+        bytes[at] = static_cast<std::uint8_t>(random());
+        break;
+      case 1:
+        bytes[at] = static_cast<std::uint8_t>(bytes[at] ^ (1u << (random() % 8)));
+        break;
+      case 2:
+        bytes.resize(at);
+        break;
       default:
         bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at),
                      static_cast<std::uint8_t>(random()));

@@ -3,6 +3,7 @@
 #include <OOCPointCloud/OOCPCIInputStream.h>
 
 #include <algorithm>
+#include <new>
 
 #include "OOCPointCloud/containers/ChunkCompetition.h"
 #include "OOCPointCloud/streams/StreamAccess.h"
@@ -57,7 +58,7 @@ HRESULT OOCPCAcceleratorContainer::ReadNode(std::uint64_t nodeIndex,
 }
 
 OOCPCAcceleratorContainer* OOCPCAcceleratorContainer::Clone() const {
-  auto clone = std::make_unique<OOCPCAcceleratorContainer>(GetChunkType(), GetRepository());
-  clone->description_ = description_;
-  return clone.release();
+  auto* const clone = new (std::nothrow) OOCPCAcceleratorContainer(GetChunkType(), GetRepository());
+  if (clone != nullptr) clone->description_ = description_;
+  return clone;
 }

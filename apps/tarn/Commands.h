@@ -9,6 +9,9 @@ namespace tarnapp {
 /// Runs the subcommand that was chosen and gives the exit code.
 using Action = std::function<int()>;
 
+/// Refuses an empty name on the command line.
+CLI::Validator IsNamed();
+
 void AddImport(CLI::App& app, Action& action);
 void AddInfo(CLI::App& app, Action& action);
 void AddQuery(CLI::App& app, Action& action);

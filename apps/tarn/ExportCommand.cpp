@@ -41,7 +41,8 @@ void AddExport(CLI::App& app, Action& action) {
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command->add_option("-o,--output", arguments->output, "The LAS file to write")->required();
   CLI::Option* iteration =
-      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest");
+      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
+          ->check(CLI::NonNegativeNumber);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, iteration, &action] {
     action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };

@@ -42,12 +42,16 @@ void AddImport(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("import", "Make a repository out of scans");
   command->footer("Example:\n  tarn import street.las -o street.tarn");
   command->add_option("SCANS", arguments->scans, "LAS files of one cloud (1.0 to 1.4)")->required();
-  command->add_option("-o,--output", arguments->output, "The repository to make")->required();
+  command->add_option("-o,--output", arguments->output, "The repository to make")
+      ->required()
+      ->check(IsNamed());
   command->add_flag("--overwrite", arguments->options.overwrite,
                     "Replace a repository that is there");
   CLI::Option* time =
-      command->add_option("--time", arguments->time,
-                          "Time point of the cloud, microseconds since 1970 UTC; default now");
+      command
+          ->add_option("--time", arguments->time,
+                       "Time point of the cloud, microseconds since 1970 UTC; default now")
+          ->check(CLI::NonNegativeNumber);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, time, &action] {
     action = [arguments, time] { return Run(*arguments, time->count() > 0); };

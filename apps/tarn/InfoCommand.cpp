@@ -46,7 +46,8 @@ void AddInfo(CLI::App& app, Action& action) {
   command->add_flag("--metadata", arguments->parts.metadata,
                     "List the sources' headers and variable-length records");
   CLI::Option* iteration =
-      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest");
+      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
+          ->check(CLI::NonNegativeNumber);
   command->add_flag("--json", arguments->json, "Print all facts as JSON");
   command->callback([arguments, iteration, &action] {
     action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };

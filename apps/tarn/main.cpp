@@ -4,12 +4,23 @@
 #include <exception>
 #include <new>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 
 namespace {
+
+/// Wrong usage in the form of every other failure, with the help that answers it.
+std::string UsageMessage(const CLI::App* app, const CLI::Error& error) {
+  std::string what = error.what();
+  while (!what.empty() && (what.back() == '\n' || what.back() == '.')) what.pop_back();
+  const std::vector<CLI::App*> chosen = app->get_subcommands();
+  const std::string command = chosen.empty() ? "tarn" : "tarn " + chosen.front()->get_name();
+  return "tarn: " + what + "\n  " + command + " --help tells how it is used\n";
+}
 
 /// Parses the command line; an exit code when there is nothing to run.
 std::optional<int> Parse(CLI::App& app, int argc, char** argv) {
@@ -41,12 +52,20 @@ int FlushOutput(int code) {
 
 }  // namespace
 
+CLI::Validator tarnapp::IsNamed() {
+  return {[](const std::string& text) {
+            return text.empty() ? std::string("the name is empty") : std::string();
+          },
+          ""};
+}
+
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   tarnapp::StopOnInterrupt();
   CLI::App app{"Opens point clouds too large for memory, and selects points in them.", "tarn"};
   app.set_version_flag("--version", "tarn " TARN_VERSION);
   app.require_subcommand(1);
+  app.failure_message(UsageMessage);
   app.footer("tarn COMMAND --help tells more about a command.");
   tarnapp::Action action;
   tarnapp::AddImport(app, action);

@@ -206,31 +206,33 @@ std::string EpsgFromGeoKeys(std::span<const std::uint8_t> keys) {
   return geographic == 0 ? std::string() : "EPSG:" + std::to_string(geographic);
 }
 
+/// The payload of a record, which lies before or behind the points; empty where it does neither.
+std::span<const std::uint8_t> PayloadOf(const LasHeader& header, const SourceRecord& source,
+                                        const LasVariableRecord& record) {
+  const std::uint64_t pointsEnd =
+      header.pointsOffset + source.pointCount * std::uint64_t{header.pointBytes};
+  const bool behind = record.payloadOffset >= pointsEnd;
+  const auto bytes = behind ? source.trailingBytes : source.leadingBytes;
+  const std::uint64_t at = record.payloadOffset - (behind ? pointsEnd : 0);
+  if (at > bytes.size() || record.payloadBytes > bytes.size() - at) return {};
+  return bytes.subspan(static_cast<std::size_t>(at), static_cast<std::size_t>(record.payloadBytes));
+}
+
 }  // namespace
 
 std::optional<LasHeader> ReadSourceHeader(const SourceRecord& source) {
-  // The points are elsewhere: put back only what the header's checks look at.
-  std::vector<std::uint8_t> bytes(source.leadingBytes.begin(), source.leadingBytes.end());
-  if (bytes.size() < LasHeaderBytes(0)) return std::nullopt;
-  LasHeader emptied;
-  emptied.versionMinor = std::min<std::uint8_t>(bytes[25], 4);
-  if (bytes.size() < LasHeaderBytes(emptied.versionMinor)) return std::nullopt;
-  PatchLasHeader(emptied, bytes);
   LasHeader header;
-  if (!ParseLasHeader(bytes, source.fileName, header).Ok()) return std::nullopt;
-  header.pointCount = source.pointCount;
+  const Outcome outcome = ParseLasFrame(source.leadingBytes, source.pointCount,
+                                        source.trailingBytes, source.fileName, header);
+  if (!outcome.Ok()) return std::nullopt;
   return header;
 }
 
-std::string FindCoordinateSystem(const LasHeader& header, std::span<const std::uint8_t> file) {
+std::string FindCoordinateSystem(const LasHeader& header, const SourceRecord& source) {
   std::string geoKeys;
   for (const LasVariableRecord& record : header.records) {
-    if (record.userId != "LASF_Projection" || record.payloadOffset > file.size() ||
-        record.payloadBytes > file.size() - record.payloadOffset) {
-      continue;
-    }
-    const auto payload = file.subspan(static_cast<std::size_t>(record.payloadOffset),
-                                      static_cast<std::size_t>(record.payloadBytes));
+    if (record.userId != "LASF_Projection") continue;
+    const auto payload = PayloadOf(header, source, record);
     if (record.recordId == 2112) {
       const auto end = std::ranges::find(payload, std::uint8_t{0});
       return {payload.begin(), end};
@@ -266,7 +268,7 @@ Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, Clo
     if (!las) continue;
     facts.sourceBytes += source.pointCount * las->pointBytes;
     if (facts.coordinateSystem.empty()) {
-      facts.coordinateSystem = FindCoordinateSystem(*las, source.leadingBytes);
+      facts.coordinateSystem = FindCoordinateSystem(*las, source);
     }
   }
   if (Outcome outcome = CollectIterations(cloud, facts.iterations); !outcome.Ok()) return outcome;

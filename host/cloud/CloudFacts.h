@@ -68,7 +68,7 @@ Outcome CollectIterations(Cloud& cloud, std::vector<IterationFacts>& iterations)
 /// The header of a source, with its records, whatever became of its points.
 std::optional<LasHeader> ReadSourceHeader(const SourceRecord& source);
 
-/// WKT, or "EPSG:n" out of GeoTIFF keys, or empty.
-std::string FindCoordinateSystem(const LasHeader& header, std::span<const std::uint8_t> file);
+/// WKT, or "EPSG:n" out of GeoTIFF keys, or empty; from the records before or behind the points.
+std::string FindCoordinateSystem(const LasHeader& header, const SourceRecord& source);
 
 }  // namespace tarnhost

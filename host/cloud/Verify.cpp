@@ -34,6 +34,7 @@ class Verifier {
  private:
   struct BlockFacts {
     std::uint64_t points = 0;
+    std::uint64_t firstPoint = 0;  ///< points of all blocks before
     oocpc::Box3d box;
   };
 
@@ -140,6 +141,7 @@ class Verifier {
                          std::uint64_t points) {
     BlockFacts& facts = blocks_[block];
     facts.points = points;
+    if (block > 0) facts.firstPoint = blocks_[block - 1].firstPoint + blocks_[block - 1].points;
     std::vector<std::uint8_t> local;
     if (oocpc::Failed(column.ReadBlock(block, local))) return;
     for (std::size_t i = 0; i < local.size() / 24; ++i) {
@@ -268,6 +270,9 @@ class Verifier {
     if (blocks_[node.blockId].points != node.ownPointCount) {
       AddNodeFault(result::kBadRecord, index, "its block has another number of points");
       return false;
+    }
+    if (blocks_[node.blockId].firstPoint != node.firstPoint) {
+      AddNodeFault(result::kBadRecord, index, "its first point is not that of its block");
     }
     return true;
   }

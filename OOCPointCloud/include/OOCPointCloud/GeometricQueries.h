@@ -3,11 +3,11 @@
 
 #include <OOCPointCloud/OOCPCIQuery.h>
 
-// The geometric queries read one metadata, "DEF_POSITION": 12 bytes are three floats, 24 bytes three
-// doubles; any other size is not satisfied. Constants and positions are in the local frame. All
-// arithmetic is in double precision from the constants given, without fused operations and in the
-// order stated, so that a node's classification holds for each of its points to the last bit. A NaN
-// in a constant or a position satisfies nothing.
+// The geometric queries read one metadata, "DEF_POSITION": 12 bytes are three floats, 24 bytes
+// three doubles; any other size is not satisfied. Constants and positions are in the local frame.
+// All arithmetic is in double precision from the constants given, without fused operations and in
+// the order stated, so that a node's classification holds for each of its points to the last bit. A
+// NaN in a constant or a position satisfies nothing.
 
 /// Every point.
 class OOCPOINTCLOUD_API OOCPCAllPointsQuery final : public OOCPCIQuery {
@@ -39,7 +39,8 @@ class OOCPOINTCLOUD_API OOCPCPositionQuery : public OOCPCIQuery {
   using OOCPCIQuery::Satisfy;
   [[nodiscard]] Descriptor GetDescriptor() const override;
   [[nodiscard]] bool Satisfy(const char* const* records, const unsigned* sizes) const final;
-  [[nodiscard]] ClassifyResult ClassifyNode(const double* min, const double* max) const override = 0;
+  [[nodiscard]] ClassifyResult ClassifyNode(const double* min,
+                                            const double* max) const override = 0;
   [[nodiscard]] ClassifyResult ClassifyNode(const OOCPointCloudNode& node) const final;
   [[nodiscard]] NodeAccelerator* MakeNodeAccelerator(const OOCPointCloudNode& node) const final;
   /// The test itself, of a position in the local frame.

@@ -47,8 +47,8 @@ class OOCPOINTCLOUD_API OOCPCBooleanAST {
   [[nodiscard]] virtual OOCPCBooleanAST* Clone() const = 0;
   virtual ~OOCPCBooleanAST();
 
-  /// Estimated cost of a test: constants 0, comparisons 1, boxes and spheres 2, frustum 6, strings 8;
-  /// an operator the sum of its operands.
+  /// Estimated cost of a test: constants 0, comparisons 1, boxes and spheres 2, frustum 6, strings
+  /// 8; an operator the sum of its operands.
   std::int32_t weight;
   std::uint32_t kind;
   OOCPCBooleanAST* first = nullptr;  ///< operand of a negation, left operand of a binary operator

@@ -91,8 +91,8 @@ struct OOCPOINTCLOUD_API OOCPCPositionsDescription {
 };
 
 /// The points' positions (chunk type 2): stored as the source's three 32-bit integers, delivered as
-/// three doubles in the local frame: (integer * scale + offset) - local frame offset, each operation
-/// rounded to double in this order.
+/// three doubles in the local frame: (integer * scale + offset) - local frame offset, each
+/// operation rounded to double in this order.
 class OOCPOINTCLOUD_API OOCPCStaticPositionsContainer final : public OOCPCMetaDataContainer {
  public:
   explicit OOCPCStaticPositionsContainer(OOCPCIDataRepository* repository);

@@ -32,7 +32,9 @@ struct OOCIndexChunk {
 
   OOCIndexChunk() = default;
   OOCIndexChunk(oocpc::ContainerChunkType chunkType, std::vector<std::uint8_t> bytes)
-      : type(chunkType), size(static_cast<std::uint32_t>(bytes.size())), payload(std::move(bytes)) {}
+      : type(chunkType),
+        size(static_cast<std::uint32_t>(bytes.size())),
+        payload(std::move(bytes)) {}
   OOCIndexChunk(const OOCIndexChunk&) = delete;
   OOCIndexChunk& operator=(const OOCIndexChunk&) = delete;
   OOCIndexChunk(OOCIndexChunk&& other) noexcept { *this = std::move(other); }

@@ -25,16 +25,17 @@ struct OOCPCOctreeAcceleratorNode {
   /// Node indices in the accelerator stream; kNoChild where there is none.
   std::array<std::uint64_t, 8> children{kNoChild, kNoChild, kNoChild, kNoChild,
                                         kNoChild, kNoChild, kNoChild, kNoChild};
-  std::uint64_t firstPoint = 0;      ///< number of the node's first own point in storage order
-  std::uint64_t blockId = kNoBlock;  ///< the block of the node's own points, the same in all columns
-  std::uint32_t level = 0;           ///< 0 is the root
+  std::uint64_t firstPoint = 0;  ///< number of the node's first own point in storage order
+  std::uint64_t blockId =
+      kNoBlock;             ///< the block of the node's own points, the same in all columns
+  std::uint32_t level = 0;  ///< 0 is the root
   std::uint32_t ownPointCount = 0;
-  std::uint64_t indexInLevel = 0;    ///< Morton code of the node's cell
+  std::uint64_t indexInLevel = 0;  ///< Morton code of the node's cell
   std::uint64_t subtreePointCount = 0;
-  std::uint32_t flags = 0;           ///< none defined yet; written as 0
-  std::uint32_t checksum = 0;        ///< CRC-32C of the other 156 bytes
-  oocpc::Vector3d corner1{};         ///< least corner of the tight box of the subtree, local frame
-  oocpc::Vector3d corner2{};         ///< greatest corner
+  std::uint32_t flags = 0;     ///< none defined yet; written as 0
+  std::uint32_t checksum = 0;  ///< CRC-32C of the other 156 bytes
+  oocpc::Vector3d corner1{};   ///< least corner of the tight box of the subtree, local frame
+  oocpc::Vector3d corner2{};   ///< greatest corner
 
   [[nodiscard]] bool IsLeaf() const;
   [[nodiscard]] OOCPointCloudNode Describe() const;

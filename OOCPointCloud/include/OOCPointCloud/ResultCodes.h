@@ -57,33 +57,33 @@ inline constexpr HRESULT kNoUpdateIterations = Code(0xA1100083u);
 inline constexpr HRESULT kNoAcceleratorContainer = Code(0xA1100084u);
 
 // Storage: streams, records, columns. These belong to the companion library alone.
-inline constexpr HRESULT kStreamMissing = Code(0xA1200002u);       // a named stream is not there
-inline constexpr HRESULT kStreamShort = Code(0xA120001Eu);         // fewer bytes than promised
-inline constexpr HRESULT kIoError = Code(0xA120001Du);             // the system refused; see errno
-inline constexpr HRESULT kNoSpace = Code(0xA1200070u);             // the disk is full
-inline constexpr HRESULT kAccessDenied = Code(0xA1200005u);        // no permission
-inline constexpr HRESULT kNotARepository = Code(0xA1200003u);      // no main stream at that place
-inline constexpr HRESULT kAlreadyExists = Code(0xA1200050u);       // the place is taken
-inline constexpr HRESULT kSeekOutOfRange = Code(0xA1200019u);      // position behind the end
-inline constexpr HRESULT kBadStreamName = Code(0xA120007Bu);       // not a name of a stream
-inline constexpr HRESULT kBadRecord = Code(0xA120000Du);           // a record contradicts itself
-inline constexpr HRESULT kChecksumMismatch = Code(0xA1200017u);    // stored bytes were altered
-inline constexpr HRESULT kUnknownVersion = Code(0xA1200081u);      // written by a newer program
-inline constexpr HRESULT kIndexOutOfRange = Code(0xA1200057u);     // no such node, block, iteration
-inline constexpr HRESULT kUnknownEncoding = Code(0xA1200082u);     // block encoding not known
+inline constexpr HRESULT kStreamMissing = Code(0xA1200002u);     // a named stream is not there
+inline constexpr HRESULT kStreamShort = Code(0xA120001Eu);       // fewer bytes than promised
+inline constexpr HRESULT kIoError = Code(0xA120001Du);           // the system refused; see errno
+inline constexpr HRESULT kNoSpace = Code(0xA1200070u);           // the disk is full
+inline constexpr HRESULT kAccessDenied = Code(0xA1200005u);      // no permission
+inline constexpr HRESULT kNotARepository = Code(0xA1200003u);    // no main stream at that place
+inline constexpr HRESULT kAlreadyExists = Code(0xA1200050u);     // the place is taken
+inline constexpr HRESULT kSeekOutOfRange = Code(0xA1200019u);    // position behind the end
+inline constexpr HRESULT kBadStreamName = Code(0xA120007Bu);     // not a name of a stream
+inline constexpr HRESULT kBadRecord = Code(0xA120000Du);         // a record contradicts itself
+inline constexpr HRESULT kChecksumMismatch = Code(0xA1200017u);  // stored bytes were altered
+inline constexpr HRESULT kUnknownVersion = Code(0xA1200081u);    // written by a newer program
+inline constexpr HRESULT kIndexOutOfRange = Code(0xA1200057u);   // no such node, block, iteration
+inline constexpr HRESULT kUnknownEncoding = Code(0xA1200082u);   // block encoding not known
 inline constexpr HRESULT kNoRepositoryInformation = Code(0xA1200083u);  // main stream lacks it
-inline constexpr HRESULT kCatalogueMismatch = Code(0xA1200084u);   // main stream was altered
-inline constexpr HRESULT kStringNotFound = Code(0xA1200085u);      // no such dictionary entry
+inline constexpr HRESULT kCatalogueMismatch = Code(0xA1200084u);        // main stream was altered
+inline constexpr HRESULT kStringNotFound = Code(0xA1200085u);           // no such dictionary entry
 
 // What the program around the library adds: scans, queries as texts, running jobs.
-inline constexpr HRESULT kScanNotRecognised = Code(0xA1300001u);   // not a scan file we know
-inline constexpr HRESULT kScanTruncated = Code(0xA1300002u);       // ends before its points do
-inline constexpr HRESULT kScanContradictory = Code(0xA1300003u);   // its header states nonsense
-inline constexpr HRESULT kScanUnsupported = Code(0xA1300004u);     // a kind not handled yet
-inline constexpr HRESULT kScansDiffer = Code(0xA1300005u);         // files that make no one cloud
-inline constexpr HRESULT kQueryRejected = Code(0xA1300006u);       // a text that cannot be asked
-inline constexpr HRESULT kStopped = Code(0xA1300007u);             // the user asked to stop
-inline constexpr HRESULT kOutOfMemory = Code(0xA130000Eu);         // memory ran out
+inline constexpr HRESULT kScanNotRecognised = Code(0xA1300001u);  // not a scan file we know
+inline constexpr HRESULT kScanTruncated = Code(0xA1300002u);      // ends before its points do
+inline constexpr HRESULT kScanContradictory = Code(0xA1300003u);  // its header states nonsense
+inline constexpr HRESULT kScanUnsupported = Code(0xA1300004u);    // a kind not handled yet
+inline constexpr HRESULT kScansDiffer = Code(0xA1300005u);        // files that make no one cloud
+inline constexpr HRESULT kQueryRejected = Code(0xA1300006u);      // a text that cannot be asked
+inline constexpr HRESULT kStopped = Code(0xA1300007u);            // the user asked to stop
+inline constexpr HRESULT kOutOfMemory = Code(0xA130000Eu);        // memory ran out
 // NOLINTEND(bugprone-narrowing-conversions)
 }  // namespace result
 

@@ -36,9 +36,7 @@ class QELSYSTS_API QelUnicodeString {
   friend bool operator==(const QelUnicodeString& a, const QelUnicodeString& b) {
     return a.codeUnits_ == b.codeUnits_;
   }
-  friend bool operator!=(const QelUnicodeString& a, const QelUnicodeString& b) {
-    return !(a == b);
-  }
+  friend bool operator!=(const QelUnicodeString& a, const QelUnicodeString& b) { return !(a == b); }
 
  private:
   std::u16string codeUnits_;

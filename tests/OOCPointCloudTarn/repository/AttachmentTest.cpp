@@ -304,4 +304,17 @@ TEST(Attachment, ReportsThatMemoryRanOut) {
   }
 }
 
+TEST(Attachment, ReportsAnAcceleratorThatCannotBeCloned) {
+  TarnOOCPointCloud cloud;
+  ASSERT_EQ(cloud.AttachDataRepository(CompleteRepository().release()), result::kOk);
+  OOCPCOctreeAcceleratorNode node;
+  nothrowAllocationsLeft = 0;
+  const HRESULT ofNode = cloud.GetOOCNode(0, node);
+  const HRESULT ofRoot = cloud.GetOOCRootNode(0, node);
+  nothrowAllocationsLeft = -1;
+  EXPECT_EQ(ofNode, result::kAcceleratorNotCloned);
+  EXPECT_EQ(ofRoot, result::kAcceleratorNotCloned);
+  EXPECT_EQ(cloud.GetOOCNode(0, node), result::kOk);
+}
+
 }  // namespace
