@@ -3,7 +3,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/select/Sinks.h"
@@ -59,11 +58,15 @@ std::string Field(const std::string& text) {
 }  // namespace
 
 int DecimalsOf(double scale) {
-  double shifted = std::abs(scale);
-  for (int decimals = 0; decimals <= 15; ++decimals, shifted *= 10) {
-    if (shifted >= 1 && std::abs(shifted - std::round(shifted)) <= 1e-9 * shifted) return decimals;
-  }
-  return -1;
+  constexpr std::ptrdiff_t kMostDecimals = 15;
+  if (!std::isfinite(scale)) return -1;
+  std::array<char, 400> digits;
+  const char* const end =
+      std::to_chars(digits.data(), digits.data() + digits.size(), scale, std::chars_format::fixed)
+          .ptr;
+  const char* const point = std::find(static_cast<const char*>(digits.data()), end, '.');
+  const std::ptrdiff_t decimals = point == end ? 0 : end - point - 1;
+  return decimals <= kMostDecimals ? static_cast<int>(decimals) : -1;
 }
 
 Outcome CsvSink::Begin(Cloud& cloud) {
@@ -71,7 +74,7 @@ Outcome CsvSink::Begin(Cloud& cloud) {
   const PositionTransform& transform = cloud.GetTransform();
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const int scale = DecimalsOf(transform.scale[axis]);
-    const int offset = transform.offset[axis] == 0 ? 0 : DecimalsOf(transform.offset[axis]);
+    const int offset = DecimalsOf(transform.offset[axis]);
     decimals_[axis] = scale < 0 || offset < 0 ? -1 : std::max(scale, offset);
   }
   if (Outcome outcome = OutputFile::Create(output_, file_); !outcome.Ok()) return outcome;

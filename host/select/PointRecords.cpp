@@ -101,6 +101,7 @@ Outcome PointRecords::PlaceFields() {
 }
 
 Outcome PointRecords::LoadStrings() {
+  if (!strings_.empty()) return Outcome::Success();
   const OOCPCStringRepositoryContainer* dictionary =
       cloud_->GetPointCloud().GetDataRepository()->GetStringRepository();
   if (dictionary == nullptr) {

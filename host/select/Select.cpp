@@ -21,9 +21,10 @@ namespace {
 using Node = OOCPCOctreeAcceleratorNode;
 using ClassifyResult = OOCPCIQuery::ClassifyResult;
 
-/// Records laid out at once: index times stride stays far below 2^32, where the evaluator's product
-/// would wrap.
+/// Bounds of what is laid out at once. Index times stride stays far below 2^32, where the
+/// evaluator's product would wrap, however long the records of a cloud with long strings are.
 constexpr std::uint32_t kRecordsAtOnce = 4096;
+constexpr std::uint32_t kRecordBytesAtOnce = 1u << 22;
 
 /// One selection on its way through the octree.
 class Selection {
@@ -62,7 +63,7 @@ class Selection {
     }
     Outcome failure;
     std::uint64_t done = 0;
-    const Outcome walk = cloud_.WalkNodes(iteration, [&](const Node& node) {
+    Outcome walk = cloud_.WalkNodes(iteration, [&](const Node& node) {
       Descend descend = Descend::kIntoChildren;
       failure = Visit(node, descend);
       done += descend == Descend::kPastSubtree ? node.subtreePointCount : node.ownPointCount;
@@ -122,14 +123,17 @@ class Selection {
     ++report_.nodesTested;
     if (Outcome outcome = records_.ReadNode(node); !outcome.Ok()) return outcome;
     points_.clear();
-    for (std::uint32_t first = 0; first < node.ownPointCount; first += kRecordsAtOnce) {
-      const std::uint32_t count = std::min(kRecordsAtOnce, node.ownPointCount - first);
+    const std::uint32_t most =
+        std::clamp(kRecordBytesAtOnce / records_.GetStride(), 1u, kRecordsAtOnce);
+    for (std::uint32_t first = 0; first < node.ownPointCount;) {
+      const std::uint32_t count = std::min(most, node.ownPointCount - first);
       const char* records = records_.Fill(first, count);
       for (std::uint32_t i = 0; i < count; ++i) {
         if (evaluator_->EvaluateExpression(records, i, records_.GetStride())) {
           points_.push_back(first + i);
         }
       }
+      first += count;
     }
     report_.selected += points_.size();
     if (sink_ == nullptr || points_.empty()) return Outcome::Success();

@@ -5,7 +5,7 @@
 
 namespace tarnhost::synthesize {
 
-/// Classes of the synthetic scans: those of the LAS specification, and two of the range that it
+/// Classes of the synthetic scans: those of the LAS format, and two of the range that it
 /// leaves to users.
 enum class PointClass : std::uint8_t {
   kGround = 2,
