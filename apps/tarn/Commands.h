@@ -11,6 +11,8 @@ using Action = std::function<int()>;
 
 /// Refuses an empty name on the command line.
 CLI::Validator IsNamed();
+/// Refuses what is no natural number of 64 bits, a sign included.
+CLI::Validator IsWholeNumber();
 
 void AddImport(CLI::App& app, Action& action);
 void AddInfo(CLI::App& app, Action& action);

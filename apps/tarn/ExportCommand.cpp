@@ -1,4 +1,8 @@
 // tarn export
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
@@ -7,6 +11,14 @@
 namespace tarnapp {
 
 namespace {
+
+/// What is written is LAS; another ending is a slip, at worst the name of a repository's own file.
+std::string CheckEnding(const std::string& output) {
+  std::string ending = std::filesystem::path(output).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+  return ending == ".las" ? std::string() : "\"" + output + "\" does not end in .las";
+}
 
 struct Arguments {
   std::string repository;
@@ -39,10 +51,12 @@ void AddExport(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("export", "Write a cloud back into a LAS file");
   command->footer("Example:\n  tarn export street.tarn -o street.las");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
-  command->add_option("-o,--output", arguments->output, "The LAS file to write")->required();
+  command->add_option("-o,--output", arguments->output, "The LAS file to write")
+      ->required()
+      ->check(CheckEnding);
   CLI::Option* iteration =
       command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
-          ->check(CLI::NonNegativeNumber);
+          ->check(IsWholeNumber());
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, iteration, &action] {
     action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };

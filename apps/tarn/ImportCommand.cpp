@@ -51,7 +51,7 @@ void AddImport(CLI::App& app, Action& action) {
       command
           ->add_option("--time", arguments->time,
                        "Time point of the cloud, microseconds since 1970 UTC; default now")
-          ->check(CLI::NonNegativeNumber);
+          ->check(IsWholeNumber());
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, time, &action] {
     action = [arguments, time] { return Run(*arguments, time->count() > 0); };

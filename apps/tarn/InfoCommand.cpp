@@ -47,7 +47,7 @@ void AddInfo(CLI::App& app, Action& action) {
                     "List the sources' headers and variable-length records");
   CLI::Option* iteration =
       command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
-          ->check(CLI::NonNegativeNumber);
+          ->check(IsWholeNumber());
   command->add_flag("--json", arguments->json, "Print all facts as JSON");
   command->callback([arguments, iteration, &action] {
     action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };

@@ -86,7 +86,7 @@ void AddQuery(CLI::App& app, Action& action) {
                     "Constants are in the repository's local frame");
   CLI::Option* iteration =
       command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
-          ->check(CLI::NonNegativeNumber);
+          ->check(IsWholeNumber());
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, iteration, &action] {
     action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };

@@ -36,10 +36,10 @@ void AddSynthesize(CLI::App& app, Action& action) {
   command->footer("Example:\n  tarn synthesize -o street.las --points 2000000");
   command->add_option("-o,--output", arguments->output, "The LAS file to write")->required();
   command->add_option("--points", arguments->options.pointCount, "Number of points")
-      ->check(CLI::NonNegativeNumber)
+      ->check(IsWholeNumber())
       ->capture_default_str();
   command->add_option("--seed", arguments->options.seed, "Another seed, another street")
-      ->check(CLI::NonNegativeNumber)
+      ->check(IsWholeNumber())
       ->capture_default_str();
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });

@@ -1,5 +1,7 @@
 // tarn: opens point clouds too large for memory, and selects points in them.
+#include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -55,6 +57,18 @@ int FlushOutput(int code) {
 CLI::Validator tarnapp::IsNamed() {
   return {[](const std::string& text) {
             return text.empty() ? std::string("the name is empty") : std::string();
+          },
+          ""};
+}
+
+CLI::Validator tarnapp::IsWholeNumber() {
+  return {[](const std::string& text) {
+            std::uint64_t number = 0;
+            const char* end = text.data() + text.size();
+            const auto [stop, error] = std::from_chars(text.data(), end, number);
+            return error == std::errc() && stop == end
+                       ? std::string()
+                       : "\"" + text + "\" is not a whole number from 0 on";
           },
           ""};
 }

@@ -6,6 +6,7 @@ usage: program_test.py TARN
 import collections
 import json
 import os
+import pty
 import shutil
 import signal
 import struct
@@ -56,7 +57,7 @@ class ProgramTest(unittest.TestCase):
         return os.path.join(self.folder, name)
 
     def assert_fails(self, done, *parts, code=1):
-        self.assertEqual(done.returncode, code, done.stdout + done.stderr)
+        self.assertEqual(done.returncode, code, (done.stdout, done.stderr))
         for part in parts:
             self.assertIn(part, done.stderr)
 
@@ -82,7 +83,98 @@ class ProgramTest(unittest.TestCase):
                           ["query", self.cloud, "#true()", "--iteration", "x"]):
             self.assertEqual(run(*arguments).returncode, 2, arguments)
 
+    def test_wrong_usage_is_said_in_the_form_of_every_failure(self):
+        self.assert_fails(run("query", self.cloud), "tarn: TEXT is required", "tarn query --help",
+                          code=2)
+
+    def test_numbers_with_a_sign_or_out_of_range_are_wrong_usage(self):
+        for number in ("-1", "3x", "99999999999999999999999", ""):
+            for arguments in (["query", self.cloud, "#true()", "--iteration=" + number],
+                              ["synthesize", "-o", self.path("n.las"), "--points=" + number],
+                              ["import", self.scan, "-o", self.path("n.tarn"), "--time=" + number]):
+                self.assert_fails(run(*arguments), "tarn: --", code=2)
+        self.assertFalse(os.path.exists(self.path("n.las")) or os.path.exists(self.path("n.tarn")))
+
+    def test_output_without_a_name_is_wrong_usage(self):
+        self.assert_fails(run("import", self.scan, "-o", ""), "the name is empty", code=2)
+
+    def test_closed_output_is_said_and_fails(self):
+        reading, writing = os.pipe()
+        os.close(reading)
+        done = subprocess.run([TARN, "info", self.cloud, "--json"], stdout=writing,
+                              stderr=subprocess.PIPE, text=True, timeout=60)
+        os.close(writing)
+        self.assert_fails(done, "standard output")
+
+    def test_progress_is_rewritten_on_a_terminal_and_plain_elsewhere(self):
+        plain = run("export", self.cloud, "-o", self.path("plain.las"))
+        self.assertEqual(plain.stderr, "writing …\n")
+        quiet = run("export", self.cloud, "-o", self.path("plain.las"), "-q")
+        self.assertEqual((quiet.stdout, quiet.stderr), ("", ""))
+        terminal, side = pty.openpty()
+        process = subprocess.Popen([TARN, "export", self.cloud, "-o", self.path("plain.las")],
+                                   stdout=subprocess.DEVNULL, stderr=side)
+        os.close(side)
+        shown = b""
+        try:
+            while part := os.read(terminal, 4096):
+                shown += part
+        except OSError:  # Linux says so when the last writer closes
+            pass
+        os.close(terminal)
+        self.assertEqual(process.wait(60), 0)
+        self.assertIn(b"\r", shown)
+        self.assertIn(b"of 60,000", shown)
+
     # -- import and export
+
+    def test_failed_overwrite_keeps_what_was_there(self):
+        kept, cut = self.path("kept.tarn"), self.path("short.las")
+        shutil.copytree(self.cloud, kept)
+        with open(self.scan, "rb") as source, open(cut, "wb") as file:
+            file.write(source.read()[:20000])
+        self.assert_fails(run("import", cut, "-o", kept, "--overwrite"), "kScanTruncated")
+        self.assertEqual(run("verify", kept).returncode, 0)
+
+    def test_export_refuses_a_name_that_is_no_las_file(self):
+        kept = self.path("unharmed.tarn")
+        shutil.copytree(self.cloud, kept)
+        self.assert_fails(run("export", kept, "-o", os.path.join(kept, "main")),
+                          "does not end in .las", code=2)
+        self.assertEqual(run("verify", kept).returncode, 0)
+
+    def test_header_that_lies_or_ends_early_is_refused(self):
+        with open(self.scan, "rb") as file:
+            whole = file.read()
+        lies = [whole[:length] for length in (0, 3, 4, 100, 226, 374, 400)]
+        for offset, form, value in ((96, "<I", 10), (96, "<I", 0xFFFFFFFF), (105, "<H", 1),
+                                    (100, "<I", 0xFFFFFFFF), (104, "<B", 99), (94, "<H", 5),
+                                    (247, "<Q", 1 << 63), (131, "<d", 0.0)):
+            lie = bytearray(whole)
+            struct.pack_into(form, lie, offset, value)
+            lies.append(bytes(lie))
+        liar, out = self.path("liar.las"), self.path("lied.tarn")
+        for number, lie in enumerate(lies):
+            with open(liar, "wb") as file:
+                file.write(lie)
+            done = run("import", liar, "-o", out, "-q")
+            self.assertEqual(done.returncode, 1, number)
+            self.assertRegex(done.stderr, r"^tarn: .*liar\.las", number)
+            self.assertFalse(os.path.exists(out))
+        self.assertEqual(self.leftovers(), [])
+
+    def test_full_disk_leaves_nothing_of_an_import(self):
+        disk = self.path("disk")
+        os.mkdir(disk)
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=400k", "tmpfs", disk],
+                          capture_output=True).returncode != 0:
+            self.skipTest("SKIPPED: no small disk can be mounted here")
+        try:
+            done = run("import", self.scan, "-o", os.path.join(disk, "x.tarn"))
+            self.assert_fails(done, "full", "kNoSpace")
+            self.assertEqual(os.listdir(disk), [])
+        finally:
+            subprocess.run(["umount", disk], check=True)
 
     def test_export_gives_every_byte_back(self):
         out = self.path("again.las")
@@ -216,6 +308,23 @@ class ProgramTest(unittest.TestCase):
                     continue
                 self.assertEqual(done.returncode, 1, (stream, harm, done.stdout))
                 self.assertTrue(done.stderr)
+
+    def test_no_command_crashes_on_a_harmed_repository(self):
+        harmed, out = self.path("worn.tarn"), self.path("worn.las")
+        for stream in ("main", "DEF_OCTREE", "DEF_UPDATE_ITERATIONS", "DEF_SOURCES",
+                       "DEF_COLUMN_0", "DEF_COLUMN_0_BLOCKS", "DEF_COLUMN_1"):
+            for harm in ("delete", "cut", "alter"):
+                shutil.copytree(self.cloud, harmed)
+                self.harm(os.path.join(harmed, stream), harm)
+                for arguments in (["info", harmed, "--stats"], ["iterations", harmed],
+                                  ["query", harmed, "#true()", "--count"],
+                                  ["export", harmed, "-o", out]):
+                    done = run(*arguments)
+                    self.assertIn(done.returncode, (0, 1), (stream, harm, arguments))
+                    self.assertEqual(done.returncode == 1, "code 0x" in done.stderr)
+                self.assertEqual(done.returncode, 1, (stream, harm))  # export reads everything
+                self.assertFalse(os.path.exists(out))
+                shutil.rmtree(harmed)
 
     @staticmethod
     def harm(path, harm):
