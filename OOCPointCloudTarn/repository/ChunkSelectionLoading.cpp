@@ -9,10 +9,12 @@
 namespace {
 
 // Bytes count, not values: a negative zero is a seed.
+// NOLINTBEGIN(bugprone-suspicious-memory-comparison)
 bool IsAllZeroBytes(const std::array<double, 6>& seed) {
   constexpr std::array<double, 6> kZeros{};
   return std::memcmp(seed.data(), kZeros.data(), sizeof(kZeros)) == 0;
 }
+// NOLINTEND(bugprone-suspicious-memory-comparison)
 
 }  // namespace
 
