@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <memory>
@@ -58,7 +59,7 @@ class ProgressLine {
     const double rate = static_cast<double>(report.done) / seconds;
     const double left = static_cast<double>(report.total - report.done) / rate;
     return text + ", " + Grouped(static_cast<std::uint64_t>(rate)) + " a second, " +
-           Grouped(static_cast<std::uint64_t>(left + 0.5)) + " s left";
+           Grouped(static_cast<std::uint64_t>(std::llround(left))) + " s left";
   }
 
   void EndLine() {

@@ -21,7 +21,6 @@ unsigned SizeOf(ClauseType type) {
     case ClauseType::kUInt8:
       return 1;
     case ClauseType::kInt:
-      return 4;
     case ClauseType::kFloat:
       return 4;
     default:
