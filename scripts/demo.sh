@@ -35,11 +35,12 @@ show info "$repository" --schema --stats
 
 # A sphere around the middle of the cloud, as wide as a tenth of it, for the second query.
 sphere=$("$tarn" info "$repository" --json | awk '
+  corners == 2 { next }  # read to the end: who closes a pipe early makes the writer fail
   /"max": \[/ { corner = "max"; n = 0; next }
   /"min": \[/ { corner = "min"; n = 0; next }
   /"bounds"/ { inside = 1 }
   inside && corner != "" && /[0-9]/ { gsub(/[ ,]/, ""); value[corner, n++] = $0
-    if (n == 3) { corner = ""; if (++corners == 2) exit } }
+    if (n == 3) { corner = ""; ++corners } }
   END {
     width = value["max", 0] - value["min", 0]; height = value["max", 1] - value["min", 1]
     printf "%.3f, %.3f, %.3f, %.3f", (value["max", 0] + value["min", 0]) / 2,
