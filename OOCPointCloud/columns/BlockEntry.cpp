@@ -15,7 +15,8 @@ constexpr std::size_t kPaddingAt = 18;
 constexpr std::size_t kDataChecksumAt = 20;
 constexpr std::size_t kMinimumAt = 24;
 constexpr std::size_t kMaximumAt = 48;
-constexpr std::size_t kReservedAt = 72;
+constexpr std::size_t kFirstValueAt = 72;
+constexpr std::size_t kReservedAt = 80;
 constexpr std::size_t kChecksumAt = 92;
 static_assert(kChecksumAt + sizeof(std::uint32_t) == BlockEntry::kBytes);
 
@@ -38,6 +39,7 @@ void BlockEntry::Encode(std::vector<std::uint8_t>& out) const {
   AppendLittleEndian(out, dataChecksum);
   for (const std::uint64_t bits : minimumBits) AppendLittleEndian(out, bits);
   for (const std::uint64_t bits : maximumBits) AppendLittleEndian(out, bits);
+  AppendLittleEndian(out, firstValue);
   out.resize(begin + kChecksumAt);  // Reserved bytes, zero.
   AppendChecksum(out, begin);
 }
@@ -69,6 +71,8 @@ HRESULT BlockEntry::Decode(const std::uint8_t (&bytes)[kBytes], BlockEntry& out)
     entry.minimumBits[axis] = LoadLittleEndian<std::uint64_t>(bytes + kMinimumAt + at);
     entry.maximumBits[axis] = LoadLittleEndian<std::uint64_t>(bytes + kMaximumAt + at);
   }
+  entry.firstValue = LoadLittleEndian<std::uint64_t>(bytes + kFirstValueAt);
+  if (entry.firstValue > ~std::uint64_t{0} - entry.valueCount) return result::kBadRecord;
   out = entry;
   return result::kOk;
 }

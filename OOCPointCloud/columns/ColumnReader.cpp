@@ -4,6 +4,8 @@
 #include <OOCPointCloud/OOCPCIInputStream.h>
 #include <OOCPointCloud/ResultCodes.h>
 
+#include <algorithm>
+
 #include "OOCPointCloud/streams/StreamAccess.h"
 
 namespace oocpc {
@@ -50,12 +52,65 @@ HRESULT ColumnReader::ReadEntry(std::uint64_t blockId, BlockEntry& entry) {
 
 HRESULT ColumnReader::ReadBlock(std::uint64_t blockId, std::vector<std::uint8_t>& values) {
   BlockEntry entry;
-  HRESULT code = ReadEntry(blockId, entry);
-  if (Failed(code)) return code;
+  const HRESULT code = ReadEntry(blockId, entry);
+  return Failed(code) ? code : ReadBlock(entry, values);
+}
+
+HRESULT ColumnReader::ReadBlock(const BlockEntry& entry, std::vector<std::uint8_t>& values) {
   std::span<const std::uint8_t> stored;
-  code = ViewOrRead(*data_, entry.offsetBytes, entry.storedBytes, scratch_, stored);
+  const HRESULT code = ViewOrRead(*data_, entry.offsetBytes, entry.storedBytes, scratch_, stored);
   if (Failed(code)) return code;
   return DecodeBlock(type_, entry, stored, values);
+}
+
+HRESULT ColumnReader::FindBlock(std::uint64_t value, std::uint64_t& blockId, BlockEntry& entry) {
+  std::uint64_t end = 0;
+  HRESULT code = GetBlockCount(end);
+  if (Failed(code)) return code;
+  // The last block that begins at or before the value; blocks without values share their number
+  // with the next one and stand before it.
+  std::uint64_t begin = 0;
+  while (begin < end) {
+    const std::uint64_t middle = begin + (end - begin) / 2;
+    code = ReadEntry(middle, entry);
+    if (Failed(code)) return code;
+    if (entry.firstValue <= value) {
+      begin = middle + 1;
+    } else {
+      end = middle;
+    }
+  }
+  if (begin == 0) return result::kIndexOutOfRange;
+  blockId = begin - 1;
+  code = ReadEntry(blockId, entry);
+  if (Failed(code)) return code;
+  return value - entry.firstValue < entry.valueCount ? result::kOk : result::kIndexOutOfRange;
+}
+
+HRESULT ColumnReader::ReadValues(std::uint64_t first, std::uint64_t count,
+                                 std::vector<std::uint8_t>& values) {
+  values.clear();
+  if (count == 0) return Open();
+  std::uint64_t blockId = 0;
+  BlockEntry entry;
+  HRESULT code = FindBlock(first, blockId, entry);
+  if (Failed(code)) return code;
+  if (entry.firstValue == first && entry.valueCount == count) return ReadBlock(entry, values);
+  const std::size_t valueBytes = ValueBytes(type_);
+  while (true) {
+    code = ReadBlock(entry, block_);
+    if (Failed(code)) return code;
+    const std::uint64_t skipped = first - entry.firstValue;
+    const std::uint64_t taken = std::min(count, entry.valueCount - skipped);
+    const auto from = block_.begin() + static_cast<std::ptrdiff_t>(skipped * valueBytes);
+    values.insert(values.end(), from, from + static_cast<std::ptrdiff_t>(taken * valueBytes));
+    first += taken;
+    count -= taken;
+    if (count == 0) return result::kOk;
+    code = ReadEntry(++blockId, entry);
+    if (Failed(code)) return code;
+    if (entry.firstValue != first) return result::kBadRecord;
+  }
 }
 
 }  // namespace oocpc

@@ -47,6 +47,7 @@ HRESULT DecodeBitPacked(ColumnType type, const BlockEntry& entry, Stored stored,
   }
   if (stored.size() != expected) return result::kBadRecord;
   values.resize(DecodedBytes(type, entry));
+  if (values.empty()) return result::kOk;
   VisitComponentType(type.value, [&](auto tag) {
     using T = typename decltype(tag)::Type;
     for (std::size_t i = 0; i < type.components; ++i) {

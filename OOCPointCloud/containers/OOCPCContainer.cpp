@@ -8,6 +8,10 @@ OOCPCContainer::OOCPCContainer(OOCPCIDataRepository* repository,
 
 OOCPCContainer::~OOCPCContainer() = default;
 
+OOCPCMetaDataContainer* OOCPCContainer::CreateLevelContainer(std::uint64_t /*level*/) const {
+  return nullptr;
+}
+
 OOCPCDummyContainer::OOCPCDummyContainer(std::string_view name)
     : OOCPCContainer(nullptr, 0, std::string(name)) {}
 

@@ -4,6 +4,19 @@
 
 OOCPCMetaDataContainer::~OOCPCMetaDataContainer() = default;
 
+HRESULT OOCPCMetaDataContainer::SetLevelExtent(std::uint32_t nodeEntryCount, std::uint64_t value) {
+  if (!level_) return oocpc::result::kFail;
+  levelNodeEntryCount_ = nodeEntryCount;
+  levelValue_ = value;
+  return oocpc::result::kOk;
+}
+
+void OOCPCMetaDataContainer::CopyLevel(const OOCPCMetaDataContainer& other) {
+  level_ = other.level_;
+  levelNodeEntryCount_ = other.levelNodeEntryCount_;
+  levelValue_ = other.levelValue_;
+}
+
 OOCPCStaticMetaDataContainer::OOCPCStaticMetaDataContainer(OOCPCIDataRepository* repository)
     : OOCPCMetaDataContainer(repository, oocpc::chunk_type::kStaticMetaData, std::string()) {}
 
@@ -48,9 +61,31 @@ HRESULT OOCPCStaticMetaDataContainer::ReadBlock(std::uint64_t blockId,
   return ReadStoredBlock(blockId, values);
 }
 
+HRESULT OOCPCStaticMetaDataContainer::ReadStoredPoints(std::uint64_t first, std::uint64_t count,
+                                                       std::vector<std::uint8_t>& values) {
+  return reader_ == nullptr ? oocpc::result::kStreamMissing
+                            : reader_->ReadValues(first, count, values);
+}
+
+HRESULT OOCPCStaticMetaDataContainer::ReadPoints(std::uint64_t first, std::uint64_t count,
+                                                 std::vector<std::uint8_t>& values) {
+  return ReadStoredPoints(first, count, values);
+}
+
+bool OOCPCStaticMetaDataContainer::HasLevelOfDetail() const { return reader_ != nullptr; }
+
+OOCPCStaticMetaDataContainer* OOCPCStaticMetaDataContainer::CreateLevelContainer(
+    std::uint64_t level) const {
+  std::unique_ptr<OOCPCStaticMetaDataContainer> container(Clone());
+  if (container->reader_ == nullptr || oocpc::Failed(container->reader_->Open())) return nullptr;
+  container->SetLevel(level);
+  return container.release();
+}
+
 OOCPCStaticMetaDataContainer* OOCPCStaticMetaDataContainer::Clone() const {
   auto clone = std::make_unique<OOCPCStaticMetaDataContainer>(GetRepository());
   clone->description_ = description_;
+  clone->CopyLevel(*this);
   clone->SetName(GetName());
   if (reader_ != nullptr) {
     clone->reader_ = std::make_unique<oocpc::ColumnReader>(GetRepository(), description_.columnId,

@@ -15,8 +15,8 @@ constexpr std::size_t kDeliveredBytes = 24;
 
 // Three roundings in this order: the source's own formula first, so that whoever adds the frame
 // offset back meets the numbers that the source's readers see.
-void Deliver(const OOCPCPositionsDescription& description, const oocpc::Vector3d& frameOffset,
-             const std::uint8_t* stored, std::uint8_t* delivered) {
+void DeliverOne(const OOCPCPositionsDescription& description, const oocpc::Vector3d& frameOffset,
+                const std::uint8_t* stored, std::uint8_t* delivered) {
   std::int32_t integers[3];
   std::memcpy(integers, stored, sizeof(integers));
   double position[3];
@@ -67,20 +67,54 @@ HRESULT OOCPCStaticPositionsContainer::ReadStoredBlock(std::uint64_t blockId,
 HRESULT OOCPCStaticPositionsContainer::ReadBlock(std::uint64_t blockId,
                                                  std::vector<std::uint8_t>& values) {
   const HRESULT code = ReadStoredBlock(blockId, scratch_);
-  if (oocpc::Failed(code)) return code;
-  const oocpc::Vector3d& frame = GetRepository()->GetRepositoryInformation().localFrameOffset;
+  if (!oocpc::Failed(code)) Deliver(values);
+  return code;
+}
+
+HRESULT OOCPCStaticPositionsContainer::ReadStoredPoints(std::uint64_t first, std::uint64_t count,
+                                                        std::vector<std::uint8_t>& values) {
+  return reader_ == nullptr ? oocpc::result::kStreamMissing
+                            : reader_->ReadValues(first, count, values);
+}
+
+HRESULT OOCPCStaticPositionsContainer::ReadPoints(std::uint64_t first, std::uint64_t count,
+                                                  std::vector<std::uint8_t>& values) {
+  const HRESULT code = ReadStoredPoints(first, count, scratch_);
+  if (!oocpc::Failed(code)) Deliver(values);
+  return code;
+}
+
+const oocpc::Vector3d& OOCPCStaticPositionsContainer::GetFrameOffset() const {
+  return frameOffset_ ? *frameOffset_
+                      : GetRepository()->GetRepositoryInformation().localFrameOffset;
+}
+
+void OOCPCStaticPositionsContainer::Deliver(std::vector<std::uint8_t>& values) const {
+  const oocpc::Vector3d frame = GetFrameOffset();
   const std::size_t count = scratch_.size() / kStoredBytes;
   values.resize(count * kDeliveredBytes);
   for (std::size_t i = 0; i < count; ++i) {
-    Deliver(description_, frame, scratch_.data() + i * kStoredBytes,
-            values.data() + i * kDeliveredBytes);
+    DeliverOne(description_, frame, scratch_.data() + i * kStoredBytes,
+               values.data() + i * kDeliveredBytes);
   }
-  return code;
+}
+
+bool OOCPCStaticPositionsContainer::HasLevelOfDetail() const { return reader_ != nullptr; }
+
+OOCPCStaticPositionsContainer* OOCPCStaticPositionsContainer::CreateLevelContainer(
+    std::uint64_t level) const {
+  std::unique_ptr<OOCPCStaticPositionsContainer> container(Clone());
+  if (container->reader_ == nullptr || oocpc::Failed(container->reader_->Open())) return nullptr;
+  container->frameOffset_ = GetFrameOffset();
+  container->SetLevel(level);
+  return container.release();
 }
 
 OOCPCStaticPositionsContainer* OOCPCStaticPositionsContainer::Clone() const {
   auto clone = std::make_unique<OOCPCStaticPositionsContainer>(GetRepository());
   clone->description_ = description_;
+  clone->frameOffset_ = frameOffset_;
+  clone->CopyLevel(*this);
   clone->SetName(GetName());
   if (reader_ != nullptr) {
     clone->reader_ =

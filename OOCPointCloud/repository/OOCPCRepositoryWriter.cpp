@@ -62,9 +62,10 @@ HRESULT OOCPCRepositoryWriter::Append(const std::string& stream,
   return oocpc::result::kOk;
 }
 
-HRESULT OOCPCRepositoryWriter::AppendBlock(std::uint32_t columnId,
-                                           const oocpc::EncodedBlock& block) {
+HRESULT OOCPCRepositoryWriter::AppendBlock(std::uint32_t columnId, const oocpc::EncodedBlock& block,
+                                           std::uint64_t firstValue) {
   oocpc::BlockEntry entry = block.entry;
+  entry.firstValue = firstValue;
   const HRESULT stored =
       Append(oocpc::ColumnDataStreamName(columnId), block.bytes, entry.offsetBytes);
   if (Failed(stored)) return stored;

@@ -10,6 +10,17 @@ HRESULT TarnOOCPointCloud::GetIteration(std::uint64_t iterationIndex,
     return oocpc::result::kOk;
   }
   auto read = std::make_shared<OOCPCUpdateIteration>();
+  const HRESULT code = ReadIteration(iterationIndex, *read);
+  if (oocpc::Failed(code)) return code;
+  // Where another thread was faster, the cache keeps that thread's object and this caller gets its
+  // own, which is equal.
+  const auto [place, added] = iterationCache.insert({iterationIndex, read});
+  iteration = added ? place->second : std::move(read);
+  return code;
+}
+
+HRESULT TarnOOCPointCloud::ReadIteration(std::uint64_t iterationIndex,
+                                         OOCPCUpdateIteration& iteration) const {
   if (updateIterationContainer == nullptr) return oocpc::result::kNoUpdateIterations;
   if (!IsReadable(*updateIterationContainer)) return oocpc::result::kNoRepository;
   const std::uint16_t recordBytes = updateIterationContainer->GetRecordSize();
@@ -19,11 +30,7 @@ HRESULT TarnOOCPointCloud::GetIteration(std::uint64_t iterationIndex,
   if (oocpc::Failed(code)) return code;
   // A record that was read is an iteration, whatever it says; what it does not say stays 0.
   static_cast<void>(
-      read->Unstream(updateIterationContainer->GetStreamVersion(), record.data(), recordBytes));
-  // Where another thread was faster, the cache keeps that thread's object and this caller gets its
-  // own, which is equal.
-  const auto [place, added] = iterationCache.insert({iterationIndex, read});
-  iteration = added ? place->second : std::move(read);
+      iteration.Unstream(updateIterationContainer->GetStreamVersion(), record.data(), recordBytes));
   return code;
 }
 

@@ -42,6 +42,7 @@ TarnOOCPointCloud& TarnOOCPointCloud::operator=(const TarnOOCPointCloud& other) 
 }
 
 TarnOOCPointCloud::~TarnOOCPointCloud() {
+  LeaveNodeCaches();
   DestroyDataRepository();
   ownership.Release(acceleratorContainer);
   ownership.Release(updateIterationContainer);

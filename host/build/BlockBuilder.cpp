@@ -46,9 +46,8 @@ BlockBuilder::BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameO
   }
 }
 
-std::vector<std::uint64_t> BlockBuilder::InTimeOrder(std::span<const std::uint64_t> points) const {
-  std::vector<std::uint64_t> ordered(points.begin(), points.end());
-  if (!timeDimension_) return ordered;
+void BlockBuilder::SortByTime(std::span<std::uint64_t> points) const {
+  if (!timeDimension_) return;
   std::vector<std::uint8_t> bytes(points.size() * sizeof(double));
   points_.GatherDimension(*timeDimension_, points, bytes.data());
   std::vector<std::uint32_t> places(points.size());
@@ -59,12 +58,18 @@ std::vector<std::uint64_t> BlockBuilder::InTimeOrder(std::span<const std::uint64
     if (std::isnan(timeA) || std::isnan(timeB)) return !std::isnan(timeA) && std::isnan(timeB);
     return timeA < timeB;
   });
-  for (std::size_t i = 0; i < places.size(); ++i) ordered[i] = points[places[i]];
-  return ordered;
+  const std::vector<std::uint64_t> given(points.begin(), points.end());
+  for (std::size_t i = 0; i < places.size(); ++i) points[i] = given[places[i]];
 }
 
-void BlockBuilder::Build(std::span<const std::uint64_t> points, BuiltBlock& block) const {
-  const std::vector<std::uint64_t> ordered = InTimeOrder(points);
+void BlockBuilder::Build(std::span<const std::uint64_t> points,
+                         std::span<const std::uint32_t> parts, BuiltBlock& block) const {
+  std::vector<std::uint64_t> ordered(points.begin(), points.end());
+  std::size_t begin = 0;
+  for (const std::uint32_t count : parts) {
+    SortByTime(std::span(ordered).subspan(begin, count));
+    begin += count;
+  }
   std::vector<std::int32_t> positions(3 * ordered.size());
   points_.GatherPositions(ordered, positions.data());
   block.box = EmptyBox();

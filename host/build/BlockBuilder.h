@@ -24,12 +24,15 @@ class BlockBuilder {
  public:
   BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameOffset);
 
-  /// Builds the block of the points named; at least one. They are put into the order of their GPS
-  /// time where they have one (equal times and no numbers in the order given, the latter last).
-  void Build(std::span<const std::uint64_t> points, BuiltBlock& block) const;
+  /// Builds the block of the points named; at least one. `parts` divides them: each part is put
+  /// into the order of its GPS time where there is one (equal times and no numbers in the order
+  /// given, the latter last).
+  void Build(std::span<const std::uint64_t> points, std::span<const std::uint32_t> parts,
+             BuiltBlock& block) const;
 
  private:
-  [[nodiscard]] std::vector<std::uint64_t> InTimeOrder(std::span<const std::uint64_t> points) const;
+  /// Puts points into the order of their GPS time.
+  void SortByTime(std::span<std::uint64_t> points) const;
 
   const PointSet& points_;
   oocpc::Vector3d frameOffset_;

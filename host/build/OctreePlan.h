@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <vector>
 
 namespace tarnhost {
@@ -27,25 +28,42 @@ struct PlannedNode {
   std::uint64_t indexInLevel = 0;
   std::uint32_t level = 0;
   std::uint32_t ownPointCount = 0;
+  std::uint64_t firstPart = 0;  ///< position of the parts in OctreePlan::parts
+  std::uint32_t partCount = 0;
 };
 
 /// The nodes of an octree and the order in which they store the points.
 struct OctreePlan {
-  /// No node keeps more points than this.
+  /// A node with no more points than this has no children.
   static constexpr std::uint32_t kNodeCapacity = 24576;
+  /// No sample of a node is larger than this.
+  static constexpr std::uint32_t kSampleLimit = 65536;
 
   std::vector<PlannedNode> nodes;
   /// Numbers of all points, node after node.
   std::vector<std::uint64_t> order;
+  /// Points of each level of detail among a node's own points, which lie in this order: the node's
+  /// own level, and for a leaf the finer ones. Together they are the node's own points.
+  std::vector<std::uint32_t> parts;
+  /// The samples of level 0 have one point in each cell of a grid with 2^this cells along the edge
+  /// of the cube; each level halves the cells.
+  unsigned gridBits = 0;
+
+  [[nodiscard]] std::span<const std::uint32_t> PartsOf(const PlannedNode& node) const {
+    return std::span(parts).subspan(node.firstPart, node.partCount);
+  }
 };
 
 /// Plans the octree of points sorted along the Morton curve; uses `points` up.
 ///
-/// A node with at most kNodeCapacity points keeps them all. A larger one keeps a sample, one point
-/// in each occupied cell of the finest grid of its cube (at most 128 cells along an edge) that has
-/// no more than kNodeCapacity occupied cells: the point nearest to the cell's centre, the first of
-/// several. Points that no Morton bit tells apart are dealt to the children by count. No points at
-/// all give a root without points.
+/// The samples of all nodes of a level are taken on one grid, so that a level is evenly dense: one
+/// point in each occupied cell, the one nearest to the cell's centre, the first of several. A node
+/// with more than kNodeCapacity points keeps such a sample; the rest goes to its children. A node
+/// with fewer keeps them all, but divides them into the same samples, level after level; a last
+/// sixteenth joins the level before. The grid is the finest, of at most 128 cells along a node's
+/// edge, for which the nodes of a level keep no more than kNodeCapacity points on average; a node
+/// whose own sample would be larger than kSampleLimit takes a coarser one. Points that no Morton
+/// bit tells apart are dealt to the children by count. No points at all give a root without points.
 [[nodiscard]] OctreePlan PlanOctree(std::vector<CodedPoint> points);
 
 }  // namespace tarnhost

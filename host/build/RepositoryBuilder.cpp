@@ -2,6 +2,7 @@
 #include "host/build/RepositoryBuilder.h"
 
 #include <OOCPointCloud/OOCPCAcceleratorContainer.h>
+#include <OOCPointCloud/OOCPCLODContainer.h>
 #include <OOCPointCloud/OOCPCMetaDataContainer.h>
 #include <OOCPointCloud/OOCPCUpdateIteration.h>
 #include <tbb/parallel_for.h>
@@ -13,6 +14,7 @@
 #include <cmath>
 
 #include "OOCPointCloud/support/Bytes.h"
+#include "host/build/LodBuilder.h"
 #include "host/cloud/SourceRecord.h"
 
 namespace tarnhost {
@@ -83,6 +85,7 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
   const OctreePlan plan = PlanOctree(std::move(coded));
   if (Outcome outcome = WriteBlocks(plan); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteNodes(); !outcome.Ok()) return outcome;
+  if (Outcome outcome = WriteLod(plan); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteSources(); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteIteration(); !outcome.Ok()) return outcome;
   const HRESULT code = writer_.Commit(Describe());
@@ -154,7 +157,7 @@ Outcome RepositoryBuilder::WriteBlocks(const OctreePlan& plan) {
     tbb::parallel_for(std::size_t{0}, count, [&](std::size_t i) {
       if (batch[i].ownPointCount == 0) return;
       builder.Build(std::span(plan.order).subspan(batch[i].firstPoint, batch[i].ownPointCount),
-                    blocks[i]);
+                    plan.PartsOf(batch[i]), blocks[i]);
     });
     Outcome outcome = AppendBlocks(batch, std::span(blocks).first(count));
     if (!outcome.Ok()) return outcome;
@@ -171,8 +174,8 @@ Outcome RepositoryBuilder::AppendBlocks(std::span<const PlannedNode> batch,
     AddNode(batch[i], batch[i].ownPointCount == 0 ? EmptyBox() : blocks[i].box);
     if (batch[i].ownPointCount == 0) continue;
     for (std::size_t column = 0; column < blocks[i].columns.size(); ++column) {
-      const HRESULT code =
-          writer_.AppendBlock(static_cast<std::uint32_t>(column), blocks[i].columns[column]);
+      const HRESULT code = writer_.AppendBlock(static_cast<std::uint32_t>(column),
+                                               blocks[i].columns[column], batch[i].firstPoint);
       if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
     }
     ++blockCount_;
@@ -209,6 +212,22 @@ Outcome RepositoryBuilder::WriteNodes() {
                              : Outcome::Success();
 }
 
+Outcome RepositoryBuilder::WriteLod(const OctreePlan& plan) {
+  BuiltLod lod;
+  if (Outcome outcome = BuildLod(plan, nodes_, cube_, 0, lod); !outcome.Ok()) return outcome;
+  std::vector<std::uint8_t> block;
+  lod.block.Encode(block);
+  std::uint64_t position = 0;
+  HRESULT code =
+      writer_.Append(OOCPCLODNodeStreamName(lod.block.nodeStreamId), lod.records, position);
+  if (!oocpc::Failed(code)) {
+    code = writer_.Append(OOCPCLODContainer::kStreamName, block, lodPayload_.beginBytes);
+  }
+  lodPayload_.endBytes = lodPayload_.beginBytes + block.size();
+  return oocpc::Failed(code) ? Outcome::FromCode(code, options_.output.string())
+                             : Outcome::Success();
+}
+
 Outcome RepositoryBuilder::WriteSources() {
   for (const auto& scan : points_.GetScans()) {
     const SourceRecord record{scan->GetPath().filename().string(), scan->GetPointCount(),
@@ -228,6 +247,7 @@ Outcome RepositoryBuilder::WriteIteration() {
   OOCPCUpdateIteration iteration;
   iteration.timePoint = timePoint_;
   iteration.acceleratorPayload = {0, nodes_.size() * OOCPCOctreeAcceleratorNode::kBytes};
+  iteration.lodPayload = lodPayload_;
   iteration.pointCount = points_.GetPointCount();
   iteration.addedPointCount = points_.GetPointCount();
   iteration.blockCount = blockCount_;
@@ -265,6 +285,9 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
   OOCPCUpdateIterationDescription iterations;
   iterations.iterationCount = 1;
   catalogue.chunks.emplace_back(chunk_type::kUpdateIterations, iterations.EncodeChunk());
+  OOCPCLODDescription levelOfDetail;
+  levelOfDetail.blockCount = 1;
+  catalogue.chunks.emplace_back(chunk_type::kLevelOfDetail, levelOfDetail.EncodeChunk());
   catalogue.information.creationTime = timePoint_;
   catalogue.information.localFrameOffset = frameOffset_;
   catalogue.information.generator = kGenerator;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <OOCPointCloud/OOCPCRepositoryWriter.h>
+#include <OOCPointCloud/OOCPCUpdateIteration.h>
 #include <OOCPointCloud/OOCPointCloudNode.h>
 
 #include <vector>
@@ -31,6 +32,7 @@ class RepositoryBuilder {
   Outcome AppendBlocks(std::span<const PlannedNode> batch, std::span<const BuiltBlock> blocks);
   void AddNode(const PlannedNode& planned, const oocpc::Box3d& ownBox);
   Outcome WriteNodes();
+  Outcome WriteLod(const OctreePlan& plan);
   Outcome WriteSources();
   Outcome WriteIteration();
   [[nodiscard]] OOCPCCatalogue Describe() const;
@@ -44,6 +46,7 @@ class RepositoryBuilder {
   MortonCube cube_;
   std::vector<OOCPCOctreeAcceleratorNode> nodes_;
   std::uint64_t blockCount_ = 0;
+  OOCPCUpdItrLODPayload lodPayload_;
 };
 
 }  // namespace tarnhost

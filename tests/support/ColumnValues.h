@@ -48,6 +48,8 @@ class ColumnBuilder {
   }
   ColumnBuilder& Block(oocpc::EncodedBlock block) {
     block.entry.offsetBytes = data_.size();
+    block.entry.firstValue = values_;
+    values_ += block.entry.valueCount;
     data_.insert(data_.end(), block.bytes.begin(), block.bytes.end());
     block.entry.Encode(table_);
     return *this;
@@ -62,6 +64,7 @@ class ColumnBuilder {
  private:
   Bytes data_;
   Bytes table_;
+  std::uint64_t values_ = 0;
 };
 
 }  // namespace oocpctest

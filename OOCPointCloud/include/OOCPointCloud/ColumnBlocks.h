@@ -40,6 +40,8 @@ struct BlockEntry {
   std::uint32_t dataChecksum = 0;  ///< CRC-32C of the stored bytes
   std::array<std::uint64_t, 3> minimumBits{};
   std::array<std::uint64_t, 3> maximumBits{};
+  /// Number of the block's first value in storage order: the values of all blocks before it.
+  std::uint64_t firstValue = 0;
 
   /// Appends the record, its own CRC-32C last.
   OOCPOINTCLOUD_API void Encode(std::vector<std::uint8_t>& out) const;
@@ -48,7 +50,8 @@ struct BlockEntry {
                                                         BlockEntry& out);
 };
 
-/// A block ready to be appended: its stored bytes, and its entry with offsetBytes still 0.
+/// A block ready to be appended: its stored bytes, and its entry with offsetBytes and firstValue
+/// still 0.
 struct EncodedBlock {
   BlockEntry entry;
   std::vector<std::uint8_t> bytes;
@@ -90,9 +93,17 @@ class OOCPOINTCLOUD_API ColumnReader {
   [[nodiscard]] HRESULT GetBlockCount(std::uint64_t& count);
   [[nodiscard]] HRESULT ReadEntry(std::uint64_t blockId, BlockEntry& entry);
   [[nodiscard]] HRESULT ReadBlock(std::uint64_t blockId, std::vector<std::uint8_t>& values);
+  /// Reads the values [first, first + count) in storage order, from as many blocks as hold them.
+  /// kIndexOutOfRange when the column does not have all of them; also kBadRecord, when the table
+  /// does not number them through. What `values` holds after a failure is not defined.
+  [[nodiscard]] HRESULT ReadValues(std::uint64_t first, std::uint64_t count,
+                                   std::vector<std::uint8_t>& values);
+  /// Opens the column's streams unless they are open; what they read from then stays alive.
+  [[nodiscard]] HRESULT Open();
 
  private:
-  [[nodiscard]] HRESULT Open();
+  [[nodiscard]] HRESULT FindBlock(std::uint64_t value, std::uint64_t& blockId, BlockEntry& entry);
+  [[nodiscard]] HRESULT ReadBlock(const BlockEntry& entry, std::vector<std::uint8_t>& values);
 
   OOCPCIDataRepository* repository_;
   std::uint32_t columnId_;
@@ -100,6 +111,7 @@ class OOCPOINTCLOUD_API ColumnReader {
   std::unique_ptr<OOCPCIInputStream> data_;
   std::unique_ptr<OOCPCIInputStream> table_;
   std::vector<std::uint8_t> scratch_;
+  std::vector<std::uint8_t> block_;
 };
 
 }  // namespace oocpc

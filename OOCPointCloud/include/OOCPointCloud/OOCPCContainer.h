@@ -9,6 +9,7 @@
 #include <utility>
 
 class OOCPCIDataRepository;
+class OOCPCMetaDataContainer;
 
 /// Base of all containers.
 ///
@@ -35,6 +36,13 @@ class OOCPOINTCLOUD_API OOCPCContainer {
   [[nodiscard]] virtual HRESULT LoadFromChunk(const std::uint8_t* payload, std::uint32_t size) = 0;
   /// A copy with a read position of its own; the caller deletes it. Null when it can't be made.
   [[nodiscard]] virtual OOCPCContainer* Clone() const = 0;
+
+  /// Whether the container has a level-of-detail part, from which level containers can be made.
+  [[nodiscard]] virtual bool HasLevelOfDetail() const { return false; }
+  /// Makes the container of one level: it delivers the values of the points that a level-of-detail
+  /// node names by first point and number of points. A level is the id of a node stream, which is
+  /// the index of an update iteration. The caller deletes it. Null when it can't be made.
+  [[nodiscard]] virtual OOCPCMetaDataContainer* CreateLevelContainer(std::uint64_t level) const;
 
  protected:
   OOCPCContainer(const OOCPCContainer&) = default;

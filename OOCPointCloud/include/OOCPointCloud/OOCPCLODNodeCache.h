@@ -75,4 +75,8 @@ class OOCPOINTCLOUD_API OOCPCLODNodeCache {
   /// kLodNoRepository, kNoLodStream, kLodStreamUnusable, kLodShortRead, kWorkerNotCreated.
   [[nodiscard]] virtual HRESULT StartNodeLoading(std::unique_ptr<OOCPCIInputStream> lodStream,
                                                  bool background) = 0;
+  /// The container of that name for the level of this cache; it stays the cache's. For a name that
+  /// the cache does not know 1 and null.
+  [[nodiscard]] virtual HRESULT GetMetaDataContainer(std::string_view name,
+                                                     OOCPCMetaDataContainer*& container) = 0;
 };

@@ -5,13 +5,15 @@
 #include <OOCPointCloud/OOCPCContainer.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 /// A container with one value per point, stored as a column of blocks.
 ///
 /// A metadata container *delivers* values of GetDeliveredType(), GetDataSize() bytes each, and
 /// *stores* values of GetStoredType(). They differ for positions only. Reading is for one thread
-/// at a time; threads work on clones.
+/// at a time; threads work on clones. Points are numbered through in storage order, that is block
+/// after block.
 class OOCPOINTCLOUD_API OOCPCMetaDataContainer : public OOCPCContainer {
  public:
   ~OOCPCMetaDataContainer() override;
@@ -30,11 +32,36 @@ class OOCPOINTCLOUD_API OOCPCMetaDataContainer : public OOCPCContainer {
   /// A block's values as delivered, value after value.
   [[nodiscard]] virtual HRESULT ReadBlock(std::uint64_t blockId,
                                           std::vector<std::uint8_t>& values) = 0;
+  /// The values, as stored, of the points [first, first + count) in storage order, from as many
+  /// blocks as hold them. kIndexOutOfRange when there are fewer points.
+  [[nodiscard]] virtual HRESULT ReadStoredPoints(std::uint64_t first, std::uint64_t count,
+                                                 std::vector<std::uint8_t>& values) = 0;
+  /// The same as delivered.
+  [[nodiscard]] virtual HRESULT ReadPoints(std::uint64_t first, std::uint64_t count,
+                                           std::vector<std::uint8_t>& values) = 0;
   [[nodiscard]] OOCPCMetaDataContainer* Clone() const override = 0;
+
+  /// The level that the container was made for; none for a container of the whole repository.
+  [[nodiscard]] std::optional<std::uint64_t> GetLevel() const { return level_; }
+  /// Tells the container of a level how many node entries the level-of-detail block of its
+  /// iteration states, and a number of the caller's choice, which is only kept. kFail for a
+  /// container that is not one of a level.
+  virtual HRESULT SetLevelExtent(std::uint32_t nodeEntryCount, std::uint64_t value);
+  /// What SetLevelExtent told; 0 before.
+  [[nodiscard]] std::uint32_t GetLevelNodeEntryCount() const { return levelNodeEntryCount_; }
+  [[nodiscard]] std::uint64_t GetLevelValue() const { return levelValue_; }
 
  protected:
   using OOCPCContainer::OOCPCContainer;
   OOCPCMetaDataContainer(const OOCPCMetaDataContainer&) = default;
+  void SetLevel(std::uint64_t level) { level_ = level; }
+  /// Takes over what makes another container one of a level.
+  void CopyLevel(const OOCPCMetaDataContainer& other);
+
+ private:
+  std::optional<std::uint64_t> level_;
+  std::uint32_t levelNodeEntryCount_ = 0;
+  std::uint64_t levelValue_ = 0;
 };
 
 /// What a static metadata chunk says. See docs/format.md.
@@ -68,7 +95,16 @@ class OOCPOINTCLOUD_API OOCPCStaticMetaDataContainer final : public OOCPCMetaDat
                                         std::vector<std::uint8_t>& values) override;
   [[nodiscard]] HRESULT ReadBlock(std::uint64_t blockId,
                                   std::vector<std::uint8_t>& values) override;
+  [[nodiscard]] HRESULT ReadStoredPoints(std::uint64_t first, std::uint64_t count,
+                                         std::vector<std::uint8_t>& values) override;
+  [[nodiscard]] HRESULT ReadPoints(std::uint64_t first, std::uint64_t count,
+                                   std::vector<std::uint8_t>& values) override;
   [[nodiscard]] OOCPCStaticMetaDataContainer* Clone() const override;
+  [[nodiscard]] bool HasLevelOfDetail() const override;
+  /// Opens the column's streams at once, so that the container can be read from also when the
+  /// repository is gone. Null when they are not there.
+  [[nodiscard]] OOCPCStaticMetaDataContainer* CreateLevelContainer(
+      std::uint64_t level) const override;
 
  private:
   OOCPCMetaDataDescription description_;
@@ -109,11 +145,25 @@ class OOCPOINTCLOUD_API OOCPCStaticPositionsContainer final : public OOCPCMetaDa
                                         std::vector<std::uint8_t>& values) override;
   [[nodiscard]] HRESULT ReadBlock(std::uint64_t blockId,
                                   std::vector<std::uint8_t>& values) override;
+  [[nodiscard]] HRESULT ReadStoredPoints(std::uint64_t first, std::uint64_t count,
+                                         std::vector<std::uint8_t>& values) override;
+  [[nodiscard]] HRESULT ReadPoints(std::uint64_t first, std::uint64_t count,
+                                   std::vector<std::uint8_t>& values) override;
   [[nodiscard]] OOCPCStaticPositionsContainer* Clone() const override;
+  [[nodiscard]] bool HasLevelOfDetail() const override;
+  /// Opens the column's streams at once, so that the container can be read from also when the
+  /// repository is gone. Null when they are not there.
+  [[nodiscard]] OOCPCStaticPositionsContainer* CreateLevelContainer(
+      std::uint64_t level) const override;
 
  private:
   OOCPCPositionsDescription description_;
+  [[nodiscard]] const oocpc::Vector3d& GetFrameOffset() const;
+  void Deliver(std::vector<std::uint8_t>& values) const;
+
   std::unique_ptr<oocpc::ColumnReader> reader_;
+  /// Of a level container, which may outlive its repository.
+  std::optional<oocpc::Vector3d> frameOffset_;
   std::vector<std::uint8_t> scratch_;
 };
 

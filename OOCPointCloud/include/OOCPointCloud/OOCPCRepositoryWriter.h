@@ -47,7 +47,9 @@ class OOCPOINTCLOUD_API OOCPCRepositoryWriter {
   [[nodiscard]] HRESULT Append(const std::string& stream, std::span<const std::uint8_t> bytes,
                                std::uint64_t& position);
   /// Appends one block to a column: its bytes to the data stream, its entry to the table.
-  [[nodiscard]] HRESULT AppendBlock(std::uint32_t columnId, const oocpc::EncodedBlock& block);
+  /// `firstValue` is the number of values that the column has in the blocks before.
+  [[nodiscard]] HRESULT AppendBlock(std::uint32_t columnId, const oocpc::EncodedBlock& block,
+                                    std::uint64_t firstValue);
   /// Length of a stream in bytes, with what Append added; 0 for a stream not known to the writer.
   [[nodiscard]] std::uint64_t GetLength(const std::string& stream) const;
   /// Sum of the lengths of all streams that the writer knows.

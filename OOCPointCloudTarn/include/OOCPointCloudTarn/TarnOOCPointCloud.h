@@ -36,14 +36,16 @@
 /// detached; clones belong to the caller, who reads them no longer than the repository lives.
 ///
 /// Attaching another repository detaches the former one. Two things outlast that until the cloud is
-/// gone, also after attaching null: iterations and origins that were read once keep answering, and
+/// gone, also after attaching null: iterations, origins and node caches that were read once keep
+/// answering, and
 /// the former octree and update iterations stay in place where the new repository brings none;
 /// whatever they would have to read from a repository that is gone fails with 0xA1030080, or, where
 /// another code is documented, with that.
 ///
-/// Thread safety: GetOOCNode, GetOOCRootNode, GetOrigin, GetTimePoint, GetTimePoints and
-/// GetUpdateIterationCount may be called from several threads at once on an attached cloud, and so
-/// may the const operations. Everything else is for one thread at a time and excludes them.
+/// Thread safety: GetLODNodeCache, CloneLODContainer, GetOOCNode, GetOOCRootNode, GetOrigin,
+/// GetTimePoint, GetTimePoints and GetUpdateIterationCount may be called from several threads at
+/// once on an attached cloud, and so may the const operations. Everything else is for one thread at
+/// a time and excludes them.
 ///
 /// Errors: result codes; a failed call leaves its out arguments as they were unless stated
 /// otherwise. Codes of the companion library are passed on unchanged.
@@ -86,6 +88,18 @@ class OOCPOINTCLOUDTARN_API TarnOOCPointCloud {
   [[nodiscard]] HRESULT CloneContainer(const std::string& name,
                                        OOCPCMetaDataContainer*& container) const;
 
+  /// Makes a copy of the container that delivers an iteration's level-of-detail points for a
+  /// metadata name; the caller deletes it. 1 leaves `container` alone: the iteration has none of
+  /// that name. Codes otherwise as GetLODNodeCache.
+  [[nodiscard]] HRESULT CloneLODContainer(std::uint64_t iterationIndex, const std::string& name,
+                                          OOCPCMetaDataContainer*& container);
+
+  /// The level-of-detail nodes of an iteration, read on the first request and then shared by all.
+  /// A cache borrows this cloud: only what it has in memory may be asked of it when the cloud is
+  /// gone. 1 when another thread had loaded one meanwhile; `cache` then is this caller's own.
+  /// Codes of GetTimePoint and of OOCPCLODNodeCache::LoadLODPayload; nothing is kept then.
+  [[nodiscard]] HRESULT GetLODNodeCache(std::uint64_t iterationIndex,
+                                        std::shared_ptr<OOCPCLODNodeCache>& cache);
   /// Reads an octree node by its index in the node stream. 0xA1100084 without an accelerator,
   /// 0xA10D0089 when it cannot be cloned.
   [[nodiscard]] HRESULT GetOOCNode(std::uint64_t nodeIndex, OOCPCOctreeAcceleratorNode& node) const;
@@ -115,6 +129,8 @@ class OOCPOINTCLOUDTARN_API TarnOOCPointCloud {
 
   // The framework, and tests, reach the operations below.
   friend class TarnFrameworkAccess;
+  // Asks whether its LOD container can be read from.
+  friend class TarnOOCLODNodeCache;
 
   // Reads header and chunks of the main stream and sorts the chunks; any argument may be null.
   [[nodiscard]] HRESULT ParseHeader(OOCPointCloudFileHeader* fileHeader,
@@ -143,6 +159,11 @@ class OOCPOINTCLOUDTARN_API TarnOOCPointCloud {
 
   [[nodiscard]] HRESULT GetIteration(std::uint64_t iterationIndex,
                                      std::shared_ptr<OOCPCUpdateIteration>& iteration);
+  // Reads the record of an iteration past the cache.
+  [[nodiscard]] HRESULT ReadIteration(std::uint64_t iterationIndex,
+                                      OOCPCUpdateIteration& iteration) const;
+  // Tells the node caches that their cloud goes.
+  void LeaveNodeCaches();
   [[nodiscard]] HRESULT GetPayload(std::uint64_t iterationIndex,
                                    OOCPCUpdItrAcceleratorPayload& payload);
   [[nodiscard]] HRESULT GetLODPayload(std::uint64_t iterationIndex, OOCPCUpdItrLODPayload& payload);

@@ -83,8 +83,8 @@ TEST(RepositoryWriter, PutsABlockAndItsEntryIntoTheColumnsStreams) {
   block.bytes = {1, 2, 3, 4, 5};
   block.entry.storedBytes = 5;
   block.entry.valueCount = 5;
-  ASSERT_EQ(writer->AppendBlock(3, block), kOk);
-  ASSERT_EQ(writer->AppendBlock(3, block), kOk);
+  ASSERT_EQ(writer->AppendBlock(3, block, 0), kOk);
+  ASSERT_EQ(writer->AppendBlock(3, block, block.entry.valueCount), kOk);
   EXPECT_EQ(writer->GetLength(oocpc::ColumnDataStreamName(3)), 10u);
   Bytes expected;
   block.entry.Encode(expected);

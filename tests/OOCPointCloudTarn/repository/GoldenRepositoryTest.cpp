@@ -25,8 +25,8 @@ std::shared_ptr<OOCPCMemoryStreams> TwoPoints() {
   }
   Bytes intensities;
   for (const std::uint16_t number : {700, 800}) oocpc::AppendLittleEndian(intensities, number);
-  EXPECT_EQ(writer.AppendBlock(0, oocpc::EncodeBlock(kStoredPositions, positions)), result::kOk);
-  EXPECT_EQ(writer.AppendBlock(1, oocpc::EncodeBlock(kIntensity, intensities)), result::kOk);
+  EXPECT_EQ(writer.AppendBlock(0, oocpc::EncodeBlock(kStoredPositions, positions), 0), result::kOk);
+  EXPECT_EQ(writer.AppendBlock(1, oocpc::EncodeBlock(kIntensity, intensities), 0), result::kOk);
   std::uint64_t position = 0;
   EXPECT_EQ(writer.Append(OOCPCAcceleratorContainer::kStreamName, NodeRecords(1), position), 0);
   EXPECT_EQ(

@@ -31,8 +31,8 @@ class StringCloud {
       for (const std::uint32_t number : {i, 0u, 0u}) oocpc::AppendLittleEndian(positions, number);
       oocpc::AppendLittleEndian(values, indices[i]);
     }
-    EXPECT_EQ(writer.AppendBlock(0, oocpc::EncodeBlock({ValueType::kInt32, 3}, positions)), 0);
-    EXPECT_EQ(writer.AppendBlock(1, oocpc::EncodeBlock(kText, values)), 0);
+    EXPECT_EQ(writer.AppendBlock(0, oocpc::EncodeBlock({ValueType::kInt32, 3}, positions), 0), 0);
+    EXPECT_EQ(writer.AppendBlock(1, oocpc::EncodeBlock(kText, values), 0), 0);
     ByteVector dictionary;
     for (const std::string& text : strings) {
       OOCPCStringRepositoryContainer::EncodeString(text, dictionary);

@@ -1,0 +1,46 @@
+// Loads the nodes of a level-of-detail node cache in the background.
+#include "OOCPointCloudTarn/repository/TarnOOCLODNodeWorker.h"
+
+#include <OOCPointCloud/ResultCodes.h>
+
+#include <utility>
+
+TarnOOCLODNodeWorker::TarnOOCLODNodeWorker(TarnOOCLODNodeCache& loading,
+                                           const OOCPCLODHeader& header,
+                                           std::unique_ptr<OOCPCIInputStream> lod,
+                                           std::unique_ptr<OOCPCIInputStream> nodes,
+                                           std::unique_ptr<OOCPCMetaDataContainer> positions,
+                                           std::unique_ptr<OOCPCMetaDataContainer> colors)
+    : cache(&loading),
+      lodStream(std::move(lod)),
+      nodeStream(std::move(nodes)),
+      positionContainer(std::move(positions)),
+      colorContainer(std::move(colors)),
+      headerValue(header.levelCount),
+      recordCount(header.recordCount),
+      version(header.version) {}
+
+TarnOOCLODNodeWorker::~TarnOOCLODNodeWorker() {
+  if (!thread.joinable()) return;
+  stopRequested = true;
+  thread.join();
+}
+
+void TarnOOCLODNodeWorker::Start() {
+  thread = std::thread([this] { Run(); });
+}
+
+void TarnOOCLODNodeWorker::Join() {
+  if (thread.joinable()) thread.join();
+}
+
+void TarnOOCLODNodeWorker::Run() {
+  for (std::uint32_t record = 1; record < recordCount && !stopRequested; ++record) {
+    const HRESULT code = cache->ReadNodeRecord(*nodeStream, &mutex);
+    if (oocpc::Failed(code)) {
+      status.store(code, std::memory_order_release);
+      return;
+    }
+  }
+  status.store(kFinished, std::memory_order_release);
+}

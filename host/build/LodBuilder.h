@@ -1,0 +1,29 @@
+// Makes the level-of-detail block and the node records of an iteration out of its octree.
+#pragma once
+
+#include <OOCPointCloud/OOCPCLODRecords.h>
+#include <OOCPointCloud/OOCPointCloudNode.h>
+
+#include <span>
+#include <vector>
+
+#include "host/build/MortonCube.h"
+#include "host/build/OctreePlan.h"
+#include "host/common/Outcome.h"
+
+namespace tarnhost {
+
+/// What an iteration puts into the level-of-detail streams.
+struct BuiltLod {
+  OOCPCLODBlock block;
+  std::vector<std::uint8_t> records;  ///< of the node stream
+};
+
+/// Describes all levels of the nodes of a plan; `nodes` are the same nodes, the root last. Records
+/// stand level after level, along the Morton curve within a level, so that whoever reads only the
+/// first ones knows the coarse nodes. kOutOfMemory when the nodes are too many to be numbered in 32
+/// bits.
+Outcome BuildLod(const OctreePlan& plan, std::span<const OOCPCOctreeAcceleratorNode> nodes,
+                 const MortonCube& cube, std::uint64_t nodeStreamId, BuiltLod& lod);
+
+}  // namespace tarnhost
