@@ -19,9 +19,11 @@ forbid OOCPointCloudTarn/query 'OOCPointCloudTarn/(evaluation|repository)/'
 forbid OOCPointCloudTarn/evaluation 'OOCPointCloudTarn/(query|repository)/'
 forbid OOCPointCloudTarn/repository 'OOCPointCloudTarn/(query|evaluation)/'
 forbid host 'apps/'
-forbid host/formats 'host/(build|cloud|select|synthesize)/'
-forbid host/cloud 'host/(build|select|synthesize)/'
-forbid host/select 'host/(build|synthesize)/'
+forbid host/formats 'host/(build|cloud|lod|select|render|synthesize)/'
+forbid host/cloud 'host/(build|lod|select|render|synthesize)/'
+forbid host/lod 'host/(build|select|render|synthesize)/'
+forbid host/select 'host/(build|lod|render|synthesize)/'
+forbid host/render 'host/(build|synthesize)/'
 
 [ $failed -eq 0 ] && echo "layers: sound"
 exit $failed

@@ -3,7 +3,7 @@
 # With --tests also what the tests, the sanitizers, the fuzzers and the checks need.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config libboost-dev libtbb-dev libzstd-dev libcli11-dev
+packages=(g++ cmake ninja-build pkg-config libboost-dev libtbb-dev libzstd-dev libpng-dev libcli11-dev
   nlohmann-json3-dev)
 if [ "${1:-}" = --tests ]; then
   packages+=(libgtest-dev libgmock-dev python3 clang libclang-rt-14-dev clang-format clang-tidy

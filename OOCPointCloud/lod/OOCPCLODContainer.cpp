@@ -57,12 +57,18 @@ OOCPCIInputStream* OOCPCLODContainer::CreateLODInputStream() const {
 
 void OOCPCLODContainer::SetExtendedData(const std::uint8_t* data, std::uint16_t size) {
   if (data == nullptr) size = 0;
+  const std::lock_guard<std::mutex> lock(extendedDataMutex_);
   extendedData_.assign(data, data + size);
+}
+
+std::vector<std::uint8_t> OOCPCLODContainer::GetExtendedData() const {
+  const std::lock_guard<std::mutex> lock(extendedDataMutex_);
+  return extendedData_;
 }
 
 OOCPCLODContainer* OOCPCLODContainer::Clone() const {
   auto clone = std::make_unique<OOCPCLODContainer>(GetRepository(), GetChunkType(), GetName());
   clone->description_ = description_;
-  clone->extendedData_ = extendedData_;
+  clone->extendedData_ = GetExtendedData();
   return clone.release();
 }

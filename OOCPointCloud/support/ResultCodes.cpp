@@ -144,6 +144,8 @@ constexpr ResultCodeInfo kInfos[] = {
      "mend the text as the message says"},
     {result::kStopped, "kStopped", "the operation was stopped on request",
      "start it again; nothing half-made was left behind"},
+    {result::kPictureRefused, "kPictureRefused", "the picture cannot be made as asked",
+     "ask for what the message names"},
     {result::kOutOfMemory, "kOutOfMemory", "the memory was used up",
      "close other programs, or import fewer scans at once"},
 };

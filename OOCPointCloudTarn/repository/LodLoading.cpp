@@ -40,6 +40,7 @@ HRESULT TarnOOCLODNodeCache::LoadLocked(OOCPCUpdItrLODPayload payload, bool back
   centre = head.centre;
   nodeStreamId = head.nodeStreamId;
   if (oocpc::Failed(code)) return code;
+  if (lodContainer == nullptr) return oocpc::result::kLodContainerMissing;  // As above.
   lodContainer->SetExtendedData(head.extension.data(), header.extensionBytes);
   if (payload.endBytes - payload.beginBytes != header.GetBlockBytes()) {
     return oocpc::result::kLodLengthMismatch;
@@ -52,8 +53,8 @@ HRESULT TarnOOCLODNodeCache::LoadLocked(OOCPCUpdItrLODPayload payload, bool back
 HRESULT TarnOOCLODNodeCache::OpenLodStream(std::uint64_t position,
                                            std::unique_ptr<OOCPCIInputStream>& stream) const {
   if (lodContainer == nullptr) return oocpc::result::kNoLodStream;
-  // After a detach the cloud's container refers to a repository that is gone.
-  if (lodContainer == owner->lodContainer && !owner->IsReadable(*lodContainer)) {
+  // After a detach the cloud's containers refer to a repository that is gone.
+  if (owner->ownership.Owns(lodContainer) && !owner->IsReadable(*lodContainer)) {
     return oocpc::result::kNoLodStream;
   }
   stream.reset(lodContainer->CreateLODInputStream());
@@ -68,7 +69,7 @@ HRESULT TarnOOCLODNodeCache::ReadHead(OOCPCIInputStream& stream, BlockHead& head
   head.header = OOCPCLODHeader::Decode(bytes);
   if (!head.header.HasKnownVersion()) return oocpc::result::kLodBadVersion;
   head.extension.resize(head.header.extensionBytes);
-  if (!ReadAll(stream, head.extension.data(), head.extension.size())) {
+  if (!head.extension.empty() && !ReadAll(stream, head.extension.data(), head.extension.size())) {
     return oocpc::result::kLodShortRead;
   }
   double numbers[4];
@@ -83,6 +84,7 @@ HRESULT TarnOOCLODNodeCache::ReadHead(OOCPCIInputStream& stream, BlockHead& head
 
 HRESULT TarnOOCLODNodeCache::MakeLevelContainer(
     const char* name, std::uint64_t level, std::unique_ptr<OOCPCMetaDataContainer>& made) const {
+  if (owner == nullptr) return oocpc::result::kLodNoOwner;
   const OOCPCContainer* const container = owner->GetContainer(name);
   if (container == nullptr || !container->HasLevelOfDetail()) {
     return oocpc::result::kLodNoContainerForName;

@@ -41,6 +41,9 @@ class TarnOOCLODNodeWorker {
   [[nodiscard]] std::mutex& GetMutex() { return mutex; }
 
  private:
+  // Tests look at it.
+  friend class TarnLodCacheAccess;
+
   void Run();
 
   TarnOOCLODNodeCache* cache;

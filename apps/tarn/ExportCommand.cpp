@@ -1,8 +1,4 @@
 // tarn export
-#include <algorithm>
-#include <cctype>
-#include <filesystem>
-
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
@@ -11,14 +7,6 @@
 namespace tarnapp {
 
 namespace {
-
-/// What is written is LAS; another ending is a slip, at worst the name of a repository's own file.
-std::string CheckEnding(const std::string& output) {
-  std::string ending = std::filesystem::path(output).extension().string();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  return ending == ".las" ? std::string() : "\"" + output + "\" does not end in .las";
-}
 
 struct Arguments {
   std::string repository;
@@ -53,7 +41,7 @@ void AddExport(CLI::App& app, Action& action) {
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command->add_option("-o,--output", arguments->output, "The LAS file to write")
       ->required()
-      ->check(CheckEnding);
+      ->check(EndsIn(".las"));
   CLI::Option* iteration =
       command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
           ->check(IsWholeNumber());

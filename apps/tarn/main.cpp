@@ -1,7 +1,5 @@
 // tarn: opens point clouds too large for memory, and selects points in them.
-#include <charconv>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -54,25 +52,6 @@ int FlushOutput(int code) {
 
 }  // namespace
 
-CLI::Validator tarnapp::IsNamed() {
-  return {[](const std::string& text) {
-            return text.empty() ? std::string("the name is empty") : std::string();
-          },
-          ""};
-}
-
-CLI::Validator tarnapp::IsWholeNumber() {
-  return {[](const std::string& text) {
-            std::uint64_t number = 0;
-            const char* end = text.data() + text.size();
-            const auto [stop, error] = std::from_chars(text.data(), end, number);
-            return error == std::errc() && stop == end
-                       ? std::string()
-                       : "\"" + text + "\" is not a whole number from 0 on";
-          },
-          ""};
-}
-
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   tarnapp::StopOnInterrupt();
@@ -86,6 +65,8 @@ int main(int argc, char** argv) {
   tarnapp::AddInfo(app, action);
   tarnapp::AddQuery(app, action);
   tarnapp::AddExport(app, action);
+  tarnapp::AddThin(app, action);
+  tarnapp::AddRender(app, action);
   tarnapp::AddIterations(app, action);
   tarnapp::AddVerify(app, action);
   tarnapp::AddSynthesize(app, action);

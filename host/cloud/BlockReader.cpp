@@ -20,9 +20,31 @@ Outcome CloneOf(Cloud& cloud, const std::string& name,
              : Outcome::FromCode(result::kContainerNotCloned, cloud.GetPath().string());
 }
 
+Outcome CloneOfLevel(Cloud& cloud, std::uint64_t iteration, const std::string& name,
+                     std::unique_ptr<OOCPCMetaDataContainer>& clone) {
+  OOCPCMetaDataContainer* container = nullptr;
+  const HRESULT code = cloud.GetPointCloud().CloneLODContainer(iteration, name, container);
+  clone.reset(container);
+  if (oocpc::Failed(code)) return Outcome::FromCode(code, cloud.GetPath().string());
+  return clone != nullptr
+             ? Outcome::Success()
+             : Outcome::FromCode(result::kLodNoLevelContainer, cloud.GetPath().string());
+}
+
 Outcome BlockFailure(HRESULT code, const OOCPCContainer& container, std::uint64_t block) {
   return Outcome::FromCode(
       code, std::string("column ") + container.GetName() + ", block " + std::to_string(block));
+}
+
+Outcome RangeFailure(HRESULT code, const OOCPCContainer& container, const PointRange& points) {
+  return Outcome::FromCode(code, std::string("column ") + container.GetName() + ", points from " +
+                                     std::to_string(points.first) + " on");
+}
+
+template <typename T>
+void CopyValues(const std::vector<std::uint8_t>& bytes, std::vector<T>& values) {
+  values.resize(bytes.size() / sizeof(T));
+  if (!values.empty()) std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
 }
 
 /// Checks that a block has a value for each of the node's points.
@@ -40,14 +62,30 @@ Outcome CheckValues(HRESULT code, const OOCPCContainer& container,
 
 Outcome BlockReader::Open(Cloud& cloud, const std::vector<std::string>& columns,
                           BlockReader& reader) {
+  return OpenClones(
+      [&](const std::string& name, std::unique_ptr<OOCPCMetaDataContainer>& clone) {
+        return CloneOf(cloud, name, clone);
+      },
+      columns, reader);
+}
+
+Outcome BlockReader::OpenLevel(Cloud& cloud, std::uint64_t iteration,
+                               const std::vector<std::string>& columns, BlockReader& reader) {
+  return OpenClones(
+      [&](const std::string& name, std::unique_ptr<OOCPCMetaDataContainer>& clone) {
+        return CloneOfLevel(cloud, iteration, name, clone);
+      },
+      columns, reader);
+}
+
+Outcome BlockReader::OpenClones(const CloneFunction& clone, const std::vector<std::string>& columns,
+                                BlockReader& reader) {
   reader.columns_.clear();
-  if (Outcome outcome = CloneOf(cloud, "DEF_POSITION", reader.positions_); !outcome.Ok()) {
-    return outcome;
-  }
+  if (Outcome outcome = clone("DEF_POSITION", reader.positions_); !outcome.Ok()) return outcome;
   for (const std::string& name : columns) {
-    std::unique_ptr<OOCPCMetaDataContainer> clone;
-    if (Outcome outcome = CloneOf(cloud, name, clone); !outcome.Ok()) return outcome;
-    reader.columns_.push_back(std::move(clone));
+    std::unique_ptr<OOCPCMetaDataContainer> container;
+    if (Outcome outcome = clone(name, container); !outcome.Ok()) return outcome;
+    reader.columns_.push_back(std::move(container));
   }
   return Outcome::Success();
 }
@@ -59,8 +97,7 @@ Outcome BlockReader::ReadPositions(const OOCPCOctreeAcceleratorNode& node,
   const HRESULT code = positions_->ReadStoredBlock(node.blockId, scratch_);
   Outcome outcome = CheckValues(code, *positions_, node, scratch_.size(), 12);
   if (!outcome.Ok()) return outcome;
-  xyz.resize(scratch_.size() / sizeof(std::int32_t));
-  std::memcpy(xyz.data(), scratch_.data(), scratch_.size());
+  CopyValues(scratch_, xyz);
   return outcome;
 }
 
@@ -71,9 +108,29 @@ Outcome BlockReader::ReadLocalPositions(const OOCPCOctreeAcceleratorNode& node,
   const HRESULT code = positions_->ReadBlock(node.blockId, scratch_);
   Outcome outcome = CheckValues(code, *positions_, node, scratch_.size(), 24);
   if (!outcome.Ok()) return outcome;
-  xyz.resize(scratch_.size() / sizeof(double));
-  std::memcpy(xyz.data(), scratch_.data(), scratch_.size());
+  CopyValues(scratch_, xyz);
   return outcome;
+}
+
+Outcome BlockReader::ReadPositions(const PointRange& points, std::vector<std::int32_t>& xyz) {
+  const HRESULT code = positions_->ReadStoredPoints(points.first, points.count, scratch_);
+  if (oocpc::Failed(code)) return RangeFailure(code, *positions_, points);
+  CopyValues(scratch_, xyz);
+  return Outcome::Success();
+}
+
+Outcome BlockReader::ReadLocalPositions(const PointRange& points, std::vector<double>& xyz) {
+  const HRESULT code = positions_->ReadPoints(points.first, points.count, scratch_);
+  if (oocpc::Failed(code)) return RangeFailure(code, *positions_, points);
+  CopyValues(scratch_, xyz);
+  return Outcome::Success();
+}
+
+Outcome BlockReader::ReadColumn(std::size_t column, const PointRange& points,
+                                std::vector<std::uint8_t>& values) {
+  OOCPCMetaDataContainer& container = *columns_[column];
+  const HRESULT code = container.ReadPoints(points.first, points.count, values);
+  return oocpc::Failed(code) ? RangeFailure(code, container, points) : Outcome::Success();
 }
 
 Outcome BlockReader::ReadColumn(std::size_t column, const OOCPCOctreeAcceleratorNode& node,

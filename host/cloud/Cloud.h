@@ -27,6 +27,12 @@ struct CloudColumn {
   std::string description;
 };
 
+/// A run of points in storage order.
+struct PointRange {
+  std::uint64_t first = 0;
+  std::uint32_t count = 0;
+};
+
 /// What a walk does below a node.
 enum class Descend { kIntoChildren, kPastSubtree, kStop };
 
@@ -83,6 +89,9 @@ class BlockReader {
  public:
   /// `columns` are the names of the columns to read besides the positions.
   static Outcome Open(Cloud& cloud, const std::vector<std::string>& columns, BlockReader& reader);
+  /// The same through the level containers of an iteration.
+  static Outcome OpenLevel(Cloud& cloud, std::uint64_t iteration,
+                           const std::vector<std::string>& columns, BlockReader& reader);
 
   /// Stored integers of a node's own points, three per point.
   Outcome ReadPositions(const OOCPCOctreeAcceleratorNode& node, std::vector<std::int32_t>& xyz);
@@ -91,6 +100,11 @@ class BlockReader {
   /// Values of the column that stands at `column` in the list given.
   Outcome ReadColumn(std::size_t column, const OOCPCOctreeAcceleratorNode& node,
                      std::vector<std::uint8_t>& values);
+  // The same of any run of points.
+  Outcome ReadPositions(const PointRange& points, std::vector<std::int32_t>& xyz);
+  Outcome ReadLocalPositions(const PointRange& points, std::vector<double>& xyz);
+  Outcome ReadColumn(std::size_t column, const PointRange& points,
+                     std::vector<std::uint8_t>& values);
   [[nodiscard]] std::size_t GetColumnCount() const { return columns_.size(); }
   [[nodiscard]] OOCPCMetaDataContainer& GetContainer(std::size_t column) {
     return *columns_[column];
@@ -98,6 +112,11 @@ class BlockReader {
   [[nodiscard]] OOCPCMetaDataContainer& GetPositions() { return *positions_; }
 
  private:
+  using CloneFunction =
+      std::function<Outcome(const std::string&, std::unique_ptr<OOCPCMetaDataContainer>&)>;
+  static Outcome OpenClones(const CloneFunction& clone, const std::vector<std::string>& columns,
+                            BlockReader& reader);
+
   std::unique_ptr<OOCPCMetaDataContainer> positions_;
   std::vector<std::unique_ptr<OOCPCMetaDataContainer>> columns_;
   std::vector<std::uint8_t> scratch_;

@@ -120,14 +120,22 @@ std::vector<std::string> PointRecords::GetNames() const {
   return names;
 }
 
-Outcome PointRecords::ReadNode(const OOCPCOctreeAcceleratorNode& node) {
+template <typename Points>
+Outcome PointRecords::ReadPoints(const Points& points) {
   if (needsPositions_) {
-    if (Outcome outcome = reader_.ReadPositions(node, stored_); !outcome.Ok()) return outcome;
-    if (Outcome outcome = reader_.ReadLocalPositions(node, local_); !outcome.Ok()) return outcome;
+    if (Outcome outcome = reader_.ReadPositions(points, stored_); !outcome.Ok()) return outcome;
+    if (Outcome outcome = reader_.ReadLocalPositions(points, local_); !outcome.Ok()) return outcome;
   }
   for (std::size_t i = 0; i < columns_.size(); ++i) {
-    if (Outcome outcome = reader_.ReadColumn(i, node, columns_[i]); !outcome.Ok()) return outcome;
+    if (Outcome outcome = reader_.ReadColumn(i, points, columns_[i]); !outcome.Ok()) return outcome;
   }
+  return CheckStrings();
+}
+
+template Outcome PointRecords::ReadPoints(const OOCPCOctreeAcceleratorNode& points);
+template Outcome PointRecords::ReadPoints(const PointRange& points);
+
+Outcome PointRecords::CheckStrings() const {
   for (std::size_t i = 0; i < fields_.size(); ++i) {
     if (fields_[i].source != RecordField::Source::kColumn || fields_[i].type != ClauseType::kString)
       continue;

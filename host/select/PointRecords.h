@@ -23,12 +23,17 @@ class PointRecords {
   /// Bytes of one record.
   [[nodiscard]] unsigned GetStride() const { return stride_; }
 
-  /// Reads the blocks that the fields need of a node's own points.
-  Outcome ReadNode(const OOCPCOctreeAcceleratorNode& node);
-  /// Fills the records of the points [first, first + count) of that node.
+  /// Reads what the fields need of a node's own points.
+  Outcome ReadNode(const OOCPCOctreeAcceleratorNode& node) { return ReadPoints(node); }
+  /// The same of a run of points.
+  Outcome ReadRange(const PointRange& points) { return ReadPoints(points); }
+  /// Fills the records of the points [first, first + count) of those read.
   const char* Fill(std::uint32_t first, std::uint32_t count);
 
  private:
+  template <typename Points>
+  Outcome ReadPoints(const Points& points);
+  Outcome CheckStrings() const;
   Outcome PlaceFields();
   Outcome LoadStrings();
   void FillField(std::size_t field, std::uint32_t first, std::uint32_t count);

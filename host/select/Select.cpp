@@ -1,16 +1,9 @@
 // Selects the points of a cloud that a query text describes.
 #include "host/select/Select.h"
 
-#include <OOCPointCloudTarn/TarnOOCBooleanExpressionEvaluator.h>
-#include <OOCPointCloudTarn/TarnOOCStringQueryExpression.h>
-
-#include <algorithm>
 #include <numeric>
 
-#include "host/select/NodeClassifier.h"
-#include "host/select/PointRecords.h"
-#include "host/select/QueryText.h"
-#include "host/select/QueryTyping.h"
+#include "host/select/BoundQuery.h"
 
 namespace tarnhost {
 
@@ -21,11 +14,6 @@ namespace {
 using Node = OOCPCOctreeAcceleratorNode;
 using ClassifyResult = OOCPCIQuery::ClassifyResult;
 
-/// Bounds of what is laid out at once. Index times stride stays far below 2^32, where the
-/// evaluator's product would wrap, however long the records of a cloud with long strings are.
-constexpr std::uint32_t kRecordsAtOnce = 4096;
-constexpr std::uint32_t kRecordBytesAtOnce = 1u << 22;
-
 /// One selection on its way through the octree.
 class Selection {
  public:
@@ -33,28 +21,7 @@ class Selection {
       : cloud_(cloud), sink_(sink), report_(report) {}
 
   Outcome Prepare(const SelectOptions& options) {
-    std::vector<QueryClause> clauses;
-    QueryDiagnosis diagnosis;
-    if (!ReadQueryText(options.text, clauses, diagnosis)) {
-      return Outcome::Failure(result::kQueryRejected, diagnosis.message,
-                              ShowPosition(options.text, diagnosis.position), diagnosis.hint);
-    }
-    std::vector<RecordField> fields;
-    if (Outcome outcome = FitQueryToCloud(cloud_, options.text, clauses, fields); !outcome.Ok()) {
-      return outcome;
-    }
-    if (Outcome outcome = PointRecords::Open(cloud_, std::move(fields), records_); !outcome.Ok()) {
-      return outcome;
-    }
-    expression_.SetPointCloud(&cloud_.GetPointCloud());
-    expression_.SetInputString(
-        options.local ? options.text
-                      : MoveIntoLocalFrame(options.text, clauses, cloud_.GetFrameOffset()));
-    const HRESULT code = expression_.ComputeBooleanAST();
-    if (oocpc::Failed(code) || expression_.GetBooleanAST() == nullptr) {
-      return Outcome::FromCode(oocpc::Failed(code) ? code : result::kFail, options.text);
-    }
-    return Bind();
+    return BoundQuery::Open(cloud_, options.text, options.local, query_);
   }
 
   Outcome Run(std::uint64_t iteration, const std::function<bool(const ProgressReport&)>& progress) {
@@ -78,21 +45,8 @@ class Selection {
   }
 
  private:
-  Outcome Bind() {
-    OOCPCBooleanAST* tree = expression_.GetBooleanAST();
-    classifier_.emplace(*tree);
-    evaluator_.emplace(&cloud_.GetPointCloud(), tree);
-    HRESULT code = evaluator_->CompleteMetaDatas(tree);
-    if (!oocpc::Failed(code)) {
-      code = evaluator_->CompleteBufferMetaDatas(records_.GetNames(), records_.GetSizes(),
-                                                 records_.GetOffsets());
-    }
-    if (!oocpc::Failed(code)) code = evaluator_->InitializeQueries();
-    return oocpc::Failed(code) ? Outcome::FromCode(code) : Outcome::Success();
-  }
-
   Outcome Visit(const Node& node, Descend& descend) {
-    switch (classifier_->Classify(node.Describe())) {
+    switch (query_->Classify(node.Describe())) {
       case ClassifyResult::kNone:
         ++report_.nodesSkipped;
         descend = Descend::kPastSubtree;
@@ -121,20 +75,7 @@ class Selection {
 
   Outcome Test(const Node& node) {
     ++report_.nodesTested;
-    if (Outcome outcome = records_.ReadNode(node); !outcome.Ok()) return outcome;
-    points_.clear();
-    const std::uint32_t most =
-        std::clamp(kRecordBytesAtOnce / records_.GetStride(), 1u, kRecordsAtOnce);
-    for (std::uint32_t first = 0; first < node.ownPointCount;) {
-      const std::uint32_t count = std::min(most, node.ownPointCount - first);
-      const char* records = records_.Fill(first, count);
-      for (std::uint32_t i = 0; i < count; ++i) {
-        if (evaluator_->EvaluateExpression(records, i, records_.GetStride())) {
-          points_.push_back(first + i);
-        }
-      }
-      first += count;
-    }
+    if (Outcome outcome = query_->TestNode(node, points_); !outcome.Ok()) return outcome;
     report_.selected += points_.size();
     if (sink_ == nullptr || points_.empty()) return Outcome::Success();
     return sink_->Consume(node, points_);
@@ -143,10 +84,7 @@ class Selection {
   Cloud& cloud_;
   SelectionSink* sink_;
   SelectReport& report_;
-  PointRecords records_;
-  TarnOOCStringQueryExpression expression_;
-  std::optional<NodeClassifier> classifier_;
-  std::optional<TarnOOCBooleanExpressionEvaluator> evaluator_;
+  std::unique_ptr<BoundQuery> query_;
   std::vector<std::uint32_t> points_;
 };
 

@@ -3,6 +3,7 @@
 
 #include <OOCPointCloud/OOCPCContainer.h>
 
+#include <mutex>
 #include <vector>
 
 class OOCPCIInputStream;
@@ -38,12 +39,14 @@ class OOCPOINTCLOUD_API OOCPCLODContainer final : public OOCPCContainer {
   [[nodiscard]] HRESULT LoadFromChunk(const std::uint8_t* payload, std::uint32_t size) override;
   /// Opens the LOD stream; the caller deletes it. Null when the repository has none.
   [[nodiscard]] OOCPCIInputStream* CreateLODInputStream() const;
-  /// Keeps the extension bytes of the LOD block header that was read last.
+  /// Keeps the extension bytes of the LOD block header that was read last. Safe from any thread:
+  /// node caches of one repository share the container.
   void SetExtendedData(const std::uint8_t* data, std::uint16_t size);
-  [[nodiscard]] const std::vector<std::uint8_t>& GetExtendedData() const { return extendedData_; }
+  [[nodiscard]] std::vector<std::uint8_t> GetExtendedData() const;
   [[nodiscard]] OOCPCLODContainer* Clone() const override;
 
  private:
   OOCPCLODDescription description_;
+  mutable std::mutex extendedDataMutex_;
   std::vector<std::uint8_t> extendedData_;
 };

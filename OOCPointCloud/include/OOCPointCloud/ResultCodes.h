@@ -83,6 +83,7 @@ inline constexpr HRESULT kScanUnsupported = Code(0xA1300004u);    // a kind not 
 inline constexpr HRESULT kScansDiffer = Code(0xA1300005u);        // files that make no one cloud
 inline constexpr HRESULT kQueryRejected = Code(0xA1300006u);      // a text that cannot be asked
 inline constexpr HRESULT kStopped = Code(0xA1300007u);            // the user asked to stop
+inline constexpr HRESULT kPictureRefused = Code(0xA1300008u);     // no picture can be made so
 inline constexpr HRESULT kOutOfMemory = Code(0xA130000Eu);        // memory ran out
 // NOLINTEND(bugprone-narrowing-conversions)
 }  // namespace result

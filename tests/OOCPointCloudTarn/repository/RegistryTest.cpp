@@ -30,6 +30,12 @@ class CountedContainer final : public OOCPCMetaDataContainer {
     return result::kFail;
   }
   HRESULT ReadBlock(std::uint64_t, std::vector<std::uint8_t>&) override { return result::kFail; }
+  HRESULT ReadStoredPoints(std::uint64_t, std::uint64_t, std::vector<std::uint8_t>&) override {
+    return result::kFail;
+  }
+  HRESULT ReadPoints(std::uint64_t, std::uint64_t, std::vector<std::uint8_t>&) override {
+    return result::kFail;
+  }
   CountedContainer* Clone() const override {
     return new CountedContainer(GetChunkType(), GetName());
   }

@@ -1,0 +1,194 @@
+// tarn render
+#include <charconv>
+#include <map>
+#include <memory>
+
+#include "apps/tarn/Commands.h"
+#include "apps/tarn/Messages.h"
+#include "apps/tarn/Progress.h"
+#include "host/render/Render.h"
+
+namespace tarnapp {
+
+namespace {
+
+struct Arguments {
+  std::string repository;
+  std::string output;
+  std::string size = "1600x1000";
+  std::vector<double> eye;
+  std::vector<double> target;
+  std::string points = "3M";
+  tarnhost::RenderOptions options;
+  bool quiet = false;
+};
+
+/// A number such as 1600 at the beginning of a text, which it is taken from.
+bool TakeNumber(std::string_view& text, std::uint64_t& number) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc()) return false;
+  text.remove_prefix(static_cast<std::size_t>(stop - text.data()));
+  return true;
+}
+
+/// "1600x1000" as width and height.
+bool ParseSize(std::string_view text, tarnhost::PictureSize& size) {
+  std::uint64_t width = 0;
+  std::uint64_t height = 0;
+  if (!TakeNumber(text, width) || text.empty() || text.front() != 'x') return false;
+  text.remove_prefix(1);
+  if (!TakeNumber(text, height) || !text.empty()) return false;
+  if (width == 0 || height == 0 || width > tarnhost::kMostPixels ||
+      height > tarnhost::kMostPixels) {
+    return false;
+  }
+  size = {static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)};
+  return true;
+}
+
+/// "3M" as 3,000,000; also k, K, m, G and g, and plain numbers.
+bool ParseCount(std::string_view text, std::uint64_t& count) {
+  if (!TakeNumber(text, count)) return false;
+  std::uint64_t unit = 1;
+  if (text == "k" || text == "K") unit = 1000;
+  if (text == "m" || text == "M") unit = 1000000;
+  if (text == "g" || text == "G") unit = 1000000000;
+  if (unit == 1 && !text.empty()) return false;
+  if (count == 0 || count > ~std::uint64_t{0} / unit) return false;
+  count *= unit;
+  return true;
+}
+
+CLI::Validator IsSize() {
+  return {[](const std::string& text) {
+            tarnhost::PictureSize size;
+            return ParseSize(text, size)
+                       ? std::string()
+                       : "\"" + text + "\" is no size such as 1600x1000, each from 1 to " +
+                             std::to_string(tarnhost::kMostPixels);
+          },
+          ""};
+}
+
+CLI::Validator IsCount() {
+  return {[](const std::string& text) {
+            std::uint64_t count = 0;
+            return ParseCount(text, count)
+                       ? std::string()
+                       : "\"" + text + "\" is no number of points such as 500000, 800k or 3M";
+          },
+          ""};
+}
+
+int Run(Arguments& arguments, bool hasIteration) {
+  tarnhost::RenderOptions& options = arguments.options;
+  ParseSize(arguments.size, options.size);
+  ParseCount(arguments.points, options.pointBudget);
+  if (!arguments.eye.empty()) {
+    options.viewpoint.emplace();
+    std::copy_n(arguments.eye.begin(), 3, options.viewpoint->eye.begin());
+    std::copy_n(arguments.target.begin(), 3, options.viewpoint->target.begin());
+  }
+  std::unique_ptr<tarnhost::Cloud> cloud;
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  if (!hasIteration) outcome = cloud->FindNewestIteration(options.iteration);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  options.progress = ShowProgress(arguments.quiet);
+  tarnhost::Picture picture;
+  tarnhost::RenderReport report;
+  outcome = tarnhost::RenderPicture(*cloud, options, picture, report);
+  options.progress = {};
+  if (outcome.Ok()) outcome = tarnhost::WritePng(picture, arguments.output);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  if (!arguments.quiet) {
+    std::printf("%s of %s points drawn to %s (%u x %u)\n", Grouped(report.drawnPoints).c_str(),
+                Grouped(report.pointCount).c_str(), arguments.output.c_str(), picture.size.width,
+                picture.size.height);
+    if (!options.query.empty()) {
+      std::printf("%s of them are selected\n", Grouped(report.selectedPoints).c_str());
+    }
+  }
+  return kDone;
+}
+
+const std::map<std::string, tarnhost::View>& Views() {
+  static const std::map<std::string, tarnhost::View> views{{"top", tarnhost::View::kTop},
+                                                           {"front", tarnhost::View::kFront},
+                                                           {"side", tarnhost::View::kSide},
+                                                           {"iso", tarnhost::View::kIso}};
+  return views;
+}
+
+const std::map<std::string, tarnhost::ColorMode>& Colors() {
+  using tarnhost::ColorMode;
+  static const std::map<std::string, ColorMode> colors{
+      {"rgb", ColorMode::kRgb},
+      {"intensity", ColorMode::kIntensity},
+      {"classification", ColorMode::kClassification},
+      {"elevation", ColorMode::kElevation},
+      {"return", ColorMode::kReturn}};
+  return colors;
+}
+
+void AddViewOptions(CLI::App& command, Arguments& arguments) {
+  CLI::Option* view =
+      command
+          .add_option("--view", arguments.options.view,
+                      "top, front (from the south), side (from the east) or iso (from the\n"
+                      "south-west and above, the default)")
+          ->transform(CLI::CheckedTransformer(Views()).description(""));
+  CLI::Option* eye =
+      command
+          .add_option("--eye", arguments.eye, "Where the eye is, in the scan's coordinates: x,y,z")
+          ->delimiter(',')
+          ->expected(3)
+          ->excludes(view);
+  CLI::Option* target = command.add_option("--target", arguments.target, "Where it looks: x,y,z")
+                            ->delimiter(',')
+                            ->expected(3)
+                            ->needs(eye);
+  eye->needs(target);
+}
+
+}  // namespace
+
+void AddRender(CLI::App& app, Action& action) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("render", "Make a picture of a cloud");
+  command->footer(
+      "Examples:\n"
+      "  tarn render street.tarn -o street.png\n"
+      "  tarn render street.tarn -o plan.png --view top --color elevation --size 2400x2400\n"
+      "  tarn render street.tarn -o roofs.png --select '#num{type=int}(\"classification\", ==, "
+      "6)'");
+  command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
+  command->add_option("-o,--output", arguments->output, "The PNG file to write")
+      ->required()
+      ->check(EndsIn(".png"));
+  command->add_option("--size", arguments->size, "Width and height in pixels; default 1600x1000")
+      ->check(IsSize());
+  AddViewOptions(*command, *arguments);
+  command
+      ->add_option("--color", arguments->options.color,
+                   "rgb, intensity, classification, elevation or return; default rgb where the\n"
+                   "scan has colours, else elevation")
+      ->transform(CLI::CheckedTransformer(Colors()).description(""));
+  command->add_option("--points", arguments->points, "The most points to draw; default 3M")
+      ->check(IsCount());
+  command->add_option("--select", arguments->options.query,
+                      "Let the points that this query selects stand out");
+  command->add_flag("--local", arguments->options.local,
+                    "The query's constants are in the repository's local frame");
+  CLI::Option* iteration =
+      command
+          ->add_option("--iteration", arguments->options.iteration, "Iteration; default the newest")
+          ->check(IsWholeNumber());
+  command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
+  command->callback([arguments, iteration, &action] {
+    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
+  });
+}
+
+}  // namespace tarnapp

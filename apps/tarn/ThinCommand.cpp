@@ -1,0 +1,78 @@
+// tarn thin
+#include <memory>
+
+#include "apps/tarn/Commands.h"
+#include "apps/tarn/Messages.h"
+#include "apps/tarn/Progress.h"
+#include "host/lod/Thin.h"
+
+namespace tarnapp {
+
+namespace {
+
+struct Arguments {
+  std::string repository;
+  std::string output;
+  tarnhost::ThinOptions options;
+  bool quiet = false;
+};
+
+int Run(Arguments& arguments, bool hasIteration) {
+  std::unique_ptr<tarnhost::Cloud> cloud;
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  if (!hasIteration) outcome = cloud->FindNewestIteration(arguments.options.iteration);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  arguments.options.progress = ShowProgress(arguments.quiet);
+  tarnhost::ThinReport report;
+  outcome = tarnhost::ThinLas(*cloud, arguments.options, arguments.output, report);
+  arguments.options.progress = {};
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  if (!arguments.quiet) {
+    std::printf("%s points written to %s (levels 0 to %u, %.3g units apart)\n",
+                Grouped(report.pointCount).c_str(), arguments.output.c_str(), report.level,
+                report.spacing);
+  }
+  return kDone;
+}
+
+}  // namespace
+
+void AddThin(CLI::App& app, Action& action) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("thin", "Write an even sample of a cloud into a LAS file");
+  command->footer(
+      "Examples:\n"
+      "  tarn thin street.tarn -o overview.las --level 2\n"
+      "  tarn thin street.tarn -o half-metre.las --spacing 0.5\n"
+      "Level 0 is the coarsest; each level halves the distance between the points. tarn info "
+      "lists\n"
+      "the levels of a cloud.");
+  command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
+  command->add_option("-o,--output", arguments->output, "The LAS file to write")
+      ->required()
+      ->check(EndsIn(".las"));
+  CLI::Option* level =
+      command
+          ->add_option("--level", arguments->options.level, "Write the levels from 0 to this one")
+          ->check(IsWholeNumber());
+  CLI::Option* spacing =
+      command
+          ->add_option("--spacing", arguments->options.spacing,
+                       "Write the fewest levels whose points are this close together")
+          ->check(CLI::PositiveNumber)
+          ->excludes(level);
+  CLI::Option* iteration =
+      command
+          ->add_option("--iteration", arguments->options.iteration, "Iteration; default the newest")
+          ->check(IsWholeNumber());
+  command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
+  command->callback([arguments, level, spacing, iteration, &action] {
+    if (level->count() + spacing->count() == 0) {
+      throw CLI::RequiredError("--level or --spacing");
+    }
+    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
+  });
+}
+
+}  // namespace tarnapp
