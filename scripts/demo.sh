@@ -2,7 +2,7 @@
 # Sets up, builds, and shows the main job on real data:
 #   scripts/demo.sh [SCAN.las …]
 # Imports the scans (without arguments: a street of two million points that tarn scans itself),
-# tells what is in them, runs three queries, and writes the selected points to a LAS file. All it
+# tells what is in them, makes a picture, runs three queries, and writes the selected points to a LAS file. All it
 # makes is below demo/.
 set -euo pipefail
 
@@ -33,6 +33,8 @@ repository=demo/scan.tarn
 show import "${scans[@]}" -o "$repository" --overwrite
 show info "$repository" --schema --stats
 
+show render "$repository" -o demo/scan.png
+
 # A sphere around the middle of the cloud, as wide as a tenth of it, for the second query.
 sphere=$("$tarn" info "$repository" --json | awk '
   corners == 2 { next }  # read to the end: who closes a pipe early makes the writer fail
@@ -54,4 +56,4 @@ show query "$repository" \
   "#and(#within{type=sphere}($sphere), #not(#num{type=uint8_t}(\"classification\", ==, 2)))" \
   -o demo/selected.las
 echo
-echo "selected points: demo/selected.las"
+echo "picture: demo/scan.png, selected points: demo/selected.las"

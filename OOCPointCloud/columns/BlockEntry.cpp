@@ -50,7 +50,7 @@ HRESULT BlockEntry::Decode(const std::uint8_t (&bytes)[kBytes], BlockEntry& out)
     return result::kChecksumMismatch;
   }
   const std::uint8_t encodingNumber = bytes[kEncodingAt];
-  if (encodingNumber > static_cast<std::uint8_t>(BlockEncoding::kDeltaShuffleZstd)) {
+  if (encodingNumber > static_cast<std::uint8_t>(BlockEncoding::kResiduals)) {
     return result::kUnknownEncoding;
   }
   if (bytes[kFlagsAt] > kHasNanFlag ||

@@ -5,6 +5,8 @@
 #include "OOCPointCloud/columns/BitPacking.h"
 #include "OOCPointCloud/columns/BlockRange.h"
 #include "OOCPointCloud/columns/ByteTransforms.h"
+#include "OOCPointCloud/columns/ResidualCoding.h"
+#include "OOCPointCloud/columns/RunPacking.h"
 #include "OOCPointCloud/columns/ZstdFrames.h"
 #include "OOCPointCloud/support/Bytes.h"
 
@@ -95,6 +97,19 @@ HRESULT DecodeDeltaShuffled(ColumnType type, const BlockEntry& entry, Stored sto
   return code;
 }
 
+HRESULT DecodeRuns(ColumnType type, const BlockEntry& entry, Stored stored, Bytes& values) {
+  // Each run takes at least a byte, so stored bytes bound what is made of them.
+  values.resize(DecodedBytes(type, entry));
+  if (values.empty()) return result::kBadRecord;
+  return UnpackRuns(type, stored, values) ? result::kOk : result::kBadRecord;
+}
+
+HRESULT DecodeResidualBlock(ColumnType type, const BlockEntry& entry, Stored stored,
+                            Bytes& values) {
+  values.resize(DecodedBytes(type, entry));
+  return DecodeResiduals(type, stored, values) ? result::kOk : result::kBadRecord;
+}
+
 }  // namespace
 
 HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry, std::span<const std::uint8_t> stored,
@@ -115,6 +130,10 @@ HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry, std::span<const st
       return DecodeShuffled(type, entry, stored, values);
     case BlockEncoding::kDeltaShuffleZstd:
       return DecodeDeltaShuffled(type, entry, stored, values);
+    case BlockEncoding::kRuns:
+      return DecodeRuns(type, entry, stored, values);
+    case BlockEncoding::kResiduals:
+      return DecodeResidualBlock(type, entry, stored, values);
   }
   return result::kUnknownEncoding;
 }

@@ -8,6 +8,8 @@
 #include "OOCPointCloud/columns/BitPacking.h"
 #include "OOCPointCloud/columns/BlockRange.h"
 #include "OOCPointCloud/columns/ByteTransforms.h"
+#include "OOCPointCloud/columns/ResidualCoding.h"
+#include "OOCPointCloud/columns/RunPacking.h"
 #include "OOCPointCloud/columns/ZstdFrames.h"
 #include "OOCPointCloud/support/Bytes.h"
 
@@ -60,7 +62,12 @@ Bytes CompressDeltas(ColumnType type, Values values, Bytes& scratch) {
   return CompressShuffled(type, deltas, scratch);
 }
 
-std::pair<BlockEncoding, Bytes> EncodeHeavily(ColumnType type, Values values) {
+struct Encoded {
+  BlockEncoding encoding = BlockEncoding::kRaw;
+  Bytes bytes;  ///< empty when the values cannot be encoded so
+};
+
+Encoded EncodeWithZstd(ColumnType type, Values values) {
   Bytes scratch;
   Bytes shuffled = CompressShuffled(type, values, scratch);
   Bytes deltas = CompressDeltas(type, values, scratch);
@@ -70,9 +77,43 @@ std::pair<BlockEncoding, Bytes> EncodeHeavily(ColumnType type, Values values) {
   return {BlockEncoding::kShuffleZstd, std::move(shuffled)};
 }
 
-// A heavy encoding costs much more to read, so it has to save at least a quarter.
-bool IsWorthIt(std::uint64_t heavyBytes, std::uint64_t lightBytes) {
-  return heavyBytes != 0 && heavyBytes * 4 <= lightBytes * 3;
+Encoded EncodeHeavily(ColumnType type, Values values) {
+  Bytes residuals = EncodeResiduals(type, values);
+  // Where residuals save little, values may still repeat in ways that only zstd sees.
+  const bool small = !residuals.empty() && residuals.size() <= values.size() / 2;
+  if (small || (!residuals.empty() && !IsFloatingPoint(type.value))) {
+    return {BlockEncoding::kResiduals, std::move(residuals)};
+  }
+  Encoded zstd = EncodeWithZstd(type, values);
+  if (!residuals.empty() && (zstd.bytes.empty() || residuals.size() <= zstd.bytes.size())) {
+    return {BlockEncoding::kResiduals, std::move(residuals)};
+  }
+  return zstd;
+}
+
+// What filters ask for most often should be fast to read before it is small.
+bool IsOftenFilteredBy(ColumnType type) {
+  return type.components == 1 && ComponentBytes(type.value) <= 2;
+}
+
+// A heavy encoding costs more to read, so it has to save something.
+bool IsWorthIt(ColumnType type, std::uint64_t heavyBytes, std::uint64_t lightBytes) {
+  if (heavyBytes == 0) return false;
+  return IsOftenFilteredBy(type) ? heavyBytes * 2 <= lightBytes : heavyBytes * 8 <= lightBytes * 7;
+}
+
+/// The smallest light encoding, and what it takes.
+std::pair<BlockEncoding, std::uint64_t> ChooseLightEncoding(ColumnType type, Values values,
+                                                            const BlockEntry& entry) {
+  std::pair<BlockEncoding, std::uint64_t> best{BlockEncoding::kRaw, values.size()};
+  if (IsFloatingPoint(type.value) || values.empty()) return best;
+  if (const std::uint64_t packed = BitPackedBytes(type, entry); packed < best.second) {
+    best = {BlockEncoding::kBitPacked, packed};
+  }
+  if (const std::uint64_t runs = CountRunBytes(type, values); runs < best.second) {
+    best = {BlockEncoding::kRuns, runs};
+  }
+  return best;
 }
 
 void ChooseEncoding(ColumnType type, Values values, EncodedBlock& block) {
@@ -83,18 +124,23 @@ void ChooseEncoding(ColumnType type, Values values, EncodedBlock& block) {
     block.bytes.assign(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(valueBytes));
     return;
   }
-  const bool packable = !IsFloatingPoint(type.value) && BitPackedBytes(type, entry) < values.size();
-  const std::uint64_t lightBytes = packable ? BitPackedBytes(type, entry) : values.size();
+  const auto [light, lightBytes] = ChooseLightEncoding(type, values, entry);
   if (!values.empty()) {
-    auto [encoding, bytes] = EncodeHeavily(type, values);
-    if (IsWorthIt(bytes.size(), lightBytes)) {
-      entry.encoding = encoding;
-      block.bytes = std::move(bytes);
+    Encoded heavy = EncodeHeavily(type, values);
+    if (IsWorthIt(type, heavy.bytes.size(), lightBytes)) {
+      entry.encoding = heavy.encoding;
+      block.bytes = std::move(heavy.bytes);
       return;
     }
   }
-  entry.encoding = packable ? BlockEncoding::kBitPacked : BlockEncoding::kRaw;
-  block.bytes = packable ? PackBits(type, values, entry) : Bytes(values.begin(), values.end());
+  entry.encoding = light;
+  if (light == BlockEncoding::kBitPacked) {
+    block.bytes = PackBits(type, values, entry);
+  } else if (light == BlockEncoding::kRuns) {
+    block.bytes = PackRuns(type, values);
+  } else {
+    block.bytes.assign(values.begin(), values.end());
+  }
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <OOCPointCloud/GeometricQueries.h>
 
 #include <cassert>
+#include <new>
+#include <string_view>
 #include <utility>
 
 #include "OOCPointCloudTarn/query/MetaDataComparisonQuery.h"
@@ -14,13 +16,21 @@ using Operator = OOCPCIQuery::BitwiseOperator;
 /// Queries made from a text carry this as their own operator, whatever joins them.
 constexpr Operator kOwnOperator = Operator::kAnd;
 
-template <typename T, MetaDataComparison kComparison>
-std::unique_ptr<OOCPCIQuery> Make(const std::string& name, const T& value) {
-  return std::make_unique<MetaDataComparisonQuery<T, kComparison>>(name.c_str(), value,
-                                                                   kOwnOperator);
+/// A query, or null when there is no memory for it.
+template <typename Query, typename... Arguments>
+[[nodiscard]] Query* TryNew(Arguments&&... arguments) {
+  return new (std::nothrow) Query(std::forward<Arguments>(arguments)...);
 }
 
-/// The query of a comparison code, or null when there is no such comparison.
+/// A comparison, or null when there is no memory for it. The name is taken with all its bytes.
+template <typename T, MetaDataComparison kComparison>
+std::unique_ptr<OOCPCIQuery> Make(const std::string& name, const T& value) {
+  std::vector<QelUnicodeString> names{QelUnicodeString(std::string_view(name))};
+  return std::unique_ptr<OOCPCIQuery>(
+      TryNew<MetaDataComparisonQuery<T, kComparison>>(std::move(names), value, kOwnOperator));
+}
+
+/// The query of a comparison code, or null when there is no such comparison or no memory.
 template <typename T>
 std::unique_ptr<OOCPCIQuery> MakeComparison(const ComparisonClause<T>& clause) {
   switch (static_cast<MetaDataComparison>(clause.code)) {
@@ -57,41 +67,45 @@ void TarOOCExpressionAccumulator::PushXor() { expression->PushBackOperator(Opera
 void TarOOCExpressionAccumulator::PushNot() { expression->PushBackOperator(Operator::kNot); }
 
 void TarOOCExpressionAccumulator::PushAllPoints() {
-  expression->PushBackOperand(new OOCPCAllPointsQuery(kOwnOperator));
+  expression->PushBackOperand(TryNew<OOCPCAllPointsQuery>(kOwnOperator));
 }
 
 void TarOOCExpressionAccumulator::PushNoPoints() {
-  expression->PushBackOperand(new OOCPCNoPointsQuery(kOwnOperator));
+  expression->PushBackOperand(TryNew<OOCPCNoPointsQuery>(kOwnOperator));
 }
 
 void TarOOCExpressionAccumulator::PushSphere(const std::vector<double>& numbers) {
   assert(numbers.size() == 4);
   const float centre[3] = {Narrow(numbers[0]), Narrow(numbers[1]), Narrow(numbers[2])};
-  expression->PushBackOperand(new OOCPCInsideSphereQuery(kOwnOperator, centre, Narrow(numbers[3])));
+  expression->PushBackOperand(
+      TryNew<OOCPCInsideSphereQuery>(kOwnOperator, centre, Narrow(numbers[3])));
 }
 
 void TarOOCExpressionAccumulator::PushBox(const std::vector<double>& numbers) {
   assert(numbers.size() == 6);
   const float first[3] = {Narrow(numbers[0]), Narrow(numbers[1]), Narrow(numbers[2])};
   const float second[3] = {Narrow(numbers[3]), Narrow(numbers[4]), Narrow(numbers[5])};
-  expression->PushBackOperand(new OOCPCInsideBoxQuery(kOwnOperator, first, second));
+  expression->PushBackOperand(TryNew<OOCPCInsideBoxQuery>(kOwnOperator, first, second));
 }
 
 void TarOOCExpressionAccumulator::Push2DBox(const std::vector<double>& numbers) {
   assert(numbers.size() == 4);
   const double first[2] = {numbers[0], numbers[1]};
   const double second[2] = {numbers[2], numbers[3]};
-  expression->PushBackOperand(new OOCPCInside2DBoxQuery(kOwnOperator, first, second));
+  expression->PushBackOperand(TryNew<OOCPCInside2DBoxQuery>(kOwnOperator, first, second));
 }
 
 void TarOOCExpressionAccumulator::PushFrustum(const std::vector<double>& numbers) {
   assert(numbers.size() == 24);
   float planes[6][4];
   for (std::size_t i = 0; i < 24; ++i) planes[i / 4][i % 4] = Narrow(numbers[i]);
-  expression->PushBackOperand(new OOCPCInsideFrustumQuery(kOwnOperator, planes));
+  expression->PushBackOperand(TryNew<OOCPCInsideFrustumQuery>(kOwnOperator, planes));
 }
 
-void TarOOCExpressionAccumulator::PushMeshPlaceholder() { PushAllPoints(); }
+void TarOOCExpressionAccumulator::PushMeshPlaceholder() {
+  OOCPCIQuery* const query = TryNew<OOCPCAllPointsQuery>(kOwnOperator);
+  if (query != nullptr) expression->PushBackOperand(query);
+}
 
 template <typename T>
 void TarOOCExpressionAccumulator::PushComparison(const ComparisonClause<T>& clause) {
@@ -113,6 +127,7 @@ void TarOOCExpressionAccumulator::PushRange(const RangeClause<T>& clause) {
   } else {
     return;
   }
+  if (lower == nullptr || upper == nullptr) return;
   expression->PushBackOperand(lower.release());
   expression->PushBackOperand(upper.release());
   PushAnd();

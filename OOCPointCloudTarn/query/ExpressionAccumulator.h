@@ -29,6 +29,10 @@ struct RangeClause {
 
 /// Serves one parse on one thread. Codes out of range append nothing; no action reports an error:
 /// a form that does not balance is found when its tree is computed.
+///
+/// When there is no memory for a query object, the constants and shapes append a null operand; the
+/// mesh clauses and comparisons append nothing, and so does a range unless it has both its objects.
+/// Names, texts and the form's own list may throw std::bad_alloc.
 class TarOOCExpressionAccumulator {
  public:
   /// Takes `newExpression` over; the error list and the point cloud stay the caller's.

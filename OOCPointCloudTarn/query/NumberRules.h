@@ -4,21 +4,11 @@
 #pragma once
 
 #include <boost/spirit/include/qi.hpp>
-#include <charconv>
 #include <string>
-#include <system_error>
+
+#include "OOCPointCloudTarn/query/RealNumbers.h"
 
 namespace tarn {
-
-/// The number nearest to `text`, which Spirit has accepted and read as `approximate`. That value
-/// stays where the text is outside the range of normal numbers, or spelled as only Spirit knows it.
-template <typename T>
-[[nodiscard]] T NearestNumber(const char* begin, const char* end, T approximate) {
-  if (begin != end && *begin == '+') ++begin;
-  T value{};
-  const auto [stop, error] = std::from_chars(begin, end, value);
-  return error == std::errc{} && stop == end ? value : approximate;
-}
 
 template <typename Iterator, typename Skipper>
 struct NumberRules {
@@ -30,8 +20,8 @@ struct NumberRules {
     intNumber = qi::int_;
     // Read in 32 bits; the low eight are kept.
     uint8Number = qi::uint_[StoreLowByte{}];
-    floatNumber = qi::raw[qi::float_][StoreNearest<float>{}];
-    doubleNumber = qi::raw[qi::double_][StoreNearest<double>{}];
+    floatNumber = qi::raw[RealNumberParser<float>()][StoreNearest<float>{}];
+    doubleNumber = qi::raw[RealNumberParser<double>()][StoreNearest<double>{}];
   }
 
   Rule<std::int32_t> intNumber;
@@ -55,10 +45,9 @@ struct NumberRules {
       namespace qi = boost::spirit::qi;
       T approximate{};
       Iterator begin = matched.begin();
-      qi::parse(begin, matched.end(), qi::real_parser<T>(), approximate);
+      qi::parse(begin, matched.end(), RealNumberParser<T>(), approximate);
       const std::string text(matched.begin(), matched.end());
-      boost::fusion::at_c<0>(context.attributes) =
-          NearestNumber(text.data(), text.data() + text.size(), approximate);
+      boost::fusion::at_c<0>(context.attributes) = NearestNumber(text, approximate);
     }
   };
 };

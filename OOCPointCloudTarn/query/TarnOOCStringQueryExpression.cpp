@@ -2,7 +2,10 @@
 #include <OOCPointCloudTarn/TarnOOCStringQueryExpression.h>
 
 #include <algorithm>
+#include <memory>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "OOCPointCloudTarn/query/ExpressionAccumulator.h"
 #include "OOCPointCloudTarn/query/QueryGrammar.h"
@@ -17,6 +20,29 @@ Iterator SkipWhiteSpace(Iterator position, Iterator end) {
     return kWhiteSpace.find(byte) != std::string_view::npos;
   });
 }
+
+/// The errors of one computation, and their owner until an iterator takes them over.
+struct ErrorList {
+  ErrorList() = default;
+  ErrorList(const ErrorList&) = delete;
+  ErrorList& operator=(const ErrorList&) = delete;
+  ~ErrorList() {
+    for (const OOCPCQueryExpressionError* const error : errors) delete error;
+  }
+
+  void Add(std::string text) {
+    auto error = std::make_unique<OOCPCQueryExpressionError>(0, std::move(text));
+    errors.push_back(error.get());
+    static_cast<void>(error.release());
+  }
+  [[nodiscard]] TarnOOCStringQueryExpressionErrorIterator* MakeIterator() {
+    auto* const iterator = new TarnOOCStringQueryExpressionErrorIterator(errors);
+    errors.clear();
+    return iterator;
+  }
+
+  std::vector<OOCPCQueryExpressionError*> errors;
+};
 
 }  // namespace
 
@@ -58,17 +84,16 @@ TarnOOCStringQueryExpressionErrorIterator* TarnOOCStringQueryExpression::GetErro
 }
 
 HRESULT TarnOOCStringQueryExpression::ComputeBooleanAST() {
-  std::vector<OOCPCQueryExpressionError*> errors;
+  ErrorList list;
   TarOOCExpressionAccumulator accumulator(
-      &errors, std::make_unique<OOCPCQueryReversePolishExpression>(), pointCloud_);
+      &list.errors, std::make_unique<OOCPCQueryReversePolishExpression>(), pointCloud_);
   Iterator position = inputString_.begin();
   const bool parsed = tarn::ParseQuery(inputString_, accumulator, position);
   if (parsed) position = SkipWhiteSpace(position, inputString_.end());
 
   HRESULT result = oocpc::result::kFail;
   if (!parsed || position != inputString_.end()) {
-    errors.push_back(
-        new OOCPCQueryExpressionError(0, std::string(position, Iterator(inputString_.end()))));
+    list.Add(std::string(position, Iterator(inputString_.end())));
   } else if (accumulator.status < 0) {
     accumulator.expression->ReleaseOperands();
     result = accumulator.status;
@@ -77,8 +102,6 @@ HRESULT TarnOOCStringQueryExpression::ComputeBooleanAST() {
     const OOCPCBooleanAST* const tree = accumulator.expression->GetBooleanAST();
     SetBooleanAST(tree == nullptr ? nullptr : tree->Clone());
   }
-  if (!errors.empty()) {
-    SetErrorIterator(new TarnOOCStringQueryExpressionErrorIterator(errors));
-  }
+  if (!list.errors.empty()) SetErrorIterator(list.MakeIterator());
   return result;
 }

@@ -3,6 +3,8 @@
 #include <OOCPointCloud/ResultCodes.h>
 #include <OOCPointCloudTarn/TarnOOCPointCloud.h>
 
+#include <algorithm>
+
 #include "OOCPointCloud/support/Bytes.h"
 #include "OOCPointCloudTarn/repository/ChunkSorter.h"
 
@@ -16,11 +18,17 @@ bool IsKnownHeader(const OOCPointCloudFileHeader& header) {
   return header.magic == kKnown.magic && header.version <= OOCPointCloudFileHeader::kNewestVersion;
 }
 
-// Compared before anything is allocated: a broken chunk head may announce 4 GiB.
-bool HasBytesLeft(const OOCPCIInputStream& stream, std::uint32_t size) {
-  const std::uint64_t length = stream.GetLength();
-  const std::uint64_t position = stream.GetPosition();
-  return position <= length && size <= length - position;
+// In pieces: a broken chunk head may announce 4 GiB, and no more memory is to be taken than the
+// stream has bytes for. What it says of its length is not asked for.
+bool ReadPayload(OOCPCIInputStream& stream, OOCIndexChunk& chunk) {
+  constexpr std::size_t kPieceBytes = std::size_t{1} << 20;
+  while (chunk.payload.size() < chunk.size) {
+    const std::size_t begin = chunk.payload.size();
+    const std::uint64_t piece = std::min(kPieceBytes, chunk.size - begin);
+    chunk.payload.resize(begin + piece);
+    if (stream.Read(chunk.payload.data() + begin, piece) != piece) return false;
+  }
+  return true;
 }
 
 ChunkRead ReadChunk(OOCPCIInputStream& stream, OOCIndexChunk& chunk) {
@@ -28,11 +36,7 @@ ChunkRead ReadChunk(OOCPCIInputStream& stream, OOCIndexChunk& chunk) {
   if (stream.Read(head, sizeof(head)) != sizeof(head)) return ChunkRead::kEnd;
   chunk.type = oocpc::LoadLittleEndian<std::uint32_t>(head);
   chunk.size = oocpc::LoadLittleEndian<std::uint32_t>(head + sizeof(chunk.type));
-  if (!HasBytesLeft(stream, chunk.size)) return ChunkRead::kShort;
-  chunk.payload.resize(chunk.size);
-  if (chunk.size == 0) return ChunkRead::kWhole;
-  const bool whole = stream.Read(chunk.payload.data(), chunk.size) == chunk.size;
-  return whole ? ChunkRead::kWhole : ChunkRead::kShort;
+  return ReadPayload(stream, chunk) ? ChunkRead::kWhole : ChunkRead::kShort;
 }
 
 void SortChunks(OOCPCIInputStream& stream, ChunkSorter& sorter) {

@@ -3,6 +3,7 @@
 
 #include <OOCPointCloud/ResultCodes.h>
 
+#include <system_error>
 #include <utility>
 
 TarnOOCLODNodeWorker::TarnOOCLODNodeWorker(TarnOOCLODNodeCache& loading,
@@ -31,7 +32,11 @@ void TarnOOCLODNodeWorker::Start() {
 }
 
 void TarnOOCLODNodeWorker::Join() {
-  if (thread.joinable()) thread.join();
+  if (!thread.joinable()) return;
+  if (thread.get_id() == std::this_thread::get_id()) {
+    throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
+  }
+  thread.join();
 }
 
 void TarnOOCLODNodeWorker::Run() {

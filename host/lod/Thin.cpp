@@ -1,6 +1,7 @@
 // Writes the coarse levels of a cloud as a scan file.
 #include "host/lod/Thin.h"
 
+#include <algorithm>
 #include <span>
 
 #include "host/cloud/Export.h"
@@ -36,12 +37,16 @@ class Thinner {
       if (progress && !progress({"writing", writer_.GetPointCount(), total})) {
         return Outcome::FromCode(result::kStopped);
       }
+      finest_ = std::max(finest_, node.level);
       if (node.level >= level_) continue;
       if (Outcome outcome = tree_.ReadChildren(node, children); !outcome.Ok()) return outcome;
       waiting.insert(waiting.end(), children.rbegin(), children.rend());
     }
     return Write();
   }
+
+  /// Of the nodes written.
+  [[nodiscard]] std::uint32_t GetFinestLevel() const { return finest_; }
 
  private:
   /// Levels of one leaf follow each other in its block and are read at once.
@@ -68,6 +73,7 @@ class Thinner {
 
   const LodTree& tree_;
   std::uint32_t level_;
+  std::uint32_t finest_ = 0;
   LasWriter& writer_;
   BlockReader reader_;
   PointRange run_;
@@ -87,17 +93,19 @@ Outcome ThinLas(Cloud& cloud, const ThinOptions& options, const std::filesystem:
   if (Outcome outcome = LodTree::Open(cloud, options.iteration, tree); !outcome.Ok()) {
     return outcome;
   }
-  report.level = options.spacing > 0 ? tree->FindLevel(options.spacing) : options.level;
-  report.spacing = tree->GetSpacing(report.level);
   LasFrame frame;
   if (Outcome outcome = FrameForLas(cloud, frame); !outcome.Ok()) return outcome;
   std::unique_ptr<LasWriter> writer;
   if (Outcome outcome = LasWriter::Create(output, frame, writer); !outcome.Ok()) return outcome;
-  Thinner thinner(*tree, report.level, *writer);
+  const std::uint32_t level =
+      options.spacing > 0 ? tree->FindLevel(options.spacing) : options.level;
+  Thinner thinner(*tree, level, *writer);
   if (Outcome outcome = thinner.Open(cloud); !outcome.Ok()) return outcome;
   if (Outcome outcome = thinner.Run(options.progress, record.pointCount); !outcome.Ok()) {
     return outcome;
   }
+  report.level = thinner.GetFinestLevel();
+  report.spacing = tree->GetSpacing(report.level);
   report.pointCount = writer->GetPointCount();
   return writer->Finish(cloud.GetSources().size() == 1 &&
                         report.pointCount == cloud.GetSources().front().pointCount);

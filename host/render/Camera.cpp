@@ -108,7 +108,8 @@ Camera Camera::Fit(View view, const Box3d& box, std::span<const Vector3d> points
 
 std::optional<Camera> Camera::Look(const Viewpoint& viewpoint, const Box3d& box, PictureSize size) {
   const Vector3d direction = Sum(viewpoint.target, Scaled(viewpoint.eye, -1));
-  if (!(Dot(direction, direction) > 0)) return std::nullopt;
+  const double square = Dot(direction, direction);
+  if (!(square > 0) || !std::isfinite(square)) return std::nullopt;
   Camera camera(Normalized(direction), size);
   camera.parallel_ = false;
   camera.eye_ = viewpoint.eye;

@@ -43,7 +43,8 @@ class Camera {
   /// stay outside the picture.
   static Camera Fit(View view, const oocpc::Box3d& box, std::span<const oocpc::Vector3d> points,
                     PictureSize size);
-  /// Looks from an eye at a target, in perspective. Null when the two are the same.
+  /// Looks from an eye at a target, in perspective. Null when the two give no
+  /// direction: they are the same, or not finite.
   static std::optional<Camera> Look(const Viewpoint& viewpoint, const oocpc::Box3d& box,
                                     PictureSize size);
 

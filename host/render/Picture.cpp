@@ -43,6 +43,11 @@ Outcome ReadPng(const std::filesystem::path& path, Picture& picture) {
   if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
     return Outcome::Failure(oocpc::result::kScanNotRecognised, image.message, path.string());
   }
+  if (image.width > kMostPixels || image.height > kMostPixels) {
+    png_image_free(&image);
+    return Outcome::Failure(oocpc::result::kPictureRefused, "the picture is too large",
+                            path.string());
+  }
   image.format = PNG_FORMAT_RGB;
   picture.size = {image.width, image.height};
   picture.bytes.resize(PNG_IMAGE_SIZE(image));

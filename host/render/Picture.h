@@ -10,6 +10,9 @@
 
 namespace tarnhost {
 
+/// Largest width and height of a picture, pixels.
+inline constexpr std::uint32_t kMostPixels = 16384;
+
 /// Rows from the top, three bytes a pixel: red, green, blue (sRGB).
 struct Picture {
   PictureSize size;
@@ -20,7 +23,7 @@ struct Picture {
 Outcome WritePng(const Picture& picture, const std::filesystem::path& path);
 
 /// Reads a PNG file, whatever its colours; they become red, green and blue. kScanNotRecognised for
-/// what is no PNG file.
+/// what is no PNG file; kPictureRefused for one larger than kMostPixels.
 Outcome ReadPng(const std::filesystem::path& path, Picture& picture);
 
 }  // namespace tarnhost

@@ -30,8 +30,9 @@ class PointCanvas {
 
   /// Draws a disc around a position, `radius` pixels wide, bulging by `bulge` world units towards
   /// the camera so that neighbouring discs meet halfway between their points. The nearest pixel is
-  /// drawn however small the disc is.
+  /// drawn however small the disc is. What lies beside the canvas is not drawn.
   void Draw(const Projected& centre, double radius, double bulge, Rgb color) {
+    if (!Reaches(centre.x, radius, size_.width) || !Reaches(centre.y, radius, size_.height)) return;
     const auto x = static_cast<std::int64_t>(std::floor(centre.x));
     const auto y = static_cast<std::int64_t>(std::floor(centre.y));
     const auto reach = static_cast<std::int64_t>(std::ceil(radius));
@@ -64,6 +65,10 @@ class PointCanvas {
  private:
   static constexpr std::uint64_t kEmpty = std::numeric_limits<std::uint64_t>::max();
 
+  /// Also keeps numbers that no integer holds away from the loops.
+  [[nodiscard]] static bool Reaches(double centre, double radius, std::uint32_t pixels) {
+    return centre >= -radius && centre <= pixels + radius;
+  }
   // Depths are positive, and so are ordered as their bit patterns are.
   [[nodiscard]] static std::uint64_t Pack(float depth, Rgb color) {
     return std::uint64_t{std::bit_cast<std::uint32_t>(depth)} << 32 | color;

@@ -100,8 +100,9 @@ class Renderer {
     }
     camera_ = Camera::Look(local, box, size);
     return camera_ ? Outcome::Success()
-                   : Outcome::Failure(result::kPictureRefused, "the eye is at its target", {},
-                                      "put the eye somewhere else");
+                   : Outcome::Failure(result::kPictureRefused,
+                                      "the eye and its target give no direction", {},
+                                      "put the eye somewhere else than its target");
   }
 
   /// To the points of the coarsest level: they show where in its box the cloud is.

@@ -32,13 +32,10 @@ struct RenderReport {
   std::uint64_t selectedPoints = 0;  ///< of the points drawn
 };
 
-/// Largest width and height of a picture, pixels.
-inline constexpr std::uint32_t kMostPixels = 16384;
-
 /// Draws the nodes that the picture needs, the largest in view first, within the budget. The same
 /// cloud and options give the same picture, whatever the number of threads.
-/// kPictureRefused for a size of 0 or above kMostPixels, an eye at its target, colours that the
-/// cloud does not have; kNoLodStream; kQueryRejected; codes of reading.
+/// kPictureRefused for a size of 0 or above kMostPixels, an eye at its target or beyond all
+/// numbers, colours that the cloud does not have; kNoLodStream; kQueryRejected; codes of reading.
 Outcome RenderPicture(Cloud& cloud, const RenderOptions& options, Picture& picture,
                       RenderReport& report);
 

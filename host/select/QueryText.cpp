@@ -6,9 +6,10 @@
 #include <array>
 #include <boost/spirit/include/qi_numeric.hpp>
 #include <boost/spirit/include/qi_parse.hpp>
-#include <charconv>
 #include <cstdio>
 #include <optional>
+
+#include "OOCPointCloudTarn/query/RealNumbers.h"
 
 namespace tarnhost {
 
@@ -48,14 +49,6 @@ std::string Listed(const std::vector<std::string>& words) {
     list += words[i];
   }
   return list;
-}
-
-/// The double nearest to the text of a number, as the query grammar reads it.
-double NearestDouble(std::string_view text, double approximate) {
-  if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-  double value = 0;
-  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  return error == std::errc{} && stop == text.data() + text.size() ? value : approximate;
 }
 
 /// Reads one text. Functions that read answer whether they could; the first that could not has
@@ -308,8 +301,8 @@ class Reader {
   }
 
   bool ReadReal(TextSpan& span, double& value) {
-    if (!ReadWith(boost::spirit::qi::double_, span, value, "a number")) return false;
-    value = NearestDouble(text_.substr(span.begin, span.end - span.begin), value);
+    if (!ReadWith(tarn::RealNumberParser<double>(), span, value, "a number")) return false;
+    value = tarn::NearestNumber(text_.substr(span.begin, span.end - span.begin), value);
     return true;
   }
 
@@ -393,9 +386,9 @@ class Reader {
                         StartsNumber() ? "numbers with a sign are compared as {type=int}" : "") &&
                EndsWholeNumber(word);
       case ClauseType::kFloat:
-        return ReadWith(qi::float_, span, single, "a number");
+        return ReadWith(tarn::RealNumberParser<float>(), span, single, "a number");
       case ClauseType::kDouble:
-        return ReadWith(qi::double_, span, real, "a number");
+        return ReadWith(tarn::RealNumberParser<double>(), span, real, "a number");
       case ClauseType::kString:
         return ReadQuotedText(text, span, "a text to compare with");
     }

@@ -53,13 +53,20 @@ class ProgramTest(unittest.TestCase):
     def tearDownClass(cls):
         shutil.rmtree(cls.folder)
 
-    def path(self, name):
-        return os.path.join(self.folder, name)
+    def path(self, *names):
+        return os.path.join(self.folder, *names)
 
     def assert_fails(self, done, *parts, code=1):
         self.assertEqual(done.returncode, code, (done.stdout, done.stderr))
         for part in parts:
             self.assertIn(part, done.stderr)
+
+    def assert_fails_clearly(self, done, part):
+        """One message, which begins with the program's name and says `part`."""
+        self.assert_fails(done, part)
+        self.assertEqual(done.stdout, "")
+        self.assertEqual(done.stderr.count("tarn: "), 1, done.stderr)
+        self.assertTrue(done.stderr.startswith("tarn: "), done.stderr)
 
     def leftovers(self):
         return [name for name in os.listdir(self.folder) if name.startswith(".")]
@@ -67,7 +74,8 @@ class ProgramTest(unittest.TestCase):
     # -- usage
 
     def test_help_of_every_command_has_an_example(self):
-        for command in ("import", "info", "query", "export", "iterations", "verify", "synthesize"):
+        for command in ("import", "info", "query", "export", "thin", "render", "iterations", "verify",
+                        "synthesize"):
             done = run(command, "--help")
             self.assertEqual(done.returncode, 0)
             self.assertIn("tarn " + command, done.stdout)
@@ -431,6 +439,140 @@ class ProgramTest(unittest.TestCase):
     def test_failed_query_leaves_no_file(self):
         run("query", self.cloud, "bogus", "-o", self.path("never.las"))
         self.assertFalse(os.path.exists(self.path("never.las")))
+        self.assertEqual(self.leftovers(), [])
+
+    # -- thin
+
+    def test_thin_writes_an_even_sample(self):
+        coarse, fine = self.path("coarse.las"), self.path("fine.las")
+        done = run("thin", self.cloud, "-o", coarse, "--level", 0)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        everything, some = las_parts(self.scan)[1], las_parts(coarse)[1]
+        self.assertRegex(done.stdout, r"^[\d,]+ points written to .*coarse\.las \(levels 0 to 0, "
+                                      r"[\d.]+ units apart\)\n$")
+        self.assertEqual(done.stdout.split()[0].replace(",", ""), str(some.total()))
+        self.assertTrue(0 < some.total() < 60000 and some <= everything)
+        done = run("thin", self.cloud, "-o", fine, "--spacing", 0.5, "-q")
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+        self.assertTrue(some < las_parts(fine)[1] <= everything)
+
+    def test_thin_beyond_the_finest_level_gives_every_point_and_says_which_it_is(self):
+        out = self.path("every.las")
+        done = run("thin", self.cloud, "-o", out, "--level", 1000, "--iteration", 0)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(las_parts(out)[1], las_parts(self.scan)[1])
+        self.assertNotIn("1000", done.stdout)
+
+    def test_thin_used_wrongly_exits_with_two(self):
+        out = self.path("wrong.las")
+        for arguments, part in ((["-o", out], "--level or --spacing is required"),
+                                (["-o", out, "--level", 1, "--spacing", 1], "excludes"),
+                                (["-o", out, "--level", "x"], "--level"),
+                                (["-o", out, "--level=-1"], "--level"),
+                                (["-o", out, "--spacing", "0"], "--spacing"),
+                                (["-o", out, "--spacing=-2"], "--spacing"),
+                                (["--level", 1], "--output is required"),
+                                (["-o", self.path("wrong.png"), "--level", 1],
+                                 "does not end in .las")):
+            done = run("thin", self.cloud, *arguments)
+            self.assert_fails(done, "tarn: ", part, "tarn thin --help", code=2)
+            self.assertEqual(done.stdout, "")
+        self.assertFalse(os.path.exists(out))
+
+    def test_thin_that_cannot_be_done_exits_with_one(self):
+        out = self.path("absent", "never.las")
+        self.assert_fails_clearly(run("thin", self.cloud, "-o", out, "--level", 1, "-q"), "absent")
+        out = self.path("never.las")
+        self.assert_fails_clearly(
+            run("thin", self.path("absent.tarn"), "-o", out, "--level", 1), "kNotARepository")
+        self.assert_fails_clearly(
+            run("thin", self.cloud, "-o", out, "--level", 1, "--iteration", 3), "kIndexOutOfRange")
+        self.assertFalse(os.path.exists(out))
+        self.assertEqual(self.leftovers(), [])
+
+    # -- render
+
+    def png_size(self, path):
+        with open(path, "rb") as file:
+            head = file.read(24)
+        self.assertEqual(head[:8], b"\x89PNG\r\n\x1a\n")
+        return struct.unpack(">II", head[16:24])
+
+    def test_render_makes_a_picture(self):
+        out = self.path("street.png")
+        done = run("render", self.cloud, "-o", out)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(self.png_size(out), (1600, 1000))
+        self.assertRegex(done.stdout, r"^[\d,]+ of 60,000 points drawn to .*street\.png "
+                                      r"\(1600 x 1000\)\n$")
+        self.assertEqual(done.stderr, "drawing …\n")
+
+    def test_render_as_the_help_shows(self):
+        out = self.path("help.png")
+        for arguments in (["--view", "top", "--color", "elevation", "--size", "240x240"],
+                          ["--select", '#num{type=int}("classification", ==, 6)', "--size", "99x70"],
+                          ["--eye", "500300,4500290,260", "--target", "500420,4500300,215",
+                           "--size", "64x48", "--points", "30k", "--color", "return"]):
+            done = run("render", self.cloud, "-o", out, *arguments)
+            self.assertEqual(done.returncode, 0, done.stderr)
+            size = arguments[arguments.index("--size") + 1]
+            self.assertEqual("%dx%d" % self.png_size(out), size)
+            self.assertEqual("selected" in done.stdout, "--select" in arguments)
+
+    def test_render_looks_from_where_it_is_told(self):
+        pictures = set()
+        for view in ("top", "front", "side", "iso"):
+            for color in ("rgb", "intensity", "classification", "elevation", "return"):
+                out = self.path("view.png")
+                done = run("render", self.cloud, "-o", out, "--view", view, "--color", color,
+                           "--size", "80x50", "-q")
+                self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+                with open(out, "rb") as file:
+                    pictures.add(file.read())
+        self.assertEqual(len(pictures), 20)
+
+    def test_render_draws_no_more_points_than_allowed(self):
+        done = run("render", self.cloud, "-o", self.path("few.png"), "--points", "40k")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        drawn = int(done.stdout.split()[0].replace(",", ""))
+        self.assertTrue(0 < drawn <= 40000)
+
+    def test_render_used_wrongly_exits_with_two(self):
+        out = self.path("wrong.png")
+        wrong = [(["--size", size], "--size") for size in
+                 ("160", "0x100", "100x0", "100x", "x100", "100x100x", "-1x5", "16385x1", "1x16385",
+                  "99999999999999999999x1", "a x b", "")]
+        wrong += [(["--points", points], "--points") for points in
+                  ("0", "-1", "3T", "k", "", "99999999999999999999", "99999999999999999G")]
+        wrong += [(["--view", "below"], "--view"), (["--color", "pink"], "--color"),
+                  (["--eye", "1,2,3"], "--target"), (["--target", "1,2,3"], "--eye"),
+                  (["--eye", "1,2", "--target", "1,2,3"], "--eye"),
+                  (["--eye", "1,2,x", "--target", "1,2,3"], "--eye"),
+                  (["--eye", "1,2,3", "--target", "4,5,6", "--view", "top"], "--view"),
+                  (["--iteration", "-1"], "--iteration")]
+        for arguments, part in wrong:
+            done = run("render", self.cloud, "-o", out, *arguments)
+            self.assert_fails(done, "tarn: ", part, "tarn render --help", code=2)
+        for output in ("wrong.jpg", "wrong", "main"):
+            self.assert_fails(run("render", self.cloud, "-o", self.path(output)),
+                              "does not end in .png", code=2)
+        self.assert_fails(run("render", self.cloud), "--output is required", code=2)
+        self.assertFalse(os.path.exists(out))
+
+    def test_render_that_cannot_be_done_exits_with_one(self):
+        out = self.path("never.png")
+        for arguments, part in (
+                ([self.path("absent.tarn")], "kNotARepository"),
+                ([self.cloud, "--iteration", 3], "kIndexOutOfRange"),
+                ([self.cloud, "--eye", "1,2,3", "--target", "1,2,3"], "kPictureRefused"),
+                ([self.cloud, "--eye", "1,2,inf", "--target", "1,2,3"], "kPictureRefused"),
+                ([self.cloud, "--select", "#nonsense()"], "kQueryRejected"),
+                ([self.cloud, "--select", '#num{type=int}("intensty", >, 5)'], '"intensity"')):
+            self.assert_fails_clearly(run("render", *arguments, "-o", out), part)
+        self.assert_fails_clearly(
+            run("render", self.cloud, "-o", self.path("absent", "never.png"), "--size", "9x9", "-q"),
+            "absent")
+        self.assertFalse(os.path.exists(out))
         self.assertEqual(self.leftovers(), [])
 
 

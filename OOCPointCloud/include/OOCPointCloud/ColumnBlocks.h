@@ -22,6 +22,8 @@ enum class BlockEncoding : std::uint8_t {
   kBitPacked = 2,         ///< integers minus the block's minimum, in as few bits as needed
   kShuffleZstd = 3,       ///< bytes of equal significance together, then zstd
   kDeltaShuffleZstd = 4,  ///< zigzag differences of neighbours (bit patterns), then as above
+  kRuns = 5,              ///< integers in runs of 128, each bit-packed from its own minimum
+  kResiduals = 6,         ///< entropy-coded differences of integers or decimal numbers
 };
 
 /// One record of a column's block table: 96 bytes, see docs/format.md.
@@ -59,8 +61,9 @@ struct EncodedBlock {
 
 /// Encodes `values` (value after value, components interleaved, little-endian; a whole number of
 /// values, at most kMaximumBlockValues). Values that are all the same, bit for bit, become a
-/// constant; else picks the smaller light encoding (raw, bit-packed) unless a heavier one is at
-/// least a quarter smaller. Pure: safe from any thread, the same input gives the same bytes.
+/// constant; else picks the smallest light encoding (raw, bit-packed, runs) unless a heavier one is
+/// at least an eighth smaller, or, for single components of one or two bytes, which filters ask for
+/// most often, half. Pure: safe from any thread, the same input gives the same bytes.
 [[nodiscard]] OOCPOINTCLOUD_API EncodedBlock EncodeBlock(ColumnType type,
                                                          std::span<const std::uint8_t> values);
 

@@ -31,8 +31,10 @@ class OOCPOINTCLOUDTARN_API TarnOOCStringQueryExpression : public OOCPCIQueryExp
   ///
   /// 0x80004005 when the text is no query, when anything but white space follows the query, or when
   /// parentheses nest deeper than 1000; the tree then stays as it was and the error iterator is
-  /// new. A failure of the reverse-polish form comes back as it is and leaves no tree. A success
-  /// leaves the error iterator as it was.
+  /// new. A failure of the reverse-polish form comes back as it is and leaves no tree and the error
+  /// iterator as it was; so it does when there was no memory for one of the queries. A success
+  /// leaves the error iterator as it was. Throws std::bad_alloc when there is no memory for
+  /// anything else; what is shown then stays as it was.
   [[nodiscard]] HRESULT ComputeBooleanAST() override;
 
   /// The error of the last failed computation, or null.

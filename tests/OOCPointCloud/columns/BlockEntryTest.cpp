@@ -34,6 +34,7 @@ BlockEntry SampleEntry() {
   entry.dataChecksum = 0xDEADBEEF;
   entry.minimumBits = Bits(-1.5, 0.0, kInfinity);
   entry.maximumBits = Bits(2.5, 0.0, -kInfinity);
+  entry.firstValue = 0x0102030405060708;
   return entry;
 }
 
@@ -41,7 +42,7 @@ const char* const kGolden =
     "88 77 66 55 44 33 22 11 C3 B2 A1 00 00 40 00 00 04 01 00 00 EF BE AD DE "
     "00 00 00 00 00 00 F8 BF 00 00 00 00 00 00 00 00 00 00 00 00 00 00 F0 7F "
     "00 00 00 00 00 00 04 40 00 00 00 00 00 00 00 00 00 00 00 00 00 00 F0 FF "
-    "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 22 BF 06 55 ";
+    "08 07 06 05 04 03 02 01 00 00 00 00 00 00 00 00 00 00 00 00 B4 E7 C7 3B ";
 
 HRESULT Decode(const Bytes& bytes, BlockEntry& entry) {
   std::uint8_t record[BlockEntry::kBytes];
@@ -81,6 +82,7 @@ TEST(BlockEntryRecord, ComesBackAsItWasWritten) {
   EXPECT_EQ(entry.dataChecksum, 0xDEADBEEFu);
   EXPECT_EQ(entry.minimumBits, SampleEntry().minimumBits);
   EXPECT_EQ(entry.maximumBits, SampleEntry().maximumBits);
+  EXPECT_EQ(entry.firstValue, 0x0102030405060708u);
 }
 
 TEST(BlockEntryRecord, IsRefusedWhenAnyBitIsFlipped) {
@@ -96,7 +98,7 @@ TEST(BlockEntryRecord, IsRefusedWhenAnyBitIsFlipped) {
 
 TEST(BlockEntryRecord, RefusesAnEncodingThatIsNotKnown) {
   BlockEntry entry;
-  EXPECT_EQ(Decode(Resealed(16, 5), entry), result::kUnknownEncoding);
+  EXPECT_EQ(Decode(Resealed(16, 7), entry), result::kUnknownEncoding);
   EXPECT_EQ(Decode(Resealed(16, 255), entry), result::kUnknownEncoding);
   EXPECT_EQ(entry.valueCount, 0u);
 }
@@ -106,7 +108,7 @@ TEST(BlockEntryRecord, RefusesBytesThatMustBeZero) {
   EXPECT_EQ(Decode(Resealed(17, 2), entry), result::kBadRecord) << "unknown flag";
   EXPECT_EQ(Decode(Resealed(18, 1), entry), result::kBadRecord);
   EXPECT_EQ(Decode(Resealed(19, 1), entry), result::kBadRecord);
-  for (std::size_t at = 72; at < 92; ++at) {
+  for (std::size_t at = 80; at < 92; ++at) {
     EXPECT_EQ(Decode(Resealed(at, 0x80), entry), result::kBadRecord) << at;
   }
 }
@@ -122,6 +124,21 @@ TEST(BlockEntryRecord, RefusesMoreValuesThanABlockMayHave) {
   bytes.clear();
   largest.Encode(bytes);
   EXPECT_EQ(Decode(bytes, entry), result::kBadRecord);
+}
+
+TEST(BlockEntryRecord, RefusesValueNumbersThatWrap) {
+  BlockEntry last = SampleEntry();
+  last.firstValue = ~std::uint64_t{0} - last.valueCount;
+  Bytes bytes;
+  last.Encode(bytes);
+  BlockEntry entry;
+  EXPECT_EQ(Decode(bytes, entry), result::kOk);
+  EXPECT_EQ(entry.firstValue, last.firstValue);
+  ++last.firstValue;
+  bytes.clear();
+  last.Encode(bytes);
+  EXPECT_EQ(Decode(bytes, entry), result::kBadRecord);
+  EXPECT_EQ(entry.firstValue, last.firstValue - 1) << "as it was";
 }
 
 }  // namespace

@@ -175,7 +175,7 @@ TEST(StoredBlock, IsRefusedWithPackedFloatingPoint) {
 
 TEST(StoredBlock, IsRefusedWithAnEncodingThatIsNotKnown) {
   const Bytes stored = BytesOf("07");
-  EXPECT_EQ(Decode(kBytes8, EntryOf(static_cast<BlockEncoding>(5), 1, stored, 7, 7), stored),
+  EXPECT_EQ(Decode(kBytes8, EntryOf(static_cast<BlockEncoding>(7), 1, stored, 7, 7), stored),
             result::kUnknownEncoding);
 }
 

@@ -89,6 +89,7 @@ TEST(RepositoryWriter, PutsABlockAndItsEntryIntoTheColumnsStreams) {
   Bytes expected;
   block.entry.Encode(expected);
   block.entry.offsetBytes = 5;
+  block.entry.firstValue = 5;
   block.entry.Encode(expected);
   EXPECT_EQ(*streams->named.at(oocpc::ColumnTableStreamName(3)), expected);
 }

@@ -94,6 +94,7 @@ TEST_F(BackgroundLoading, LetsManyThreadsLookNodesUpMeanwhile) {
   std::latch started(kThreads);
   std::atomic<int> mistakes{0};
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
       started.count_down();
@@ -123,6 +124,7 @@ TEST_F(BackgroundLoading, IsWaitedForByManyThreadsAtOnce) {
   ASSERT_EQ(rig.Load(true), result::kOk);
   std::atomic<int> answered{0};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       if (rig.cache->WaitForNodeLoading() == result::kFail) ++answered;
@@ -145,18 +147,20 @@ class BackgroundStopping : public LodCaches {
     rig.Hooks().onRead = [this](const std::string& name, std::uint64_t number) {
       if (name != kNodes) return;
       ++nodesRead_;
-      if (number != 3 || held_.exchange(true)) return;
+      if (number != 3 || held_.try_wait()) return;
+      held_.count_down();
       loaded_.wait();
       while (!TarnLodCacheAccess::IsStopRequested(*worker_)) std::this_thread::yield();
     };
     ASSERT_EQ(rig.Load(true), result::kOk);
     worker_ = rig.Inside().Worker();
     loaded_.count_down();
+    held_.wait();
   }
 
   std::latch loaded_{1};
   const TarnOOCLODNodeWorker* worker_ = nullptr;
-  std::atomic<bool> held_{false};
+  std::latch held_{1};
   std::atomic<std::uint32_t> nodesRead_{0};
 };
 

@@ -115,6 +115,7 @@ TEST_F(LevelContainers, AreWaitedForWhileALoadIsBusy) {
   loading.wait();
   std::atomic<int> found{0};
   std::vector<std::thread> readers;
+  readers.reserve(kReaders);
   for (int i = 0; i < kReaders; ++i) {
     readers.emplace_back([&] {
       asking.count_down();

@@ -128,6 +128,7 @@ TEST_F(LodAccess, ServesManyThreadsAtOnce) {
   std::latch start(kThreads);
   std::atomic<int> mistakes{0};
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&] {
       start.arrive_and_wait();

@@ -99,8 +99,10 @@ TEST_F(LodLoading, PassesOnWhyTheStreamCannotBePositioned) {
 
 TEST_F(LodLoading, NoticesThatTheLodContainerWentWhileTheStreamWasOpened) {
   rig.PutWithNodes(SampleLodBlock());
+  ASSERT_EQ(rig.Load(), result::kOk);
   rig.Hooks().onOpen = [&](const std::string& /*name*/) { rig.cache->DetachLODContainer(); };
   EXPECT_EQ(rig.Load(), result::kLodContainerMissing);
+  EXPECT_EQ(Find(*rig.cache, 1), SampleNode(1)) << "nothing was given up yet";
   EXPECT_TRUE(rig.AllStreamsDestroyed());
 }
 

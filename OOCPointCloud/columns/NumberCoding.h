@@ -1,0 +1,37 @@
+// Entropy coding of natural numbers: small ones and leading bits by their frequency, the rest as
+// they are.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace oocpc {
+
+/// Numbers from this on cannot be coded.
+inline constexpr std::uint64_t kCodedNumbersEnd = std::uint64_t{1} << 60;
+
+/// How often each token turns up among numbers; see docs/format.md.
+struct TokenCounts {
+  static constexpr std::size_t kTokens = 256;
+
+  std::uint32_t counts[kTokens] = {};
+  std::uint64_t rawBits = 0;
+  std::uint64_t total = 0;
+
+  /// False when a number is too large to be coded.
+  [[nodiscard]] bool Add(std::span<const std::uint64_t> numbers);
+  /// Bytes that coding the numbers takes, to a few percent.
+  [[nodiscard]] std::uint64_t EstimateBytes() const;
+};
+
+/// Appends the coded numbers, which `counts` describes; at least one.
+void EncodeNumbers(std::span<const std::uint64_t> numbers, const TokenCounts& counts,
+                   std::vector<std::uint8_t>& out);
+
+/// Decodes as many numbers as `numbers` holds, at least one, from the front of `coded`, which is
+/// moved behind them. False when the bytes are not those of so many numbers.
+[[nodiscard]] bool DecodeNumbers(std::span<const std::uint8_t>& coded,
+                                 std::span<std::uint64_t> numbers);
+
+}  // namespace oocpc

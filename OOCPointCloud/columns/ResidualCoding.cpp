@@ -1,0 +1,218 @@
+// Values as entropy-coded differences from what precedes them.
+#include "OOCPointCloud/columns/ResidualCoding.h"
+
+#include <algorithm>
+#include <array>
+
+#include "OOCPointCloud/columns/NumberCoding.h"
+#include "OOCPointCloud/columns/NumberDictionary.h"
+#include "OOCPointCloud/columns/ValuePlanes.h"
+#include "OOCPointCloud/support/Bytes.h"
+
+namespace oocpc {
+namespace {
+
+using Numbers = std::vector<std::uint64_t>;
+
+/// How values become residuals; the first byte of a block.
+namespace transform {
+constexpr std::uint8_t kDifferences = 1;  ///< of neighbours; else offsets from the base
+constexpr std::uint8_t kRelative = 2;     ///< the first and third component less the second
+constexpr std::uint8_t kAll = kDifferences | kRelative;
+}  // namespace transform
+
+/// A transform is chosen by so many runs of neighbours.
+constexpr std::size_t kSampleRun = 256;
+constexpr std::size_t kSampleRuns = 12;
+constexpr std::size_t kHeadBytes = 2;
+
+/// Read as signed: small numbers of either sign become small numbers.
+std::uint64_t Zigzag(std::uint64_t number) { return (number << 1) ^ (0 - (number >> 63)); }
+std::uint64_t UndoZigzag(std::uint64_t number) { return (number >> 1) ^ (0 - (number & 1)); }
+
+/// The residuals of the values [first, first + count) of a component. The first value of a block is
+/// its base, so its residual is 0.
+void MakeResiduals(const ValuePlanes& planes, std::size_t component, std::uint8_t how,
+                   std::size_t first, std::span<std::uint64_t> residuals) {
+  const Numbers& plane = planes.components[component];
+  const bool relative = (how & transform::kRelative) != 0 && component != 1;
+  const Numbers& other = planes.components[relative ? 1 : component];
+  const bool differences = (how & transform::kDifferences) != 0;
+  for (std::size_t i = 0; i < residuals.size(); ++i) {
+    const std::size_t at = first + i;
+    const std::size_t before = differences && at > 0 ? at - 1 : 0;
+    std::uint64_t residual = plane[at] - plane[before];
+    if (relative) residual -= other[at] - other[before];
+    residuals[i] = Zigzag(residual);
+  }
+}
+
+std::uint64_t EstimateOfSample(const ValuePlanes& planes, std::uint8_t how) {
+  const std::size_t count = planes.components[0].size();
+  std::uint64_t bytes = 0;
+  std::array<std::uint64_t, kSampleRun> residuals;
+  for (std::size_t component = 0; component < planes.components.size(); ++component) {
+    TokenCounts counts;
+    for (std::size_t run = 0; run < kSampleRuns; ++run) {
+      const std::size_t first = run * (count / kSampleRuns);
+      const auto part = std::span(residuals).first(std::min(kSampleRun, count - first));
+      MakeResiduals(planes, component, how, first, part);
+      if (!counts.Add(part)) return ~std::uint64_t{0};
+    }
+    bytes += counts.EstimateBytes();
+  }
+  return bytes;
+}
+
+std::uint8_t ChooseTransform(const ValuePlanes& planes) {
+  std::uint8_t best = transform::kDifferences;
+  std::uint64_t bestBytes = ~std::uint64_t{0};
+  for (std::uint8_t how = 0; how <= transform::kAll; ++how) {
+    if ((how & transform::kRelative) != 0 && planes.components.size() != 3) continue;
+    const std::uint64_t bytes = EstimateOfSample(planes, how);
+    if (bytes < bestBytes) {
+      best = how;
+      bestBytes = bytes;
+    }
+  }
+  return best;
+}
+
+/// The component that is stored at a place: the one that others are relative to comes first.
+std::size_t ComponentAt(std::uint8_t how, std::size_t place) {
+  constexpr std::size_t kSecondFirst[] = {1, 0, 2};
+  return (how & transform::kRelative) != 0 ? kSecondFirst[place] : place;
+}
+
+/// Appends the number of dictionary entries, and the entries.
+bool EncodeDictionary(const Numbers& dictionary, std::vector<std::uint8_t>& out) {
+  TokenCounts counts;
+  if (!counts.Add(dictionary)) return false;
+  AppendLittleEndian(out, static_cast<std::uint32_t>(dictionary.size()));
+  EncodeNumbers(dictionary, counts, out);
+  return true;
+}
+
+/// Appends a component: its base, its dictionary or none, and its residuals, which are used up.
+bool EncodeComponent(std::uint64_t base, bool mayRepeat, std::span<std::uint64_t> residuals,
+                     std::vector<std::uint8_t>& out) {
+  AppendLittleEndian(out, base);
+  const auto dictionary = mayRepeat ? MakeDictionary(residuals) : std::nullopt;
+  if (dictionary) {
+    if (!EncodeDictionary(*dictionary, out)) return false;
+    ReplaceByPlaces(*dictionary, residuals);
+  } else {
+    AppendLittleEndian(out, std::uint32_t{0});
+  }
+  TokenCounts counts;
+  if (!counts.Add(residuals)) return false;
+  EncodeNumbers(residuals, counts, out);
+  return true;
+}
+
+/// What a thread decodes into. Unusually large buffers are not kept.
+class DecodeBuffer {
+ public:
+  DecodeBuffer(std::size_t count, std::size_t parts) : count_(count) {
+    Storage().resize(count * parts);
+  }
+  DecodeBuffer(const DecodeBuffer&) = delete;
+  DecodeBuffer& operator=(const DecodeBuffer&) = delete;
+  ~DecodeBuffer() {
+    if (Storage().size() > kKeptNumbers) Numbers().swap(Storage());
+  }
+  [[nodiscard]] std::span<std::uint64_t> Part(std::size_t part) const {
+    return std::span(Storage()).subspan(part * count_, count_);
+  }
+
+ private:
+  static constexpr std::size_t kKeptNumbers = std::size_t{1} << 18;
+  static Numbers& Storage() {
+    thread_local Numbers storage;
+    return storage;
+  }
+  std::size_t count_;
+};
+
+bool DecodeDictionary(std::span<const std::uint8_t>& coded, std::size_t entries,
+                      std::span<std::uint64_t> residuals) {
+  Numbers dictionary(entries);
+  if (!DecodeNumbers(coded, dictionary) || !DecodeNumbers(coded, residuals)) return false;
+  for (std::uint64_t& residual : residuals) {
+    if (residual >= entries) return false;
+    residual = dictionary[residual];
+  }
+  return true;
+}
+
+/// Takes the residuals of a component from the front of `coded`.
+bool DecodeComponent(std::span<const std::uint8_t>& coded, std::uint64_t& base,
+                     std::span<std::uint64_t> residuals) {
+  constexpr std::size_t kBytes = sizeof(std::uint64_t) + sizeof(std::uint32_t);
+  if (coded.size() < kBytes) return false;
+  base = LoadLittleEndian<std::uint64_t>(coded.data());
+  const auto entries = LoadLittleEndian<std::uint32_t>(coded.data() + sizeof(base));
+  coded = coded.subspan(kBytes);
+  // A dictionary has fewer entries than there are values.
+  if (entries > residuals.size()) return false;
+  if (entries > 0) {
+    if (!DecodeDictionary(coded, entries, residuals)) return false;
+  } else if (!DecodeNumbers(coded, residuals)) {
+    return false;
+  }
+  for (std::uint64_t& residual : residuals) residual = UndoZigzag(residual);
+  return true;
+}
+
+}  // namespace
+
+std::vector<std::uint8_t> EncodeResiduals(ColumnType type, std::span<const std::uint8_t> values) {
+  const ValuePlanes planes = ValuePlanes::Of(type, values);
+  const std::uint8_t how = ChooseTransform(planes);
+  const bool mayRepeat = ComponentBytes(type.value) == 8;
+  std::vector<std::uint8_t> out{how, planes.decimals};
+  Numbers residuals(planes.components[0].size());
+  for (std::size_t place = 0; place < planes.components.size(); ++place) {
+    const std::size_t component = ComponentAt(how, place);
+    MakeResiduals(planes, component, how, 0, residuals);
+    if (!EncodeComponent(planes.components[component][0], mayRepeat, residuals, out)) return {};
+  }
+  return out;
+}
+
+bool DecodeResiduals(ColumnType type, std::span<const std::uint8_t> coded,
+                     std::span<std::uint8_t> values) {
+  const std::size_t count = values.size() / ValueBytes(type);
+  if (coded.size() < kHeadBytes || count == 0) return false;
+  const std::uint8_t how = coded[0];
+  const std::uint8_t decimals = coded[1];
+  const bool relative = (how & transform::kRelative) != 0;
+  const bool differences = (how & transform::kDifferences) != 0;
+  if (how > transform::kAll || (relative && type.components != 3) ||
+      !IsPossibleDecimals(type, decimals)) {
+    return false;
+  }
+  coded = coded.subspan(kHeadBytes);
+  const DecodeBuffer buffer(count, relative ? 2 : 1);
+  for (std::size_t place = 0; place < type.components; ++place) {
+    const auto numbers = buffer.Part(relative && place > 0 ? 1 : 0);
+    std::uint64_t base = 0;
+    if (!DecodeComponent(coded, base, numbers)) return false;
+    if (relative && place > 0) {
+      const auto others = buffer.Part(0);
+      for (std::size_t i = 0; i < count; ++i) numbers[i] += others[i];
+    }
+    // The second component's residuals are still needed when the others are relative to it.
+    const bool keep = relative && place == 0;
+    std::span<std::uint64_t> plane = keep ? buffer.Part(1) : numbers;
+    std::uint64_t number = base;
+    for (std::size_t i = 0; i < count; ++i) {
+      number = differences ? number + numbers[i] : base + numbers[i];
+      plane[i] = number;
+    }
+    StorePlane(type, plane, decimals, ComponentAt(how, place), values.data());
+  }
+  return coded.empty();
+}
+
+}  // namespace oocpc

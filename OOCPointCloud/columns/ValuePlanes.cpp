@@ -1,0 +1,123 @@
+// The components of values as 64-bit integers, component after component.
+#include "OOCPointCloud/columns/ValuePlanes.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "OOCPointCloud/columns/ComponentTypes.h"
+#include "OOCPointCloud/columns/DecimalNumbers.h"
+
+namespace oocpc {
+namespace {
+
+/// The fewest decimals that the first numbers have; kMostDecimals + 1: they are not decimal.
+template <typename T>
+unsigned GuessDecimals(std::span<const std::uint8_t> values) {
+  const std::size_t count = std::min<std::size_t>(values.size() / sizeof(T), 64);
+  unsigned decimals = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const T number = LoadComponent<T>(values.data() + i * sizeof(T));
+    while (decimals <= kMostDecimals && !ToDecimal(number, decimals)) ++decimals;
+  }
+  return decimals;
+}
+
+template <typename T>
+bool FillWithMultiples(ColumnType type, std::span<const std::uint8_t> values, unsigned decimals,
+                       ValuePlanes& planes) {
+  const std::size_t stride = ValueBytes(type);
+  for (std::size_t component = 0; component < type.components; ++component) {
+    const std::uint8_t* from = values.data() + component * sizeof(T);
+    for (std::uint64_t& number : planes.components[component]) {
+      const auto multiple = ToDecimal(LoadComponent<T>(from), decimals);
+      if (!multiple) return false;
+      number = static_cast<std::uint64_t>(*multiple);
+      from += stride;
+    }
+  }
+  planes.decimals = static_cast<std::uint8_t>(decimals);
+  return true;
+}
+
+template <typename T>
+void FillWithIntegers(ColumnType type, std::span<const std::uint8_t> values, ValuePlanes& planes) {
+  const std::size_t stride = ValueBytes(type);
+  for (std::size_t component = 0; component < type.components; ++component) {
+    const std::uint8_t* from = values.data() + component * sizeof(T);
+    for (std::uint64_t& number : planes.components[component]) {
+      number = WidenBits(LoadComponent<T>(from));
+      from += stride;
+    }
+  }
+}
+
+/// Floating-point numbers by their bits.
+void FillWithPatterns(ColumnType type, std::span<const std::uint8_t> values, ValuePlanes& planes) {
+  if (type.value == ValueType::kFloat) {
+    FillWithIntegers<std::uint32_t>(type, values, planes);
+  } else {
+    FillWithIntegers<std::uint64_t>(type, values, planes);
+  }
+}
+
+template <typename T>
+T FromPattern(std::uint64_t number) {
+  if constexpr (sizeof(T) == sizeof(std::uint32_t)) {
+    return std::bit_cast<T>(static_cast<std::uint32_t>(number));
+  } else {
+    return std::bit_cast<T>(number);
+  }
+}
+
+}  // namespace
+
+ValuePlanes ValuePlanes::Of(ColumnType type, std::span<const std::uint8_t> values) {
+  ValuePlanes planes;
+  planes.components.assign(type.components,
+                           std::vector<std::uint64_t>(values.size() / ValueBytes(type)));
+  VisitComponentType(type.value, [&](auto tag) {
+    using T = typename decltype(tag)::Type;
+    if constexpr (std::is_floating_point_v<T>) {
+      // Mostly the first numbers tell; where later ones have more decimals, the next fit.
+      for (unsigned decimals = GuessDecimals<T>(values); decimals <= kMostDecimals; ++decimals) {
+        if (FillWithMultiples<T>(type, values, decimals, planes)) return;
+      }
+      FillWithPatterns(type, values, planes);
+    } else {
+      FillWithIntegers<T>(type, values, planes);
+    }
+  });
+  return planes;
+}
+
+bool IsPossibleDecimals(ColumnType type, std::uint8_t decimals) {
+  if (decimals == ValuePlanes::kAsTheyAre) return true;
+  return IsFloatingPoint(type.value) && decimals <= kMostDecimals;
+}
+
+void StorePlane(ColumnType type, std::span<const std::uint64_t> plane, std::uint8_t decimals,
+                std::size_t component, std::uint8_t* values) {
+  const std::size_t stride = ValueBytes(type);
+  const auto store = [&](auto tag, const auto& convert) {
+    using T = typename decltype(tag)::Type;
+    std::uint8_t* to = values + component * sizeof(T);
+    for (const std::uint64_t number : plane) {
+      StoreComponent(to, convert(number));
+      to += stride;
+    }
+  };
+  VisitComponentType(type.value, [&](auto tag) {
+    using T = typename decltype(tag)::Type;
+    if constexpr (!std::is_floating_point_v<T>) {
+      store(tag, [](std::uint64_t number) { return static_cast<T>(number); });
+    } else if (decimals == ValuePlanes::kAsTheyAre) {
+      store(tag, [](std::uint64_t number) { return FromPattern<T>(number); });
+    } else {
+      store(tag, [&](std::uint64_t number) {
+        return FromDecimal<T>(static_cast<std::int64_t>(number), decimals);
+      });
+    }
+  });
+}
+
+}  // namespace oocpc
