@@ -78,7 +78,7 @@ void TokenShares::Encode(std::vector<std::uint8_t>& out) const {
 
 bool TokenShares::Decode(std::span<const std::uint8_t>& coded, TokenShares& shares) {
   shares = {};
-  if (coded.size() < 2 || coded[0] > coded[1]) return false;
+  if (coded.size() < 2 || coded[0] > coded[1] || coded[1] >= kTokensEnd) return false;
   shares.first = coded[0];
   shares.last = coded[1];
   coded = coded.subspan(2);

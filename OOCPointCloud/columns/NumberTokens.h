@@ -12,6 +12,8 @@ namespace oocpc {
 inline constexpr unsigned kTokenBits = 2;
 inline constexpr std::uint64_t kOwnTokens = 32;
 inline constexpr unsigned kShortestSplit = 6;  // bits of 32
+/// The tokens of numbers that can be coded; behind them are those of numbers from 2^60 on.
+inline constexpr unsigned kTokensEnd = 252;
 
 /// A number as its token and the bits that the token does not tell.
 struct NumberToken {
@@ -31,6 +33,7 @@ struct NumberToken {
 /// The least number of a token, and how many bits follow.
 struct TokenRange {
   std::uint64_t base = 0;
+  std::uint64_t mask = 0;  ///< of these bits
   std::uint64_t rawBits = 0;
 };
 
@@ -38,12 +41,12 @@ struct TokenRange {
   std::array<TokenRange, 256> ranges{};
   for (std::uint64_t token = 0; token < ranges.size(); ++token) {
     if (token < kOwnTokens) {
-      ranges[token] = {token, 0};
+      ranges[token] = {token, 0, 0};
       continue;
     }
     const std::uint64_t bits = kShortestSplit + (token - kOwnTokens) / 4;
     const std::uint64_t raw = bits - 1 - kTokenBits;
-    ranges[token] = {(4 + (token & 3)) << raw, raw};
+    ranges[token] = {(4 + (token & 3)) << raw, (std::uint64_t{1} << raw) - 1, raw};
   }
   return ranges;
 }

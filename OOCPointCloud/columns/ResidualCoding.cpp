@@ -160,8 +160,35 @@ bool DecodeComponent(std::span<const std::uint8_t>& coded, std::uint64_t& base,
   } else if (!DecodeNumbers(coded, residuals)) {
     return false;
   }
-  for (std::uint64_t& residual : residuals) residual = UndoZigzag(residual);
   return true;
+}
+
+/// How a component becomes values again.
+struct Restored {
+  std::uint64_t base = 0;
+  bool differences = false;
+  std::uint8_t decimals = ValuePlanes::kAsTheyAre;
+  std::size_t component = 0;
+};
+
+/// Makes a component's values of its residuals, to which `others` are added unless there are none.
+/// In short parts, which stay near the processor.
+void RestoreComponent(ColumnType type, const Restored& how,
+                      std::span<const std::uint64_t> residuals,
+                      std::span<const std::uint64_t> others, std::span<std::uint8_t> values) {
+  std::array<std::uint64_t, 512> part;
+  std::uint64_t number = how.base;
+  for (std::size_t first = 0; first < residuals.size(); first += part.size()) {
+    const std::size_t count = std::min(part.size(), residuals.size() - first);
+    for (std::size_t i = 0; i < count; ++i) {
+      std::uint64_t residual = UndoZigzag(residuals[first + i]);
+      if (!others.empty()) residual += UndoZigzag(others[first + i]);
+      number = how.differences ? number + residual : how.base + residual;
+      part[i] = number;
+    }
+    StorePlane(type, std::span(part).first(count), how.decimals, how.component,
+               values.data() + first * ValueBytes(type));
+  }
 }
 
 }  // namespace
@@ -198,19 +225,10 @@ bool DecodeResiduals(ColumnType type, std::span<const std::uint8_t> coded,
     const auto numbers = buffer.Part(relative && place > 0 ? 1 : 0);
     std::uint64_t base = 0;
     if (!DecodeComponent(coded, base, numbers)) return false;
-    if (relative && place > 0) {
-      const auto others = buffer.Part(0);
-      for (std::size_t i = 0; i < count; ++i) numbers[i] += others[i];
-    }
-    // The second component's residuals are still needed when the others are relative to it.
-    const bool keep = relative && place == 0;
-    std::span<std::uint64_t> plane = keep ? buffer.Part(1) : numbers;
-    std::uint64_t number = base;
-    for (std::size_t i = 0; i < count; ++i) {
-      number = differences ? number + numbers[i] : base + numbers[i];
-      plane[i] = number;
-    }
-    StorePlane(type, plane, decimals, ComponentAt(how, place), values.data());
+    // The residuals of the second component, which comes first, are the others' as well.
+    const auto others = relative && place > 0 ? buffer.Part(0) : std::span<std::uint64_t>();
+    RestoreComponent(type, {base, differences, decimals, ComponentAt(how, place)}, numbers, others,
+                     values);
   }
   return coded.empty();
 }

@@ -55,6 +55,23 @@ std::string CoordinateSystemName(const std::string& text) {
   return end == std::string::npos ? text : text.substr(begin + 1, end - begin - 1);
 }
 
+std::string SpacingText(double spacing) {
+  std::array<char, 40> digits;
+  std::snprintf(digits.data(), digits.size(), "%.3g", spacing);
+  return digits.data();
+}
+
+/// The levels of detail, coarse to fine.
+std::string LevelsText(const std::vector<tarnhost::LevelFacts>& levels) {
+  const tarnhost::LevelFacts& coarse = levels.front();
+  const tarnhost::LevelFacts& fine = levels.back();
+  if (levels.size() == 1) {
+    return std::to_string(coarse.level) + ", spacing " + SpacingText(coarse.spacing);
+  }
+  return std::to_string(coarse.level) + " to " + std::to_string(fine.level) + ", spacing " +
+         SpacingText(coarse.spacing) + " to " + SpacingText(fine.spacing);
+}
+
 void PrintSummary(const std::string& repository, const CloudFacts& facts) {
   std::printf("%s: %s points\n", repository.c_str(), Grouped(facts.pointCount).c_str());
   std::printf("  bounds       %s  to  %s\n",
@@ -67,6 +84,9 @@ void PrintSummary(const std::string& repository, const CloudFacts& facts) {
   std::printf("  local frame  source coordinates less %s\n", Three(facts.frameOffset).c_str());
   std::printf("  octree       %s nodes on %u level%s\n", Grouped(facts.nodeCount).c_str(),
               facts.depth, facts.depth == 1 ? "" : "s");
+  if (!facts.levels.empty()) {
+    std::printf("  levels       %s\n", LevelsText(facts.levels).c_str());
+  }
   std::printf("  stored       %s (the scans: %s)\n", Bytes(facts.storedBytes).c_str(),
               Bytes(facts.sourceBytes).c_str());
   std::printf(
@@ -180,6 +200,13 @@ void PrintInfoJson(const std::string& repository, const CloudFacts& facts) {
   json["dimensions"] = nlohmann::json::array();
   for (const DimensionFacts& dimension : facts.dimensions) {
     json["dimensions"].push_back(DimensionJson(dimension));
+  }
+  json["levels_of_detail"] = nlohmann::json::array();
+  for (const tarnhost::LevelFacts& level : facts.levels) {
+    json["levels_of_detail"].push_back({{"level", level.level},
+                                        {"spacing", NumberJson(level.spacing)},
+                                        {"points", level.pointCount},
+                                        {"nodes", level.nodeCount}});
   }
   json["sources"] = nlohmann::json::array();
   for (const SourceFacts& source : facts.sources) json["sources"].push_back(SourceJson(source));

@@ -57,13 +57,20 @@ struct OctreePlan {
 /// Plans the octree of points sorted along the Morton curve; uses `points` up.
 ///
 /// The samples of all nodes of a level are taken on one grid, so that a level is evenly dense: one
-/// point in each occupied cell, the one nearest to the cell's centre, the first of several. A node
-/// with more than kNodeCapacity points keeps such a sample; the rest goes to its children. A node
-/// with fewer keeps them all, but divides them into the same samples, level after level; a last
-/// sixteenth joins the level before. The grid is the finest, of at most 128 cells along a node's
-/// edge, for which the nodes of a level keep no more than kNodeCapacity points on average; a node
-/// whose own sample would be larger than kSampleLimit takes a coarser one. Points that no Morton
-/// bit tells apart are dealt to the children by count. No points at all give a root without points.
+/// point in each occupied cell, the one nearest to the cell's centre, the first of several. Cells
+/// that a surface only touches would give points close to those of their neighbours, and finer
+/// levels would give points close to those of coarser ones. So while a level leaves half of the
+/// points or more to finer ones, no point is sampled that is closer than five eighths of a cell to
+/// one sampled before, in this level or above (see PointSpacing); another one of its cell is taken
+/// instead, or none. A node may thus have no point of its own level.
+///
+/// A node with more than kNodeCapacity points keeps such a sample; the rest goes to its children. A
+/// node with fewer keeps them all, but divides them into the same samples, level after level; a
+/// last sixteenth joins the level before. The grid is the finest, of at most 128 cells along a
+/// node's edge, for which the nodes of a level keep no more than kNodeCapacity points on average; a
+/// node whose own sample would be larger than kSampleLimit takes it from coarser cells. Points that
+/// no Morton bit tells apart are dealt to the children by count. No points at all give a root
+/// without points.
 [[nodiscard]] OctreePlan PlanOctree(std::vector<CodedPoint> points);
 
 }  // namespace tarnhost

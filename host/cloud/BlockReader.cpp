@@ -9,26 +9,28 @@ namespace result = oocpc::result;
 
 namespace {
 
+/// Takes a clone over; `missing` is the failure of there being none.
+Outcome TakeClone(HRESULT code, HRESULT missing, OOCPCMetaDataContainer* container,
+                  const Cloud& cloud, const std::string& name,
+                  std::unique_ptr<OOCPCMetaDataContainer>& clone) {
+  clone.reset(container);
+  if (!oocpc::Failed(code) && clone != nullptr) return Outcome::Success();
+  return Outcome::FromCode(oocpc::Failed(code) ? code : missing,
+                           "column " + name + " of " + cloud.GetPath().string());
+}
+
 Outcome CloneOf(Cloud& cloud, const std::string& name,
                 std::unique_ptr<OOCPCMetaDataContainer>& clone) {
   OOCPCMetaDataContainer* container = nullptr;
   const HRESULT code = cloud.GetPointCloud().CloneContainer(name, container);
-  if (oocpc::Failed(code)) return Outcome::FromCode(code, cloud.GetPath().string());
-  clone.reset(container);
-  return clone != nullptr
-             ? Outcome::Success()
-             : Outcome::FromCode(result::kContainerNotCloned, cloud.GetPath().string());
+  return TakeClone(code, result::kContainerNotCloned, container, cloud, name, clone);
 }
 
 Outcome CloneOfLevel(Cloud& cloud, std::uint64_t iteration, const std::string& name,
                      std::unique_ptr<OOCPCMetaDataContainer>& clone) {
   OOCPCMetaDataContainer* container = nullptr;
   const HRESULT code = cloud.GetPointCloud().CloneLODContainer(iteration, name, container);
-  clone.reset(container);
-  if (oocpc::Failed(code)) return Outcome::FromCode(code, cloud.GetPath().string());
-  return clone != nullptr
-             ? Outcome::Success()
-             : Outcome::FromCode(result::kLodNoLevelContainer, cloud.GetPath().string());
+  return TakeClone(code, result::kLodNoLevelContainer, container, cloud, name, clone);
 }
 
 Outcome BlockFailure(HRESULT code, const OOCPCContainer& container, std::uint64_t block) {

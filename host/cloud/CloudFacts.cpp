@@ -272,6 +272,9 @@ Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, Clo
     }
   }
   if (Outcome outcome = CollectIterations(cloud, facts.iterations); !outcome.Ok()) return outcome;
+  if (Outcome outcome = CollectLevels(cloud, iteration, facts.levels); !outcome.Ok()) {
+    return outcome;
+  }
   return Collector(cloud, statistics, facts).Run(iteration);
 }
 

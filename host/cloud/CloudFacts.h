@@ -41,6 +41,14 @@ struct IterationFacts {
   std::uint64_t addedBytes = 0;
 };
 
+/// One level of detail.
+struct LevelFacts {
+  std::uint32_t level = 0;
+  double spacing = 0;  ///< distance between neighbouring points, local units
+  std::uint64_t pointCount = 0;
+  std::uint64_t nodeCount = 0;
+};
+
 struct CloudFacts {
   std::uint64_t pointCount = 0;  ///< of the iteration asked for
   std::uint64_t nodeCount = 0;
@@ -55,12 +63,17 @@ struct CloudFacts {
   std::vector<DimensionFacts> dimensions;  ///< positions left out
   std::vector<SourceFacts> sources;
   std::vector<IterationFacts> iterations;
+  std::vector<LevelFacts> levels;     ///< coarse to fine; none in a repository made without
   std::vector<std::string> oddities;  ///< what contradicts itself in the data, sentences
 };
 
 /// Collects the facts of one iteration. With `statistics`, reads every value for means and for what
 /// contradicts itself; without, reads no point.
 Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, CloudFacts& facts);
+
+/// The levels of detail of one iteration, from its node records; none when it has none.
+/// kStreamMissing, kStreamShort, and those of decoding.
+Outcome CollectLevels(Cloud& cloud, std::uint64_t iteration, std::vector<LevelFacts>& levels);
 
 /// The iterations alone.
 Outcome CollectIterations(Cloud& cloud, std::vector<IterationFacts>& iterations);

@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <unordered_map>
 
 #include "OOCPointCloud/support/Bytes.h"
+#include "host/cloud/VerifyLod.h"
 
 namespace tarnhost {
 
@@ -19,7 +21,12 @@ class Verifier {
  public:
   Verifier(Cloud& cloud, const std::function<bool(const ProgressReport&)>& progress,
            VerifyReport& report)
-      : cloud_(cloud), progress_(progress), report_(report) {}
+      : cloud_(cloud),
+        progress_(progress),
+        report_(report),
+        lod_(cloud, [this](const Fault& fault) {
+          Add(fault.code, fault.stream, fault.record, fault.offsetBytes, fault.what);
+        }) {}
 
   Outcome Run() {
     for (const CloudColumn& column : cloud_.GetColumns()) names_.push_back(column.name);
@@ -99,6 +106,7 @@ class Verifier {
     } else if (count != blocks_.size()) {
       Add(result::kBadRecord, name, count, 0, "it has another number of blocks than the positions");
     }
+    nextValue_ = 0;
     for (std::uint64_t block = 0; block < count; ++block) CheckBlock(column, positions, block);
     report_.blocks += count;
   }
@@ -109,8 +117,10 @@ class Verifier {
     HRESULT code = column.ReadBlockEntry(block, entry);
     if (oocpc::Failed(code)) {
       Add(code, name, block, block * oocpc::BlockEntry::kBytes, "its table entry is not sound");
+      nextValue_.reset();
       return;
     }
+    CheckNumbering(entry, block, name);
     code = column.ReadStoredBlock(block, values_);
     if (oocpc::Failed(code)) {
       Add(code, name, block, entry.offsetBytes, "its values cannot be read");
@@ -124,6 +134,16 @@ class Verifier {
           "it has another number of values than there are positions");
     }
     if (column.GetStoredType().value == oocpc::ValueType::kString) CheckStrings(name, block, entry);
+  }
+
+  /// The first value follows those of the blocks before, as far as their number is known.
+  void CheckNumbering(const oocpc::BlockEntry& entry, std::uint64_t block,
+                      const std::string& name) {
+    if (nextValue_ && *nextValue_ != entry.firstValue) {
+      Add(result::kBadRecord, name, block, block * oocpc::BlockEntry::kBytes,
+          "its first value does not follow the blocks before");
+    }
+    nextValue_ = entry.firstValue + entry.valueCount;
   }
 
   /// The minimum and the maximum that the table states have to be those of the values.
@@ -189,6 +209,7 @@ class Verifier {
     }
     CheckSubtree(rootIndex, root);
     CheckBlockUses(iteration, record);
+    lod_.Check(iteration, record);
   }
 
   void CheckBlockUses(std::uint64_t iteration, const OOCPCUpdateIteration& record) {
@@ -286,6 +307,8 @@ class Verifier {
   std::vector<std::uint32_t> blockUses_;
   std::unordered_map<std::uint64_t, std::uint32_t> visited_;
   std::vector<std::uint8_t> values_;
+  std::optional<std::uint64_t> nextValue_;  ///< of the column at hand
+  LodVerifier lod_;
 };
 
 }  // namespace

@@ -33,7 +33,9 @@ struct VerifyReport {
 
 /// Checks every checksum of every committed stream, and of each iteration: every node once in its
 /// tree, cells that follow from their parents' cells, counts that add up, boxes that hold their
-/// points and are tight, every block in every column with a value per point, strings that exist.
+/// points and are tight, every block in every column with a value per point and values numbered
+/// through, strings that exist, and levels of detail that fit the octree and together hold every
+/// point once.
 /// The outcome fails only when the check itself could not run; faults are in the report.
 Outcome VerifyRepository(const std::filesystem::path& folder,
                          const std::function<bool(const ProgressReport&)>& progress,

@@ -173,10 +173,11 @@ class Renderer {
       }
       if (outcome.Ok()) outcome = DrawNode(nodes[i], *brush, canvas);
       const std::lock_guard<std::mutex> lock(mutex);
+      if (stopped_) return;
       if (outcome.Ok() && options_.progress && !options_.progress({"drawing", drawn_, total})) {
         outcome = Outcome::FromCode(result::kStopped);
       }
-      if (outcome.Ok() || stopped_) return;
+      if (outcome.Ok()) return;
       stopped_ = true;
       failure = outcome;
     });

@@ -278,6 +278,13 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(by_name["classification"]["type"], "uint8_t")
         self.assertIn("mean", by_name["intensity"])
         self.assertEqual(facts["sources"][0]["point_format"], 7)
+        levels = facts["levels_of_detail"]
+        self.assertGreater(len(levels), 1)
+        self.assertEqual([level["level"] for level in levels], list(range(len(levels))))
+        self.assertEqual(sum(level["points"] for level in levels), 60000)
+        for coarse, fine in zip(levels, levels[1:]):
+            self.assertEqual(fine["spacing"], coarse["spacing"] / 2)
+        self.assertEqual(levels[0]["nodes"], 1)
         leading, records, _ = las_parts(self.scan)
         least = min(struct.unpack_from("<i", record)[0] for record in records)
         offset, = struct.unpack_from("<d", leading, 155)
@@ -287,6 +294,7 @@ class ProgramTest(unittest.TestCase):
         plain = run("info", self.cloud).stdout
         self.assertIn("60,000 points", plain)
         self.assertNotIn("minimum", plain)
+        self.assertRegex(plain, r"\n  levels +0 to \d+, spacing [\d.e+-]+ to [\d.e+-]+\n")
         full = run("info", self.cloud, "--schema", "--stats", "--metadata").stdout
         for part in ("uint16_t x 3", "minimum", "LAS 1.4, point format 7", "LASF_Projection 2112"):
             self.assertIn(part, full)

@@ -57,8 +57,8 @@ inline std::unique_ptr<tarnhost::Cloud> MakePlainCloud() {
   catalogue.chunks.emplace_back(chunk_type::kUpdateIterations, iterations.EncodeChunk());
   EXPECT_EQ(writer.Commit(catalogue), 0);
   std::unique_ptr<tarnhost::Cloud> cloud;
-  EXPECT_TRUE(IsOk(tarnhost::Cloud::Attach(std::make_unique<OOCPCMemoryRepository>(streams),
-                                           "memory", cloud)));
+  EXPECT_TRUE(IsOk(
+      tarnhost::Cloud::Attach(std::make_unique<OOCPCMemoryRepository>(streams), "memory", cloud)));
   return cloud;
 }
 

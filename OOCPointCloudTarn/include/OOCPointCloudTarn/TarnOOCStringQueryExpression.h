@@ -34,7 +34,7 @@ class OOCPOINTCLOUDTARN_API TarnOOCStringQueryExpression : public OOCPCIQueryExp
   /// new. A failure of the reverse-polish form comes back as it is and leaves no tree and the error
   /// iterator as it was; so it does when there was no memory for one of the queries. A success
   /// leaves the error iterator as it was. Throws std::bad_alloc when there is no memory for
-  /// anything else; what is shown then stays as it was.
+  /// anything else.
   [[nodiscard]] HRESULT ComputeBooleanAST() override;
 
   /// The error of the last failed computation, or null.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 #include "OOCPointCloudTarn/query/MetaDataComparisonQuery.h"
@@ -19,6 +20,10 @@ std::size_t allocations = 0;
   ++allocations;
   if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
   throw std::bad_alloc();
+}
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  ++allocations;
+  return std::malloc(size == 0 ? 1 : size);
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
@@ -140,6 +145,73 @@ TEST_F(Evaluate, UnknownKindsAndOperatorsAreFalse) {
   EXPECT_FALSE(Answer(Join(oocpctest::kNot, Leaf('a', true, 1), Leaf('b', true, 1))));
   EXPECT_FALSE(Answer(Join(static_cast<Operator>(9), Leaf('a', true, 1), Leaf('b', true, 1))));
   EXPECT_EQ(asked_, "");
+}
+
+TEST_F(Evaluate, UnknownKindsAndOperatorsUnderANegationCountAsFalse) {
+  OOCPCBooleanAST* const strange = Constant(1);
+  strange->kind = 0xFFFFFFFFu;
+  EXPECT_TRUE(Answer(new OOCPCBooleanASTNot(strange)));
+  EXPECT_TRUE(Answer(new OOCPCBooleanASTNot(
+      Join(static_cast<Operator>(9), Leaf('a', true, 1), Leaf('b', true, 1)))));
+  OOCPCBooleanAST* const other = Constant(1);
+  other->kind = 4;
+  EXPECT_FALSE(Answer(new OOCPCBooleanASTNot(new OOCPCBooleanASTNot(other))));
+  EXPECT_EQ(asked_, "");
+}
+
+TEST_F(Evaluate, UnknownKindsAndOperatorsAsOperandsCountAsFalse) {
+  OOCPCBooleanAST* const strange = Constant(1);
+  strange->kind = 4;
+  strange->weight = 9;
+  EXPECT_TRUE(Answer(Join(kXor, Leaf('a', true, 1), strange)));
+  EXPECT_EQ(asked_, "a");
+  EXPECT_TRUE(Answer(
+      Join(kOr, Leaf('a', true, 5), Join(static_cast<Operator>(9), Constant(1), Constant(1)))));
+  EXPECT_EQ(asked_, "a");
+}
+
+TEST_F(Evaluate, UnboundLeavesUnderAnOperatorAreFalseAndTheWalkGoesOn) {
+  const auto answer = [this](OOCPCBooleanAST* root) {
+    const Tree tree(root);
+    asked_.clear();
+    return TarnOOCBooleanExpressionEvaluator(AnyPointCloud(), root).EvaluateExpression("", 0, 0);
+  };
+  EXPECT_TRUE(answer(new OOCPCBooleanASTNot(Leaf('a', true, 1))));
+  EXPECT_TRUE(answer(Join(kOr, Constant(1), Leaf('a', true, 1))));
+  EXPECT_TRUE(answer(Join(kXor, Leaf('a', true, 1), Constant(1))));
+  EXPECT_FALSE(answer(Join(kOr, Leaf('a', true, 1), Leaf('b', true, 1))));
+  EXPECT_FALSE(answer(Join(kAnd, Leaf('a', true, 1), Constant(1))));
+  EXPECT_EQ(asked_, "");
+}
+
+TEST_F(Evaluate, ConstantsAreOperandsLikeAnyOther) {
+  for (const std::uint32_t value : {0u, 1u, 2u}) {
+    for (const bool leaf : {false, true}) {
+      const bool constant = value == 1;
+      EXPECT_EQ(Answer(Join(kAnd, Constant(value), Leaf('a', leaf, 1))), constant && leaf);
+      EXPECT_EQ(asked_, constant ? "a" : "") << "the constant weighs nothing";
+      EXPECT_EQ(Answer(Join(kAnd, Leaf('a', leaf, 1), Constant(value))), constant && leaf);
+      EXPECT_EQ(Answer(Join(kOr, Leaf('a', leaf, 1), Constant(value))), constant || leaf);
+      EXPECT_EQ(asked_, constant ? "" : "a");
+      EXPECT_EQ(Answer(Join(kXor, Constant(value), Leaf('a', leaf, 1))), constant != leaf);
+      EXPECT_EQ(asked_, "a");
+      EXPECT_EQ(Answer(Join(kXor, Leaf('a', leaf, 1), Constant(value))), constant != leaf);
+      EXPECT_EQ(asked_, "a");
+    }
+  }
+}
+
+TEST_F(Evaluate, WeightsAreComparedAcrossTheirWholeRange) {
+  const std::int32_t lightest = std::numeric_limits<std::int32_t>::min();
+  const std::int32_t heaviest = std::numeric_limits<std::int32_t>::max();
+  EXPECT_TRUE(Answer(Join(kOr, Leaf('a', true, lightest), Leaf('b', true, heaviest))));
+  EXPECT_EQ(asked_, "a");
+  EXPECT_TRUE(Answer(Join(kOr, Leaf('a', true, heaviest), Leaf('b', true, lightest))));
+  EXPECT_EQ(asked_, "b");
+  EXPECT_TRUE(Answer(Join(kOr, Leaf('a', true, lightest), Leaf('b', true, 0))));
+  EXPECT_EQ(asked_, "a");
+  EXPECT_TRUE(Answer(Join(kOr, Leaf('a', true, lightest), Leaf('b', true, lightest))));
+  EXPECT_EQ(asked_, "b");
 }
 
 TEST_F(Evaluate, FallsBackToTheFirstMetadataAlone) {

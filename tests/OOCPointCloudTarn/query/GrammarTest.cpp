@@ -80,10 +80,13 @@ TEST(Grammar, StopsBehindTheLongestQuery) {
 }
 
 TEST(Grammar, AcceptsEveryByteButAQuoteInAQuotedText) {
-  for (int byte = 1; byte < 256; ++byte) {
+  for (int byte = 0; byte < 256; ++byte) {
     if (byte == '"') continue;
     const std::string name = "a" + std::string(1, static_cast<char>(byte)) + "b";
     EXPECT_EQ(FormOf("#num{type=int}(\"" + name + "\",==,1)"), "int[" + name + "==1]") << byte;
+    EXPECT_EQ(FormOf("#num{type=string}(\"s\",<,\"" + name + "\")"), "string[s<'" + name + "']")
+        << byte;
+    EXPECT_EQ(FormOf("#within{type=closedMesh}(\"" + name + "\")"), "all") << byte;
   }
 }
 
@@ -110,6 +113,20 @@ TEST(Grammar, RefusesDeeperNestingAsATextThatDoesNotParse) {
       EXPECT_EQ(expression.GetErrorIterator()->Next()->GetText(), text);
     }
   }
+}
+
+TEST(Grammar, IsNotMisledAboutTheNestingByWhatFollowsANan) {
+  for (const std::string payload : {"(\")", "(\"", "(abc)", "(()"}) {
+    for (const std::size_t depth : {1001u, 1000000u}) {
+      TarnOOCStringQueryExpression expression;
+      const std::string text = "#and(#distance(0,0,0,nan" + payload + ")," + Repeated("(", depth) +
+                               "#true()" + Repeated(")", depth) + ")";
+      expression.SetInputString(text);
+      EXPECT_EQ(expression.ComputeBooleanAST(), oocpc::result::kFail);
+      EXPECT_EQ(expression.GetErrorIterator()->Next()->GetText(), text);
+    }
+  }
+  EXPECT_EQ(ResultOf("#distance(0,0,0,nan" + Repeated("(", 2000) + ")"), oocpc::result::kFail);
 }
 
 TEST(Grammar, DoesNotCountParenthesesInQuotedTextsOrBehindTheQuery) {
@@ -156,6 +173,19 @@ TEST(Numbers, AreThoseNearestToTheirText) {
        {"0.1", "123456.789", "16777219", "1.17549435e-38", "3.4028235e38"}) {
     EXPECT_EQ(FormOf(std::string("#num{type=float}(\"x\",==,") + text + ")"),
               "float[x==" + oocpctest::Written(std::strtof(text, nullptr)) + "]");
+  }
+}
+
+TEST(Numbers, OfTooManyZerosBehindThePointAreZero) {
+  for (const std::size_t zeros : {75u, 400u, 613u, 614u, 615u, 700u, 100000u}) {
+    const std::string tiny = "0." + Repeated("0", zeros) + "1";
+    EXPECT_EQ(FormOf("#num{type=float}(\"x\",==,-" + tiny + ")"), "float[x==-0]") << zeros;
+    if (zeros > 400) {
+      EXPECT_EQ(FormOf("#num{type=double}(\"x\",==," + tiny + ")"), "double[x==0]") << zeros;
+    }
+    EXPECT_EQ(FormOf("#num{type=double}(\"x\",==," + tiny + "e)"), "does not parse") << zeros;
+    const std::string exponent = "e" + std::to_string(zeros + 1);
+    EXPECT_EQ(FormOf("#distance(0,0,0," + tiny + exponent + ")"), "sphere[0,0,0;1]") << zeros;
   }
 }
 

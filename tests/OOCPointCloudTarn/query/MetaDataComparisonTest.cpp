@@ -1,4 +1,5 @@
 // The thirty comparisons: every kind and code against plain comparisons of the values.
+#include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -133,6 +134,74 @@ TEST(MetaDataComparison, WithTwoNamesComparesTheTwoAndIgnoresTheConstant) {
       Int32GreaterQuery(std::vector<QelUnicodeString>{}, -100, kAnd).Satisfy(records, sizes));
   const char* const texts[] = {"a", "b"};
   EXPECT_TRUE(StringLessQuery({"a", "b"}, "", kAnd).Satisfy(texts, sizes));
+}
+
+/// What the six comparisons answer of the first two of some records when they name that many
+/// metadata; the constant would say otherwise.
+template <typename T>
+std::string AnswersOfPair(const std::vector<const char*>& records, const T& constant) {
+  const std::vector<QelUnicodeString> names(records.size(), QelUnicodeString("n"));
+  const std::vector<unsigned> sizes(records.size(), sizeof(T));
+  const MetaDataComparisonQuery<T, kEqual> equal(names, constant, kAnd);
+  const MetaDataComparisonQuery<T, kGreater> greater(names, constant, kAnd);
+  const MetaDataComparisonQuery<T, kGreaterOrEqual> greaterOrEqual(names, constant, kAnd);
+  const MetaDataComparisonQuery<T, kLess> less(names, constant, kAnd);
+  const MetaDataComparisonQuery<T, kLessOrEqual> lessOrEqual(names, constant, kAnd);
+  const MetaDataComparisonQuery<T, kNotEqual> notEqual(names, constant, kAnd);
+  std::string answers;
+  for (const OOCPCIQuery* const query : std::initializer_list<const OOCPCIQuery*>{
+           &equal, &greater, &greaterOrEqual, &less, &lessOrEqual, &notEqual}) {
+    answers += query->Satisfy(records.data(), sizes.data()) ? '1' : '0';
+  }
+  return answers;
+}
+
+template <typename T>
+std::string AnswersOfPair(const T& left, const T& right, const T& constant) {
+  const std::string first = RecordOf(left);
+  const std::string second = RecordOf(right);
+  return AnswersOfPair<T>({first.data(), second.data()}, constant);
+}
+
+TEST(MetaDataComparison, OfTwoNamesComparesThePairInEveryKind) {
+  EXPECT_EQ(AnswersOfPair<std::uint8_t>(200, 100, 255), kIsGreater);
+  EXPECT_EQ(AnswersOfPair<std::uint8_t>(127, 128, 0), kIsLess);
+  EXPECT_EQ(AnswersOfPair<std::uint8_t>(255, 255, 1), kIsEqual);
+  EXPECT_EQ(AnswersOfPair<std::int32_t>(-1, 1, -2), kIsLess);
+  EXPECT_EQ(AnswersOfPair<float>(0.5f, 0.25f, 1), kIsGreater);
+  EXPECT_EQ(AnswersOfPair<float>(-0.0f, 0.0f, 1), kIsEqual);
+  EXPECT_EQ(AnswersOfPair<double>(0.1, std::nextafter(0.1, 1.0), 0), kIsLess);
+  EXPECT_EQ(AnswersOfPair<double>(1e300, 1e300, 0), kIsEqual);
+  EXPECT_EQ(AnswersOfPair<std::string>("ab", "abc", ""), kIsLess);
+}
+
+TEST(MetaDataComparison, OfTwoNamesWithANaNOnEitherSideOnlyNotEqualHolds) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  EXPECT_EQ(AnswersOfPair<float>(1, nan, 1), kIsUnordered);
+  EXPECT_EQ(AnswersOfPair<float>(nan, 1, 1), kIsUnordered);
+  EXPECT_EQ(AnswersOfPair<double>(1, nan, 1), kIsUnordered);
+  EXPECT_EQ(AnswersOfPair<double>(nan, nan, 1), kIsUnordered);
+  EXPECT_EQ(AnswersOfPair<double>(1, 2, nan), kIsLess) << "the constant is ignored";
+}
+
+TEST(MetaDataComparison, OfThreeNamesComparesTheFirstWithTheSecond) {
+  const std::string one = BytesOfValues(1);
+  const std::string two = BytesOfValues(2);
+  // Nobody follows the third pointer.
+  EXPECT_EQ(AnswersOfPair<std::int32_t>({one.data(), two.data(), nullptr}, 1), kIsLess);
+  EXPECT_EQ(AnswersOfPair<std::int32_t>({two.data(), one.data(), nullptr}, 2), kIsGreater);
+  EXPECT_EQ(AnswersOfPair<std::int32_t>({two.data(), two.data(), nullptr}, 1), kIsEqual);
+}
+
+TEST(MetaDataComparison, ResetSucceedsAndChangesNothing) {
+  Int32EqualQuery number("n", 7, kAnd);
+  StringEqualQuery text("s", "ab", kAnd);
+  EXPECT_EQ(number.Reset(), oocpc::result::kOk);
+  EXPECT_EQ(text.Reset(), oocpc::result::kOk);
+  EXPECT_EQ(number.GetValue(), 7);
+  EXPECT_TRUE(SatisfiesRecord(number, BytesOfValues(7)));
+  EXPECT_TRUE(SatisfiesRecord(text, RecordOf<std::string>("ab")));
+  EXPECT_EQ(text.GetMetaName(0), QelUnicodeString("s"));
 }
 
 TEST(MetaDataComparison, DescriptorIsSeventeenForNumbersAndTheBasesForTexts) {

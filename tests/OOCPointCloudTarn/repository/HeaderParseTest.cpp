@@ -1,6 +1,9 @@
 // The main stream: what is accepted as a header, and which chunk ends up where.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <limits>
+
 #include "tests/support/CloudStreams.h"
 #include "tests/support/FrameworkAccess.h"
 
@@ -21,14 +24,21 @@ Types TypesOf(const std::vector<OOCIndexChunk>& chunks) {
 struct Parse {
   explicit Parse(Bytes main) : Parse(FakeRepository(std::move(main))) {}
   explicit Parse(FakeRepository&& repository) : Parse(repository) {}
-  explicit Parse(FakeRepository& repository) {
+  explicit Parse(FakeRepository& repository)
+      : Parse(static_cast<OOCPCIDataRepository&>(repository)) {
+    EXPECT_TRUE(repository.GetLog()->AllStreamsDestroyed());
+  }
+  explicit Parse(OOCPCIDataRepository& repository) {
     value16.fill(0xEE);
     seed.fill(7);
     TarnOOCPointCloud cloud;
     TarnFrameworkAccess access(cloud);
     access.Lend(repository);
     code = access.ParseHeader(&header, &information, &value16, &selected, &other, &seed);
-    EXPECT_TRUE(repository.GetLog()->AllStreamsDestroyed());
+  }
+
+  [[nodiscard]] bool HasZeroValues() const {
+    return value16 == std::array<std::uint8_t, 16>{} && seed == std::array<double, 6>{};
   }
 
   HRESULT code = 0;
@@ -38,6 +48,52 @@ struct Parse {
   std::array<double, 6> seed{};
   std::vector<OOCIndexChunk> selected;
   std::vector<OOCIndexChunk> other;
+};
+
+/// A repository of one stream, which is wrong about its length and notes what is asked of it.
+class WrongLengthRepository final : public OOCPCIDataRepository {
+ public:
+  WrongLengthRepository(Bytes main, std::uint64_t length)
+      : repository_(std::move(main)), length_(length) {}
+
+  /// Most bytes that one Read call asked for.
+  [[nodiscard]] std::uint64_t GetLargestRead() const { return largestRead_; }
+
+  [[nodiscard]] OOCPCIInputStream* CreateInputStream() override {
+    return new Stream(*this, repository_.CreateInputStream());
+  }
+  [[nodiscard]] OOCPCIInputStream* CreateInputStream(std::string_view) override { return nullptr; }
+  [[nodiscard]] HRESULT SetRepositoryInformation(const OOCPCRepositoryInformation*) override {
+    return result::kOk;
+  }
+  [[nodiscard]] const OOCPCRepositoryInformation& GetRepositoryInformation() const override {
+    return repository_.GetRepositoryInformation();
+  }
+
+ private:
+  class Stream final : public OOCPCIInputStream {
+   public:
+    Stream(WrongLengthRepository& owner, OOCPCIInputStream* stream)
+        : owner_(owner), stream_(stream) {}
+    std::uint64_t Read(void* destination, const std::uint64_t& length) override {
+      owner_.largestRead_ = std::max(owner_.largestRead_, length);
+      return stream_->Read(destination, length);
+    }
+    [[nodiscard]] std::uint64_t GetPosition() const override { return stream_->GetPosition(); }
+    [[nodiscard]] HRESULT SetPosition(const std::uint64_t& position) override {
+      return stream_->SetPosition(position);
+    }
+    [[nodiscard]] std::uint64_t GetLength() const override { return owner_.length_; }
+    [[nodiscard]] bool IsUsable() const override { return true; }
+
+   private:
+    WrongLengthRepository& owner_;
+    std::unique_ptr<OOCPCIInputStream> stream_;
+  };
+
+  FakeRepository repository_;
+  std::uint64_t length_;
+  std::uint64_t largestRead_ = 0;
 };
 
 OOCPointCloudFileHeader WithVersion(std::uint8_t version) {
@@ -59,7 +115,10 @@ TEST(HeaderParse, NeedsARepository) {
 TEST(HeaderParse, DoesNothingWithoutAStream) {
   FakeRepository repository(HeaderBytes());
   repository.Behaviour().absent = true;
-  EXPECT_EQ(Parse(repository).code, result::kNothingDone);
+  const Parse parse(repository);
+  EXPECT_EQ(parse.code, result::kNothingDone);
+  EXPECT_EQ(parse.value16[0], 0xEE);
+  EXPECT_EQ(parse.seed[0], 7.0);
 }
 
 TEST(HeaderParse, DoesNothingWithAShortHeader) {
@@ -69,6 +128,7 @@ TEST(HeaderParse, DoesNothingWithAShortHeader) {
     const Parse parse(bytes);
     EXPECT_EQ(parse.code, result::kNothingDone) << length;
     EXPECT_TRUE(parse.selected.empty());
+    EXPECT_TRUE(parse.HasZeroValues()) << length;
   }
 }
 
@@ -76,7 +136,9 @@ TEST(HeaderParse, RefusesEveryWrongLetterOfTheMagic) {
   for (std::size_t at = 0; at < 4; ++at) {
     Bytes bytes = HeaderBytes();
     bytes[at] ^= 0x20;
-    EXPECT_EQ(Parse(bytes).code, result::kBadHeader) << at;
+    const Parse parse(bytes);
+    EXPECT_EQ(parse.code, result::kBadHeader) << at;
+    EXPECT_TRUE(parse.HasZeroValues()) << at;
   }
 }
 
@@ -85,6 +147,7 @@ TEST(HeaderParse, TestsTheVersionAsASignedByte) {
     const Parse parse(HeaderBytes(WithVersion(static_cast<std::uint8_t>(version))));
     const bool known = version <= 1 || version >= 0x80;
     EXPECT_EQ(parse.code, known ? result::kNoAccelerator : result::kBadHeader) << version;
+    EXPECT_TRUE(parse.HasZeroValues()) << version;
   }
 }
 
@@ -155,6 +218,59 @@ TEST(HeaderParse, RefusesAPayloadThatCannotBeReadInFull) {
   FakeRepository repository(CompleteMainStream().Bytes());
   repository.Behaviour().shortRead = 2;  // header, first head, first payload
   EXPECT_EQ(Parse(repository).code, result::kChunkPayloadShort);
+}
+
+TEST(HeaderParse, DoesNotTrustTheLengthThatTheStreamTells) {
+  const Bytes main = CompleteMainStream().Bytes();
+  for (const std::uint64_t length :
+       {std::uint64_t{0}, std::uint64_t{67}, std::uint64_t{main.size() - 1},
+        std::numeric_limits<std::uint64_t>::max()}) {
+    WrongLengthRepository repository(main, length);
+    const Parse parse(repository);
+    EXPECT_EQ(parse.code, result::kOk) << length;
+    EXPECT_EQ(TypesOf(parse.selected),
+              (Types{1, 2, 1, 0x10000, 0x20000000, 0x30000000, 0x50000000}));
+    EXPECT_EQ(parse.selected[0].payload, MetaDataPayload("intensity"));
+  }
+}
+
+constexpr std::uint32_t kMiB = 1u << 20;
+
+/// Bytes that tell where they stand.
+Bytes Numbered(std::size_t size) {
+  Bytes bytes(size);
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(i * 31 + (i >> 13));
+  return bytes;
+}
+
+TEST(HeaderParse, ReadsLargePayloadsWholeThoughInPieces) {
+  for (const std::uint32_t size : {kMiB - 1, kMiB, kMiB + 1, 2 * kMiB, 5 * kMiB / 2}) {
+    const Bytes payload = Numbered(size);
+    WrongLengthRepository repository(MainStreamBuilder()
+                                         .Chunk(0x77, payload)
+                                         .Chunk(chunk_type::kAccelerator1, AcceleratorPayload())
+                                         .Bytes(),
+                                     0);
+    const Parse parse(repository);
+    EXPECT_EQ(parse.code, result::kOk) << size;
+    ASSERT_EQ(parse.other.size(), 1u) << size;
+    EXPECT_EQ(parse.other[0].size, size);
+    EXPECT_TRUE(parse.other[0].payload == payload) << size;
+    EXPECT_LE(repository.GetLargestRead(), kMiB);
+  }
+}
+
+TEST(HeaderParse, RefusesALargePayloadThatIsCutInALaterPiece) {
+  for (const std::uint32_t announced : {2 * kMiB + 1, 3 * kMiB, 0xFFFFFFFFu}) {
+    for (const std::uint64_t length : {std::uint64_t{0}, std::uint64_t{1} << 40}) {
+      WrongLengthRepository repository(
+          MainStreamBuilder().ChunkHead(0x77, announced).Raw(Numbered(2 * kMiB)).Bytes(), length);
+      const Parse parse(repository);
+      EXPECT_EQ(parse.code, result::kChunkPayloadShort) << announced;
+      EXPECT_TRUE(parse.other.empty()) << announced;
+      EXPECT_LE(repository.GetLargestRead(), kMiB) << "no more memory than there are bytes for";
+    }
+  }
 }
 
 TEST(HeaderParse, KeepsHigherAcceleratorTypeWhateverComparisonSays) {
@@ -237,6 +353,20 @@ TEST(HeaderParse, TakesTheFirstMortonSeedAlone) {
                         .Bytes());
   EXPECT_EQ(parse.seed, (std::array<double, 6>{1, 2, 3, 4, 5, 6}));
   EXPECT_EQ(parse.selected.size(), 1u);
+  EXPECT_TRUE(parse.other.empty());
+}
+
+TEST(HeaderParse, TakesTheFirstValueEvenWhereItIsEmpty) {
+  const Parse parse(MainStreamBuilder()
+                        .Chunk(chunk_type::kAccelerator1, AcceleratorPayload())
+                        .Chunk(chunk_type::kValue16)
+                        .Chunk(chunk_type::kMortonSeed)
+                        .Chunk(chunk_type::kValue16, Bytes(16, 1))
+                        .Chunk(chunk_type::kMortonSeed, SeedPayload({1, 2, 3, 4, 5, 6}))
+                        .Bytes());
+  EXPECT_EQ(parse.code, result::kOk);
+  EXPECT_TRUE(parse.HasZeroValues());
+  EXPECT_EQ(TypesOf(parse.selected), Types{0x10000});
   EXPECT_TRUE(parse.other.empty());
 }
 

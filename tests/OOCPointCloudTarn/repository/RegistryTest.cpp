@@ -117,6 +117,15 @@ TEST_F(Registry, ListsAContainerOfBothBytesTwice) {
   EXPECT_EQ(cloud_.GetMetaDataNames(), (Names{"low", "both", "both", "high"}));
 }
 
+TEST_F(Registry, ListsReservedTypesThatShareBitsWithMetaDataAsTheirOrderFallsOut) {
+  ASSERT_EQ(Add(0x201, "odd"), result::kOk);
+  ASSERT_EQ(Add(0x200, "high"), result::kOk);
+  // 0x200 comes first and ends the range of the low byte before 0x201 is reached.
+  EXPECT_EQ(cloud_.GetMetaDataNames(), (Names{"high", "odd"}));
+  ASSERT_EQ(Add(1, "low"), result::kOk);
+  EXPECT_EQ(cloud_.GetMetaDataNames(), (Names{"low", "high", "odd"}));
+}
+
 TEST_F(Registry, NeverListsContainersWithoutLowBits) {
   ASSERT_EQ(Add(0, "none"), result::kOk);
   ASSERT_EQ(Add(0x10000, "accelerator"), result::kOk);

@@ -65,11 +65,31 @@ TEST(BlockBuilder, PutsPointsIntoTheOrderOfTheirTimesAndNoNumbersLast) {
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(Numbers(7), block);
+  BlockBuilder(set, {}).Build(Numbers(7), std::vector<std::uint32_t>{7}, block);
   const auto xyz = PositionsOf(block, 7);
   std::vector<std::int32_t> order;
   for (std::size_t i = 0; i < 7; ++i) order.push_back(xyz[3 * i]);
   EXPECT_EQ(order, (std::vector<std::int32_t>{4, 2, 6, 0, 3, 1, 5}));
+}
+
+TEST(BlockBuilder, OrdersEachPartForItself) {
+  const std::vector<double> times{5, 4, 3, 9, 1, 2, 0};
+  auto file = BuilderOf(7).Build();
+  const std::size_t at = LasBuilder::Get<std::uint32_t>(file, 96);
+  for (std::int32_t i = 0; i < 7; ++i) {
+    LasBuilder::Put(file, at + 28 * static_cast<std::size_t>(i), i);
+    LasBuilder::Put(file, at + 28 * static_cast<std::size_t>(i) + 20,
+                    times[static_cast<std::size_t>(i)]);
+  }
+  const ScanFolder folder;
+  PointSet set;
+  ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
+  BuiltBlock block;
+  BlockBuilder(set, {}).Build(Numbers(7), std::vector<std::uint32_t>{3, 0, 2, 2}, block);
+  const auto xyz = PositionsOf(block, 7);
+  std::vector<std::int32_t> order;
+  for (std::size_t i = 0; i < 7; ++i) order.push_back(xyz[3 * i]);
+  EXPECT_EQ(order, (std::vector<std::int32_t>{2, 1, 0, 4, 3, 6, 5}));
 }
 
 TEST(BlockBuilder, BoundsItsPointsTightlyInTheLocalFrame) {
@@ -79,7 +99,7 @@ TEST(BlockBuilder, BoundsItsPointsTightlyInTheLocalFrame) {
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
   BuiltBlock block;
-  BlockBuilder(set, {1000, -2000, 0}).Build(Numbers(3), block);
+  BlockBuilder(set, {1000, -2000, 0}).Build(Numbers(3), std::vector<std::uint32_t>{3}, block);
   // Scale 0.01, 0.02, 0.001; offset 1000, -2000, 3.
   EXPECT_EQ(block.box.min, (oocpc::Vector3d{-100 * 0.01 + 1000 - 1000, -200 * 0.02 - 2000 + 2000,
                                             3000 * 0.001 + 3 - 0}));
@@ -92,7 +112,7 @@ TEST(BlockBuilder, MakesABlockForThePositionsAndEachDimension) {
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", BuilderOf(20).Build())}, set)));
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(Numbers(20), block);
+  BlockBuilder(set, {}).Build(Numbers(20), std::vector<std::uint32_t>{20}, block);
   ASSERT_EQ(block.columns.size(), set.GetDimensions().size() + 1);
   for (const oocpc::EncodedBlock& column : block.columns) EXPECT_EQ(column.entry.valueCount, 20u);
 }

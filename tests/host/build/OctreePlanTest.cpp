@@ -3,17 +3,22 @@
 
 #include <algorithm>
 #include <map>
+#include <numeric>
 #include <random>
 #include <set>
 #include <utility>
 
 #include "host/build/MortonCube.h"
 #include "host/build/OctreePlan.h"
+#include "tests/support/ReferencePlan.h"
 
 namespace tarnhost {
 namespace {
 
+using oocpctest::ReferencePlan;
+
 constexpr std::uint32_t kCapacity = OctreePlan::kNodeCapacity;
+constexpr std::uint32_t kSampleLimit = OctreePlan::kSampleLimit;
 
 std::vector<CodedPoint> Coded(const std::vector<std::uint64_t>& codes) {
   std::vector<CodedPoint> points;
@@ -40,12 +45,22 @@ void CheckPlan(const OctreePlan& plan, const std::vector<std::uint64_t>& codes) 
   EXPECT_EQ(plan.nodes.back().level, 0u);
   EXPECT_EQ(plan.nodes.back().subtreePointCount, codes.size());
   std::uint64_t next = 0;
+  std::uint64_t nextPart = 0;
   std::set<std::uint64_t> withParent;
   for (std::size_t i = 0; i < plan.nodes.size(); ++i) {
     const PlannedNode& node = plan.nodes[i];
     EXPECT_EQ(node.firstPoint, next);
     next += node.ownPointCount;
-    EXPECT_LE(node.ownPointCount, kCapacity);
+    EXPECT_LE(node.ownPointCount, node.subtreePointCount <= kCapacity ? kCapacity : kSampleLimit);
+    ASSERT_GE(node.partCount, 1u);
+    EXPECT_EQ(node.firstPart, nextPart);
+    nextPart += node.partCount;
+    const auto parts = plan.PartsOf(node);
+    EXPECT_EQ(std::accumulate(parts.begin(), parts.end(), 0u), node.ownPointCount);
+    const bool isLeaf = std::ranges::all_of(
+        node.children, [](std::uint64_t child) { return child == PlannedNode::kNoChild; });
+    EXPECT_EQ(isLeaf, node.subtreePointCount <= kCapacity);
+    EXPECT_TRUE(isLeaf || node.partCount == 1);
     std::uint64_t total = node.ownPointCount;
     for (std::size_t octant = 0; octant < 8; ++octant) {
       const std::uint64_t child = node.children[octant];
@@ -64,6 +79,40 @@ void CheckPlan(const OctreePlan& plan, const std::vector<std::uint64_t>& codes) 
     }
   }
   EXPECT_EQ(withParent.size() + 1, plan.nodes.size());
+  EXPECT_EQ(nextPart, plan.parts.size());
+}
+
+/// What holds as long as Morton bits tell points apart: the levels are those of a plain grid.
+void CheckLevels(const OctreePlan& plan, const std::vector<std::uint64_t>& codes) {
+  const ReferencePlan reference(codes);
+  EXPECT_EQ(plan.gridBits, reference.GetGridBits());
+  std::map<std::pair<std::uint32_t, std::uint64_t>, std::set<std::uint64_t>> samples;
+  for (const PlannedNode& node : plan.nodes) {
+    std::uint64_t next = node.firstPoint;
+    std::uint32_t level = node.level;
+    for (const std::uint32_t count : plan.PartsOf(node)) {
+      for (const std::uint64_t end = next + count; next < end; ++next) {
+        samples[{level, node.indexInLevel}].insert(plan.order[next]);
+      }
+      ++level;
+    }
+  }
+  EXPECT_EQ(samples.size(), reference.GetSamples().size());
+  for (const auto& [place, points] : reference.GetSamples()) {
+    EXPECT_TRUE(samples[place] == points)
+        << "level " << place.first << ", node " << place.second << ": " << samples[place].size()
+        << " points, expected " << points.size();
+  }
+}
+
+void CheckAll(const std::vector<std::uint64_t>& codes) {
+  const OctreePlan plan = PlanOctree(Coded(codes));
+  CheckPlan(plan, codes);
+  CheckLevels(plan, codes);
+}
+
+std::uint64_t CodeOf(std::uint64_t x, std::uint64_t y, std::uint64_t z) {
+  return SpreadBits(x) | SpreadBits(y) << 1 | SpreadBits(z) << 2;
 }
 
 TEST(OctreePlan, GivesAnEmptyRootForNoPoints) {
@@ -101,46 +150,96 @@ TEST(OctreePlan, PutsEveryPointIntoTheCellOfItsNode) {
   EXPECT_GT(plan.nodes.back().ownPointCount, 1000u);
 }
 
-/// Points of each cell of a level.
-std::map<std::uint64_t, std::vector<std::uint64_t>> CellsOf(const std::vector<std::uint64_t>& codes,
-                                                            unsigned level) {
-  std::map<std::uint64_t, std::vector<std::uint64_t>> cells;
-  for (std::uint64_t i = 0; i < codes.size(); ++i) {
-    cells[codes[i] >> (3 * (kMortonBits - level))].push_back(i);
-  }
-  return cells;
-}
-
-/// Squared distance from the centre of the cell, in units of half a finest cell.
-double DistanceFromCentre(std::uint64_t code, unsigned level) {
-  const double edge = static_cast<double>(1u << (kMortonBits - level));
-  double sum = 0;
-  for (unsigned axis = 0; axis < 3; ++axis) {
-    const auto cell = CollectBits(code >> axis) % (1u << (kMortonBits - level));
-    const double distance = static_cast<double>(cell) + 0.5 - edge / 2;
-    sum += distance * distance;
-  }
-  return sum;
-}
-
-TEST(OctreePlan, SamplesThePointNearestToTheCentreOfEachCellOfTheFinestGridThatFits) {
+TEST(OctreePlan, SamplesEachLevelOnOneGrid) {
   auto codes = RandomCodes(60000);
   for (std::size_t i = 0; i < 20000; ++i) codes[i] = codes[i + 20000];  // ties
-  const OctreePlan plan = PlanOctree(Coded(codes));
-  unsigned level = 0;
-  while (level < 7 && CellsOf(codes, level + 1).size() <= kCapacity) ++level;
-  std::set<std::uint64_t> expected;
-  for (const auto& [cell, points] : CellsOf(codes, level)) {
-    std::vector<std::pair<std::pair<double, std::uint64_t>, std::uint64_t>> ranked;
-    for (const std::uint64_t point : points) {
-      ranked.push_back({{DistanceFromCentre(codes[point], level), codes[point]}, point});
-    }
-    expected.insert(std::min_element(ranked.begin(), ranked.end())->second);
+  CheckAll(codes);
+}
+
+TEST(OctreePlan, SamplesADenseCornerOnTheSameGrid) {
+  auto codes = RandomCodes(100000);
+  for (std::size_t i = 0; i < codes.size(); i += 3) codes[i] >>= 31;
+  CheckAll(codes);
+}
+
+TEST(OctreePlan, DividesALeafIntoLevelsThatTogetherAreItsPoints) {
+  std::vector<std::uint64_t> codes;
+  for (std::uint64_t i = 0; i < 150 * 130; ++i) {
+    codes.push_back(CodeOf(i % 150 * 4000, i / 150 * 4000, 5));
   }
+  const OctreePlan plan = PlanOctree(Coded(codes));
+  CheckPlan(plan, codes);
+  CheckLevels(plan, codes);
+  ASSERT_EQ(plan.nodes.size(), 1u);
+  const auto parts = plan.PartsOf(plan.nodes[0]);
+  ASSERT_GE(parts.size(), 2u);
+}
+
+TEST(OctreePlan, LetsALastSixteenthJoinTheLevelBefore) {
+  // A cell each for 1500 points, and 100 more that share their cells on every grid.
+  std::vector<std::uint64_t> codes;
+  for (std::uint64_t i = 0; i < 1500; ++i)
+    codes.push_back(CodeOf(i << 10, (i * 7 % 1500) << 10, 0));
+  for (std::uint64_t i = 0; i < 100; ++i) codes.push_back(codes[i]);
+  const OctreePlan plan = PlanOctree(Coded(codes));
+  CheckPlan(plan, codes);
+  CheckLevels(plan, codes);
+  ASSERT_EQ(plan.nodes.size(), 1u);
+  EXPECT_GT(plan.PartsOf(plan.nodes[0]).back(), 100u);
+}
+
+TEST(OctreePlan, KeepsSamplesOfATiltedPlaneApart) {
+  std::vector<std::uint64_t> codes;
+  for (std::uint64_t y = 0; y < 300; ++y) {
+    for (std::uint64_t x = 0; x < 300; ++x) {
+      codes.push_back(CodeOf(x * 5000, y * 5000, x * 1700 + y * 900));
+    }
+  }
+  CheckAll(codes);
+}
+
+TEST(OctreePlan, TakesACoarserSampleWhereANodeWouldKeepTooMany) {
+  // One octant is dense, the others nearly empty, so the grid is as fine as it gets.
+  std::vector<std::uint64_t> codes;
+  constexpr unsigned kShift = kMortonBits - 8;
+  for (std::uint64_t x = 0; x < 54; ++x) {
+    for (std::uint64_t y = 0; y < 54; ++y) {
+      for (std::uint64_t z = 0; z < 54; ++z) {
+        codes.insert(codes.end(), 3, CodeOf(x << kShift, y << kShift, z << kShift));
+      }
+    }
+  }
+  for (std::uint64_t octant = 1; octant < 8; ++octant) codes.push_back(octant << 60);
+  const OctreePlan plan = PlanOctree(Coded(codes));
+  CheckPlan(plan, codes);
+  CheckLevels(plan, codes);
+  EXPECT_EQ(plan.gridBits, 7u);
   const PlannedNode& root = plan.nodes.back();
-  const auto begin = plan.order.begin() + static_cast<std::ptrdiff_t>(root.firstPoint);
-  EXPECT_EQ(std::set<std::uint64_t>(begin, begin + root.ownPointCount), expected);
-  EXPECT_LE(root.ownPointCount, kCapacity);
+  EXPECT_EQ(root.ownPointCount, 27u * 27 * 27 + 7);
+  const PlannedNode& dense = plan.nodes[root.children[0]];
+  EXPECT_GT(dense.ownPointCount, 1000u);
+  EXPECT_LE(dense.ownPointCount, 27u * 27 * 27) << "cells twice as large";
+}
+
+TEST(OctreePlan, ChoosesACoarserGridForAFilledCube) {
+  const auto codes = RandomCodes(100000);
+  const OctreePlan plan = PlanOctree(Coded(codes));
+  EXPECT_LT(plan.gridBits, 7u);
+  CheckPlan(plan, codes);
+  CheckLevels(plan, codes);
+}
+
+TEST(OctreePlan, SamplesALine) {
+  std::vector<std::uint64_t> codes;
+  for (std::uint64_t i = 0; i < 60000; ++i) codes.push_back(CodeOf(i * 34, 5, 1000));
+  CheckAll(codes);
+}
+
+TEST(OctreePlan, DividesPointsThatAreAllEqual) {
+  const std::vector<std::uint64_t> codes(1000, 0x123456789ABCDEFu);
+  CheckAll(codes);
+  // A leaf is reached before there are no bits any more.
+  CheckAll(std::vector<std::uint64_t>(kCapacity + 5, 0x123456789ABCDEFu));
 }
 
 TEST(OctreePlan, DealsPointsThatNoBitTellsApartByCount) {
@@ -155,7 +254,7 @@ TEST(OctreePlan, DealsPointsThatNoBitTellsApartByCount) {
 TEST(OctreePlan, KeepsTwoFarClustersApart) {
   auto codes = RandomCodes(60000, 20);
   for (std::size_t i = 0; i < codes.size(); i += 2) codes[i] |= std::uint64_t{7} << 60;
-  CheckPlan(PlanOctree(Coded(codes)), codes);
+  CheckAll(codes);
 }
 
 }  // namespace

@@ -41,6 +41,60 @@ TEST(CloudFacts, CountsNodesPointsAndBytes) {
   EXPECT_EQ(facts.iterations[0].addedPointCount, 30000u);
 }
 
+TEST(CloudFacts, ListsTheLevelsOfDetail) {
+  const ScanFolder folder;
+  folder.ImportBytes(ScanOf(30000));
+  const CloudFacts facts = FactsOf(folder);
+  ASSERT_GE(facts.levels.size(), 2u);
+  std::uint64_t points = 0;
+  for (std::size_t i = 0; i < facts.levels.size(); ++i) {
+    EXPECT_EQ(facts.levels[i].level, i);
+    EXPECT_EQ(facts.levels[i].spacing, facts.levels[0].spacing / static_cast<double>(1u << i));
+    EXPECT_GT(facts.levels[i].pointCount, 0u);
+    points += facts.levels[i].pointCount;
+  }
+  EXPECT_EQ(points, 30000u);
+  EXPECT_EQ(facts.levels[0].nodeCount, 1u);
+  EXPECT_GT(facts.levels[0].spacing, 0);
+  const auto cloud = folder.Open();
+  OOCPCOctreeAcceleratorNode root;
+  ASSERT_TRUE(IsOk(cloud->ReadRoot(0, root)));
+  EXPECT_EQ(facts.levels[0].pointCount, root.ownPointCount);
+  EXPECT_EQ(facts.levels[1].nodeCount, facts.nodeCount - 1) << "all others are of level 1";
+}
+
+TEST(CloudFacts, ListsNoLevelsWhereThereAreNone) {
+  const ScanFolder folder;
+  folder.ImportBytes(ScanOf(100));
+  const auto place = folder.Repository() / "DEF_UPDATE_ITERATIONS";
+  const auto bytes = oocpctest::ReadFile(place);
+  OOCPCUpdateIteration record;
+  ASSERT_EQ(record.Unstream(1, bytes.data(), static_cast<std::uint16_t>(bytes.size())), 0u);
+  record.lodPayload = {0, 0};
+  std::vector<std::uint8_t> again;
+  record.Stream(again);
+  oocpctest::WriteFile(place, again);
+  EXPECT_TRUE(FactsOf(folder).levels.empty());
+}
+
+class DamagedLevels : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(DamagedLevels, AreToldByName) {
+  const ScanFolder folder;
+  folder.ImportBytes(ScanOf(100));
+  auto bytes = oocpctest::ReadFile(folder.Repository() / GetParam());
+  bytes[30] ^= 1;
+  oocpctest::WriteFile(folder.Repository() / GetParam(), bytes);
+  const auto cloud = folder.Open();
+  std::vector<LevelFacts> levels;
+  const Outcome outcome = CollectLevels(*cloud, 0, levels);
+  EXPECT_EQ(outcome.code, oocpc::result::kChecksumMismatch);
+  EXPECT_NE(outcome.where.find(GetParam()), std::string::npos) << outcome.where;
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, DamagedLevels,
+                         ::testing::Values("DEF_LOD", "DEF_OCTREE_LOD_NODES_0"));
+
 TEST(CloudFacts, GivesTheRangesAndMeansOfTheScan) {
   const ScanFolder folder;
   const auto scan = folder.Add("scan.las", ScanOf(30000, 6));

@@ -69,9 +69,8 @@ TEST_F(LodTreeWalk, GivesAnInnerNodeOneChildForEachOfTheOctree) {
     if (octreeNode.IsLeaf()) continue;
     hasInner = true;
     std::vector<std::uint64_t> expected;
-    std::ranges::copy_if(octreeNode.children, std::back_inserter(expected), [](std::uint64_t i) {
-      return i != OOCPCOctreeAcceleratorNode::kNoChild;
-    });
+    std::ranges::copy_if(octreeNode.children, std::back_inserter(expected),
+                         [](std::uint64_t i) { return i != OOCPCOctreeAcceleratorNode::kNoChild; });
     std::vector<std::uint64_t> found;
     for (const LodNode& child : family.children) {
       found.push_back(child.nodeIndex);

@@ -1,6 +1,4 @@
 // Where positions come to lie in the picture.
-#include "host/render/Camera.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -8,6 +6,8 @@
 #include <limits>
 #include <random>
 #include <vector>
+
+#include "host/render/Camera.h"
 
 namespace tarnhost {
 namespace {
@@ -152,8 +152,8 @@ TEST(CameraFit, UsesMostOfThePicture) {
       greatest[0] = std::max(greatest[0], projected.x);
       greatest[1] = std::max(greatest[1], projected.y);
     }
-    const double share = std::max((greatest[0] - least[0]) / kSize.width,
-                                  (greatest[1] - least[1]) / kSize.height);
+    const double share =
+        std::max((greatest[0] - least[0]) / kSize.width, (greatest[1] - least[1]) / kSize.height);
     EXPECT_GT(share, 0.8) << static_cast<int>(view);
   }
 }
@@ -270,11 +270,9 @@ TEST(CameraSees, NeverRejectsABoxWithAVisiblePoint) {
 TEST(CameraUnits, AreTheSameAtAllDepthsOnlyInParallel) {
   const Camera parallel = SeeingTheCube(View::kTop);
   EXPECT_EQ(parallel.UnitsPerPixel(1), parallel.UnitsPerPixel(100));
-  const double pixels =
-      ProjectionOf(parallel, {1, 0, 0}).x - ProjectionOf(parallel, {0, 0, 0}).x;
+  const double pixels = ProjectionOf(parallel, {1, 0, 0}).x - ProjectionOf(parallel, {0, 0, 0}).x;
   EXPECT_NEAR(pixels * parallel.UnitsPerPixel(5), 1, 1e-9);
-  const auto perspective =
-      Camera::Look({{0, -8, 0}, {0, 0, 0}}, {{-1, -1, -1}, {1, 1, 1}}, kSize);
+  const auto perspective = Camera::Look({{0, -8, 0}, {0, 0, 0}}, {{-1, -1, -1}, {1, 1, 1}}, kSize);
   ASSERT_TRUE(perspective);
   EXPECT_NEAR(perspective->UnitsPerPixel(8), 2 * perspective->UnitsPerPixel(4), 1e-12);
   const double across =

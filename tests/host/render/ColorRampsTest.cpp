@@ -1,12 +1,12 @@
 // Colours for numbers.
-#include "host/render/ColorRamps.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <set>
+
+#include "host/render/ColorRamps.h"
 
 namespace tarnhost {
 namespace {

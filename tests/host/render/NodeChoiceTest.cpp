@@ -1,12 +1,11 @@
 // Which level-of-detail nodes a picture gets.
-#include "host/render/NodeChoice.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <map>
 #include <set>
 
+#include "host/render/NodeChoice.h"
 #include "tests/support/SyntheticCloud.h"
 
 namespace tarnhost {
@@ -139,7 +138,8 @@ TEST_F(NodeChoice, GoesByTheSizeAtWhichTheDistanceOfThePointsShows) {
   const auto sizeOf = [&](const LodNode& node) {
     double depth = 0;
     const oocpc::Box3d box{node.octreeNode.corner1, node.octreeNode.corner2};
-    return camera.Sees(box, depth) ? tree_->GetSpacing(node.level) / camera.UnitsPerPixel(depth) : 0;
+    return camera.Sees(box, depth) ? tree_->GetSpacing(node.level) / camera.UnitsPerPixel(depth)
+                                   : 0;
   };
   const std::vector<ChosenNode> chosen = Choose(camera, kPoints / 2);
   ASSERT_GT(chosen.size(), 3u);
@@ -162,8 +162,8 @@ TEST_F(NodeChoice, GoesByTheSizeAtWhichTheDistanceOfThePointsShows) {
 }
 
 TEST_F(NodeChoice, KnowsHowDenselyEachPartIsDrawn) {
-  constexpr std::size_t kCells = std::size_t{ChosenNode::kCells} * ChosenNode::kCells *
-                                 ChosenNode::kCells;
+  constexpr std::size_t kCells =
+      std::size_t{ChosenNode::kCells} * ChosenNode::kCells * ChosenNode::kCells;
   const std::vector<ChosenNode> all = Choose(FromAbove({16000, 16000}));
   for (const ChosenNode& node : all) {
     ASSERT_EQ(node.spacings.size(), kCells);

@@ -1,12 +1,11 @@
 // Pictures written as PNG files and read again.
-#include "host/render/Picture.h"
-
 #include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 
+#include "host/render/Picture.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WithoutPrivileges.h"
 
@@ -46,9 +45,8 @@ TEST(Png, ComesBackAsItWasWritten) {
 TEST(Png, StatesItsSignatureAndSizeAsTheFormatWants) {
   const oocpctest::TemporaryFolder folder;
   const std::vector<std::uint8_t> bytes = BytesOfPng(folder);
-  const std::vector<std::uint8_t> expected{0x89, 'P', 'N', 'G', 13,  10, 26, 10, 0, 0,
-                                           0,    13,  'I', 'H', 'D', 'R', 0, 0,  0, 20,
-                                           0,    0,   0,   10,  8,   2};
+  const std::vector<std::uint8_t> expected{0x89, 'P', 'N', 'G', 13, 10, 26, 10, 0, 0, 0,  13, 'I',
+                                           'H',  'D', 'R', 0,   0,  0,  20, 0,  0, 0, 10, 8,  2};
   ASSERT_GE(bytes.size(), expected.size());
   EXPECT_TRUE(std::equal(expected.begin(), expected.end(), bytes.begin()));
 }
@@ -103,7 +101,8 @@ TEST(Png, IsRefusedBeforeMemoryIsTakenWhenItStatesAHugeSize) {
   std::vector<std::uint8_t> bytes = BytesOfPng(folder);
   bytes[17] = 1;  // 65,556 pixels wide
   const std::uint32_t sum = ChunkChecksum(std::span(bytes).subspan(12, 17));
-  for (std::size_t i = 0; i < 4; ++i) bytes[29 + i] = static_cast<std::uint8_t>(sum >> (24 - 8 * i));
+  for (std::size_t i = 0; i < 4; ++i)
+    bytes[29 + i] = static_cast<std::uint8_t>(sum >> (24 - 8 * i));
   oocpctest::WriteFile(folder / "huge.png", bytes);
   Picture picture;
   EXPECT_EQ(ReadPng(folder / "huge.png", picture).code, result::kPictureRefused);

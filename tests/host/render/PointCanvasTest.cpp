@@ -1,12 +1,12 @@
 // Points drawn as discs, the nearest in front.
-#include "host/render/PointCanvas.h"
-
 #include <gtest/gtest.h>
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <limits>
 #include <random>
+
+#include "host/render/PointCanvas.h"
 
 namespace tarnhost {
 namespace {

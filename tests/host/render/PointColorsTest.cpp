@@ -1,6 +1,4 @@
 // The colours of points, made from their values.
-#include "host/render/PointColors.h"
-
 #include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +7,7 @@
 
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/render/ColorRamps.h"
+#include "host/render/PointColors.h"
 #include "tests/support/PlainCloud.h"
 
 namespace tarnhost {

@@ -103,8 +103,8 @@ Plot PlotFromTop(Cloud& cloud, const LasFile& file, PictureSize size) {
     least[axis] = values[strays];
     greatest[axis] = values[values.size() - 1 - strays];
   }
-  double perPixel =
-      1.06 * std::max((greatest[0] - least[0]) / size.width, (greatest[1] - least[1]) / size.height);
+  double perPixel = 1.06 * std::max((greatest[0] - least[0]) / size.width,
+                                    (greatest[1] - least[1]) / size.height);
   if (!(perPixel > 0)) perPixel = 1;
   Plot plot{size, std::vector<double>(std::size_t{size.width} * size.height, kEmpty)};
   const oocpc::Vector3d& offset = cloud.GetFrameOffset();
@@ -196,7 +196,8 @@ bool IsClear(const Plot& plot, std::size_t pixel, double tolerance) {
   const auto height = static_cast<std::ptrdiff_t>(plot.size.height);
   const std::ptrdiff_t x = static_cast<std::ptrdiff_t>(pixel) % width;
   const std::ptrdiff_t y = static_cast<std::ptrdiff_t>(pixel) / width;
-  for (std::ptrdiff_t row = std::max<std::ptrdiff_t>(0, y - 3); row < std::min(height, y + 4); ++row) {
+  for (std::ptrdiff_t row = std::max<std::ptrdiff_t>(0, y - 3); row < std::min(height, y + 4);
+       ++row) {
     for (std::ptrdiff_t i = row * width + std::max<std::ptrdiff_t>(0, x - 3);
          i < row * width + std::min(width, x + 4); ++i) {
       if (plot.heights[static_cast<std::size_t>(i)] > plot.heights[pixel] + tolerance) return false;

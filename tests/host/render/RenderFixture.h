@@ -17,10 +17,9 @@ inline tarnhost::Picture Render(tarnhost::Cloud& cloud, const tarnhost::RenderOp
                                 tarnhost::RenderReport* report = nullptr) {
   tarnhost::Picture picture;
   tarnhost::RenderReport own;
-  EXPECT_TRUE(IsOk(
-      tarnhost::RenderPicture(cloud, options, picture, report == nullptr ? own : *report)));
-  EXPECT_EQ(picture.bytes.size(),
-            std::size_t{options.size.width} * options.size.height * 3);
+  EXPECT_TRUE(
+      IsOk(tarnhost::RenderPicture(cloud, options, picture, report == nullptr ? own : *report)));
+  EXPECT_EQ(picture.bytes.size(), std::size_t{options.size.width} * options.size.height * 3);
   return picture;
 }
 
@@ -34,8 +33,8 @@ inline Pixel PixelAt(const tarnhost::Picture& picture, std::size_t index) {
 /// A picture of nothing.
 inline tarnhost::Picture Background(tarnhost::PictureSize size) {
   tarnhost::PointCanvas canvas(size);
-  return tarnhost::ShadePicture(canvas,
-                                tarnhost::Camera::Fit(tarnhost::View::kTop, {}, {}, size), 1);
+  return tarnhost::ShadePicture(canvas, tarnhost::Camera::Fit(tarnhost::View::kTop, {}, {}, size),
+                                1);
 }
 
 /// Which pixels differ from the background.

@@ -1,6 +1,4 @@
 // Whole pictures of clouds.
-#include "host/render/Render.h"
-
 #include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
 #include <tbb/global_control.h>
@@ -9,6 +7,7 @@
 #include <cmath>
 #include <limits>
 
+#include "host/render/Render.h"
 #include "tests/host/render/RenderFixture.h"
 #include "tests/support/PlainCloud.h"
 #include "tests/support/SyntheticCloud.h"
@@ -113,8 +112,11 @@ TEST_F(RenderedStreet, LooksDifferentFromEachSideAndInEachColor) {
 }
 
 TEST_F(RenderedStreet, RefusesSizesThatNoPictureHas) {
-  for (const PictureSize size : {PictureSize{0, 100}, {100, 0}, {kMostPixels + 1, 1},
-                                 {1, kMostPixels + 1}, {0xFFFFFFFF, 0xFFFFFFFF}}) {
+  for (const PictureSize size : {PictureSize{0, 100},
+                                 {100, 0},
+                                 {kMostPixels + 1, 1},
+                                 {1, kMostPixels + 1},
+                                 {0xFFFFFFFF, 0xFFFFFFFF}}) {
     options_.size = size;
     const Outcome outcome = Try();
     EXPECT_EQ(outcome.code, result::kPictureRefused) << size.width << " x " << size.height;

@@ -1,6 +1,4 @@
 // Light and shadow on a canvas.
-#include "host/render/Shading.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -8,6 +6,8 @@
 #include <functional>
 #include <optional>
 #include <vector>
+
+#include "host/render/Shading.h"
 
 namespace tarnhost {
 namespace {

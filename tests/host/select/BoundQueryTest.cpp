@@ -1,6 +1,4 @@
 // A query asked of nodes and of runs of points.
-#include "host/select/BoundQuery.h"
-
 #include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
 
@@ -8,6 +6,7 @@
 #include <random>
 #include <set>
 
+#include "host/select/BoundQuery.h"
 #include "tests/support/SyntheticCloud.h"
 
 namespace tarnhost {
@@ -90,8 +89,8 @@ TEST_F(BoundToTheStreet, SelectsAllSomeOrNone) {
 TEST_F(BoundToTheStreet, ClassifiesNodesWithoutReadingThem) {
   OOCPCOctreeAcceleratorNode root;
   ASSERT_TRUE(IsOk(street_->cloud->ReadRoot(0, root)));
-  EXPECT_EQ(Bind("#true()")->Classify(root), OOCPCIQuery::ClassifyResult::kAll);
-  EXPECT_EQ(Bind("#false()")->Classify(root), OOCPCIQuery::ClassifyResult::kNone);
+  EXPECT_EQ(Bind("#true()")->Classify(root.Describe()), OOCPCIQuery::ClassifyResult::kAll);
+  EXPECT_EQ(Bind("#false()")->Classify(root.Describe()), OOCPCIQuery::ClassifyResult::kNone);
 }
 
 TEST_F(BoundToTheStreet, FailsForARangeThatIsNotThere) {
