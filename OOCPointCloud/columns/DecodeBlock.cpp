@@ -98,9 +98,11 @@ HRESULT DecodeDeltaShuffled(ColumnType type, const BlockEntry& entry, Stored sto
 }
 
 HRESULT DecodeRuns(ColumnType type, const BlockEntry& entry, Stored stored, Bytes& values) {
-  // Each run takes at least a byte, so stored bytes bound what is made of them.
+  // Each run takes a head, so stored bytes bound what is made of them.
+  if (entry.valueCount == 0 || stored.size() < LeastRunBytes(type, entry.valueCount)) {
+    return result::kBadRecord;
+  }
   values.resize(DecodedBytes(type, entry));
-  if (values.empty()) return result::kBadRecord;
   return UnpackRuns(type, stored, values) ? result::kOk : result::kBadRecord;
 }
 

@@ -153,7 +153,7 @@ bool DecodeComponent(std::span<const std::uint8_t>& coded, std::uint64_t& base,
   base = LoadLittleEndian<std::uint64_t>(coded.data());
   const auto entries = LoadLittleEndian<std::uint32_t>(coded.data() + sizeof(base));
   coded = coded.subspan(kBytes);
-  // A dictionary has fewer entries than there are values.
+  // A dictionary has no more entries than there are values.
   if (entries > residuals.size()) return false;
   if (entries > 0) {
     if (!DecodeDictionary(coded, entries, residuals)) return false;
@@ -163,31 +163,38 @@ bool DecodeComponent(std::span<const std::uint8_t>& coded, std::uint64_t& base,
   return true;
 }
 
-/// How a component becomes values again.
-struct Restored {
-  std::uint64_t base = 0;
-  bool differences = false;
-  std::uint8_t decimals = ValuePlanes::kAsTheyAre;
-  std::size_t component = 0;
+/// Gives a component's numbers one after the other: undoes what MakeResiduals did.
+template <bool kDifferences, bool kRelative>
+class NumberRestorer {
+ public:
+  /// `others` are the residuals of the second component, when these are relative to it.
+  NumberRestorer(std::uint64_t base, const std::uint64_t* residuals, const std::uint64_t* others)
+      : base_(base), number_(base), residual_(residuals), other_(others) {}
+  std::uint64_t operator()() {
+    std::uint64_t residual = UndoZigzag(*residual_++);
+    if constexpr (kRelative) residual += UndoZigzag(*other_++);
+    number_ = (kDifferences ? number_ : base_) + residual;
+    return number_;
+  }
+
+ private:
+  std::uint64_t base_;
+  std::uint64_t number_;
+  const std::uint64_t* residual_;
+  const std::uint64_t* other_;
 };
 
-/// Makes a component's values of its residuals, to which `others` are added unless there are none.
-/// In short parts, which stay near the processor.
-void RestoreComponent(ColumnType type, const Restored& how,
-                      std::span<const std::uint64_t> residuals,
-                      std::span<const std::uint64_t> others, std::span<std::uint8_t> values) {
-  std::array<std::uint64_t, 512> part;
-  std::uint64_t number = how.base;
-  for (std::size_t first = 0; first < residuals.size(); first += part.size()) {
-    const std::size_t count = std::min(part.size(), residuals.size() - first);
-    for (std::size_t i = 0; i < count; ++i) {
-      std::uint64_t residual = UndoZigzag(residuals[first + i]);
-      if (!others.empty()) residual += UndoZigzag(others[first + i]);
-      number = how.differences ? number + residual : how.base + residual;
-      part[i] = number;
-    }
-    StorePlane(type, std::span(part).first(count), how.decimals, how.component,
-               values.data() + first * ValueBytes(type));
+/// Calls `store` with what restores a component's numbers.
+template <typename Store>
+void RestoreComponent(std::uint8_t how, std::uint64_t base, const std::uint64_t* residuals,
+                      const std::uint64_t* others, const Store& store) {
+  const bool differences = (how & transform::kDifferences) != 0;
+  if (others != nullptr) {
+    differences ? store(NumberRestorer<true, true>(base, residuals, others))
+                : store(NumberRestorer<false, true>(base, residuals, others));
+  } else {
+    differences ? store(NumberRestorer<true, false>(base, residuals, others))
+                : store(NumberRestorer<false, false>(base, residuals, others));
   }
 }
 
@@ -214,7 +221,6 @@ bool DecodeResiduals(ColumnType type, std::span<const std::uint8_t> coded,
   const std::uint8_t how = coded[0];
   const std::uint8_t decimals = coded[1];
   const bool relative = (how & transform::kRelative) != 0;
-  const bool differences = (how & transform::kDifferences) != 0;
   if (how > transform::kAll || (relative && type.components != 3) ||
       !IsPossibleDecimals(type, decimals)) {
     return false;
@@ -226,9 +232,10 @@ bool DecodeResiduals(ColumnType type, std::span<const std::uint8_t> coded,
     std::uint64_t base = 0;
     if (!DecodeComponent(coded, base, numbers)) return false;
     // The residuals of the second component, which comes first, are the others' as well.
-    const auto others = relative && place > 0 ? buffer.Part(0) : std::span<std::uint64_t>();
-    RestoreComponent(type, {base, differences, decimals, ComponentAt(how, place)}, numbers, others,
-                     values);
+    const std::uint64_t* const others = relative && place > 0 ? buffer.Part(0).data() : nullptr;
+    RestoreComponent(how, base, numbers.data(), others, [&](auto next) {
+      StoreNumbers(type, decimals, ComponentAt(how, place), count, next, values.data());
+    });
   }
   return coded.empty();
 }

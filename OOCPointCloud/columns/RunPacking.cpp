@@ -46,6 +46,11 @@ bool ForEachRun(ColumnType type, std::size_t valueCount, const Run& run) {
 
 }  // namespace
 
+std::uint64_t LeastRunBytes(ColumnType type, std::uint64_t valueCount) {
+  const std::uint64_t runs = (valueCount + kRun - 1) / kRun;
+  return runs * type.components * (1 + ComponentBytes(type.value));
+}
+
 std::uint64_t CountRunBytes(ColumnType type, std::span<const std::uint8_t> values) {
   const std::size_t stride = ValueBytes(type);
   std::uint64_t bytes = 0;

@@ -8,6 +8,9 @@
 
 namespace oocpc {
 
+/// Bytes that so many values take at least, when those of each run are all the same.
+[[nodiscard]] std::uint64_t LeastRunBytes(ColumnType type, std::uint64_t valueCount);
+
 /// Bytes that PackRuns would make.
 [[nodiscard]] std::uint64_t CountRunBytes(ColumnType type, std::span<const std::uint8_t> values);
 

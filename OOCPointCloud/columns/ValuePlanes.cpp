@@ -60,15 +60,6 @@ void FillWithPatterns(ColumnType type, std::span<const std::uint8_t> values, Val
   }
 }
 
-template <typename T>
-T FromPattern(std::uint64_t number) {
-  if constexpr (sizeof(T) == sizeof(std::uint32_t)) {
-    return std::bit_cast<T>(static_cast<std::uint32_t>(number));
-  } else {
-    return std::bit_cast<T>(number);
-  }
-}
-
 }  // namespace
 
 ValuePlanes ValuePlanes::Of(ColumnType type, std::span<const std::uint8_t> values) {
@@ -93,31 +84,6 @@ ValuePlanes ValuePlanes::Of(ColumnType type, std::span<const std::uint8_t> value
 bool IsPossibleDecimals(ColumnType type, std::uint8_t decimals) {
   if (decimals == ValuePlanes::kAsTheyAre) return true;
   return IsFloatingPoint(type.value) && decimals <= kMostDecimals;
-}
-
-void StorePlane(ColumnType type, std::span<const std::uint64_t> plane, std::uint8_t decimals,
-                std::size_t component, std::uint8_t* values) {
-  const std::size_t stride = ValueBytes(type);
-  const auto store = [&](auto tag, const auto& convert) {
-    using T = typename decltype(tag)::Type;
-    std::uint8_t* to = values + component * sizeof(T);
-    for (const std::uint64_t number : plane) {
-      StoreComponent(to, convert(number));
-      to += stride;
-    }
-  };
-  VisitComponentType(type.value, [&](auto tag) {
-    using T = typename decltype(tag)::Type;
-    if constexpr (!std::is_floating_point_v<T>) {
-      store(tag, [](std::uint64_t number) { return static_cast<T>(number); });
-    } else if (decimals == ValuePlanes::kAsTheyAre) {
-      store(tag, [](std::uint64_t number) { return FromPattern<T>(number); });
-    } else {
-      store(tag, [&](std::uint64_t number) {
-        return FromDecimal<T>(static_cast<std::int64_t>(number), decimals);
-      });
-    }
-  });
 }
 
 }  // namespace oocpc

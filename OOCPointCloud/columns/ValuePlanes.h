@@ -7,6 +7,9 @@
 #include <span>
 #include <vector>
 
+#include "OOCPointCloud/columns/ComponentTypes.h"
+#include "OOCPointCloud/columns/DecimalNumbers.h"
+
 namespace oocpc {
 
 /// Integers are widened; floating-point numbers become whole multiples of a power of ten where that
@@ -24,8 +27,35 @@ struct ValuePlanes {
 /// Whether values of this type can have been taken apart so.
 [[nodiscard]] bool IsPossibleDecimals(ColumnType type, std::uint8_t decimals);
 
-/// Puts one component back: into values of `type`, whose first begins at `values`.
-void StorePlane(ColumnType type, std::span<const std::uint64_t> plane, std::uint8_t decimals,
-                std::size_t component, std::uint8_t* values);
+/// Puts one component of `count` values back, whose numbers `next` gives one after the other: into
+/// values of `type`, the first of which begins at `values`.
+template <typename Next>
+void StoreNumbers(ColumnType type, std::uint8_t decimals, std::size_t component, std::size_t count,
+                  Next next, std::uint8_t* values) {
+  const std::size_t stride = ValueBytes(type);
+  const auto store = [&](auto convert) {
+    std::uint8_t* to = values + component * sizeof(convert(0));
+    for (std::size_t i = 0; i < count; ++i, to += stride) StoreComponent(to, convert(next()));
+  };
+  const auto multiple = [&](auto tag) {
+    using T = typename decltype(tag)::Type;
+    store([&](std::uint64_t number) {
+      return FromDecimal<T>(static_cast<std::int64_t>(number), decimals);
+    });
+  };
+  const auto pattern = [&](auto tag) {
+    using T = typename decltype(tag)::Type;
+    store([](std::uint64_t number) { return static_cast<T>(number); });
+  };
+  const std::uint32_t width = ComponentBytes(type.value);
+  if (decimals != ValuePlanes::kAsTheyAre) {
+    width == sizeof(float) ? multiple(ComponentTag<float>{}) : multiple(ComponentTag<double>{});
+  } else if (width <= sizeof(std::uint16_t)) {
+    width == 1 ? pattern(ComponentTag<std::uint8_t>{}) : pattern(ComponentTag<std::uint16_t>{});
+  } else {
+    width == sizeof(std::uint32_t) ? pattern(ComponentTag<std::uint32_t>{})
+                                   : pattern(ComponentTag<std::uint64_t>{});
+  }
+}
 
 }  // namespace oocpc

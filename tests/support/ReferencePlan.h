@@ -62,9 +62,10 @@ class ReferencePlan {
   }
   template <typename Points>
   std::size_t CountCells(const Points& points, unsigned level) const {
-    std::set<std::uint64_t> cells;
-    for (const std::uint64_t point : points) cells.insert(CellOf(codes_[point], level));
-    return cells.size();
+    std::vector<std::uint64_t> cells;
+    for (const std::uint64_t point : points) cells.push_back(CellOf(codes_[point], level));
+    std::sort(cells.begin(), cells.end());
+    return static_cast<std::size_t>(std::unique(cells.begin(), cells.end()) - cells.begin());
   }
 
   bool IsCoarseEnough() const {

@@ -101,9 +101,18 @@ EncodedBlock ExpectRoundTrip(ColumnType type, const Bytes& values) {
 }
 
 // Kinds of data that lead to different encodings.
-enum class Kind { kNoise, kFewBits, kConstant, kRising, kTwoValues };
-constexpr Kind kKinds[] = {Kind::kNoise, Kind::kFewBits, Kind::kConstant, Kind::kRising,
-                           Kind::kTwoValues};
+enum class Kind {
+  kNoise,
+  kFewBits,
+  kConstant,
+  kRising,
+  kTwoValues,
+  kLevels,        // noise of eight bits upon a level that jumps every 128 values
+  kRepeats,       // full-width noise, a quarter of the block, then the same again: only zstd sees it
+  kRepeatedSteps  // likewise, but of differences
+};
+constexpr Kind kKinds[] = {Kind::kNoise,     Kind::kFewBits, Kind::kConstant, Kind::kRising,
+                           Kind::kTwoValues, Kind::kLevels,  Kind::kRepeats,  Kind::kRepeatedSteps};
 
 Bytes MakeValues(Kind kind, ColumnType type, std::size_t count, std::mt19937_64& random) {
   const std::uint32_t width = oocpc::ComponentBytes(type.value);
@@ -113,11 +122,17 @@ Bytes MakeValues(Kind kind, ColumnType type, std::size_t count, std::mt19937_64&
   const std::uint64_t mask = (std::uint64_t{1} << (random() % (width * 8))) - 1;
   Bytes values;
   std::uint64_t rising = base;
+  std::vector<std::uint64_t> noise(count * type.components / 4 + 1);
+  for (std::uint64_t& number : noise) number = random();
   for (std::size_t i = 0; i < count * type.components; ++i) {
     std::uint64_t value = base;
     if (kind == Kind::kFewBits) value = base + (random() & mask);
     if (kind == Kind::kRising) value = rising += random() % 5;
     if (kind == Kind::kTwoValues) value = random() % 2 == 0 ? base : other;
+    const std::uint64_t level = noise[i / (128 * type.components)];
+    if (kind == Kind::kLevels) value = (level & 0x7F00) + random() % 256;
+    if (kind == Kind::kRepeats) value = noise[i % noise.size()];
+    if (kind == Kind::kRepeatedSteps) value = rising += noise[i % noise.size()];
     const std::size_t at = values.size();
     values.resize(at + width);
     std::memcpy(values.data() + at, &value, width);
@@ -141,7 +156,7 @@ TEST(BlockRoundTrip, HoldsForEveryTypeAndKindOfData) {
       }
     }
   }
-  EXPECT_EQ(met.size(), 5u) << "every encoding takes part";
+  EXPECT_EQ(met.size(), 7u) << "every encoding takes part";
 }
 
 TEST(BlockRoundTrip, HoldsForEveryPackedWidthUpTo64Bits) {

@@ -93,21 +93,60 @@ TEST(BlockEncodingChoice, PrefersLightPackingToAHeavyEncodingThatSavesLittle) {
   EXPECT_EQ(block.bytes.size(), 12500u);
 }
 
-TEST(BlockEncodingChoice, TakesDeltasForATimeThatRises) {
+TEST(BlockEncodingChoice, TakesResidualsForATimeThatRises) {
   std::vector<double> times;
   for (int i = 0; i < 16384; ++i) times.push_back(3.1e8 + i * 1.0 / 1024);
   const EncodedBlock block = EncodeBlock({ValueType::kDouble, 1}, ValuesAsBytes(times));
-  EXPECT_EQ(block.entry.encoding, BlockEncoding::kDeltaShuffleZstd);
-  EXPECT_LT(block.bytes.size(), times.size());
+  EXPECT_EQ(block.entry.encoding, BlockEncoding::kResiduals);
+  EXPECT_LT(block.bytes.size(), 100u) << "all steps are the same";
 }
 
-TEST(BlockEncodingChoice, TakesShuffledBytesWhereNeighboursDiffer) {
-  // Two far apart doubles in random order: differences take three values, the doubles two.
-  std::vector<double> values;
-  for (const std::uint32_t number : RandomNumbers(16384, 2))
-    values.push_back(number == 0 ? 0.1 : 1e9 / 7);
+TEST(BlockEncodingChoice, TakesRunsWhereNeighboursAreAlikeButNotPredictable) {
+  // Eight random bits upon a level that changes with each run of 128.
+  std::vector<std::uint32_t> values = RandomNumbers(16384, 256);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    values[i] += static_cast<std::uint32_t>(i / 128 * 7919 % 128 * 1000);
+  }
+  const EncodedBlock block = EncodeBlock({ValueType::kUInt32, 1}, ValuesAsBytes(values));
+  EXPECT_EQ(block.entry.encoding, BlockEncoding::kRuns);
+  EXPECT_EQ(block.bytes.size(), 128u * (1 + 4 + 128));
+}
+
+TEST(BlockEncodingChoice, TakesShuffledBytesWhereFarNeighboursRepeat) {
+  // Random patterns of numbers from 1 to 2, and the same again three times: neither decimal nor
+  // near their neighbours, and too many for a dictionary.
+  std::vector<double> values(16384);
+  std::mt19937_64 random(8);
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const std::uint64_t pattern = 0x3FF0000000000000u | random() >> 12;
+    values[i] = i < 4096 ? std::bit_cast<double>(pattern) : values[i - 4096];
+  }
   const EncodedBlock block = EncodeBlock({ValueType::kDouble, 1}, ValuesAsBytes(values));
   EXPECT_EQ(block.entry.encoding, BlockEncoding::kShuffleZstd);
+  EXPECT_LT(block.bytes.size(), 4096u * 8);
+}
+
+TEST(BlockEncodingChoice, TakesDeltasWhereStepsRepeatFarAway) {
+  // Random steps of 64 bits, and the same again, from another start each time.
+  std::vector<std::uint64_t> steps(4096);
+  std::mt19937_64 random(9);
+  for (std::uint64_t& step : steps) step = random();
+  std::vector<std::uint64_t> values;
+  std::uint64_t value = 0;
+  for (std::size_t i = 0; i < 16384; ++i) values.push_back(value += steps[i % steps.size()]);
+  const EncodedBlock block = EncodeBlock({ValueType::kUInt64, 1}, ValuesAsBytes(values));
+  EXPECT_EQ(block.entry.encoding, BlockEncoding::kDeltaShuffleZstd);
+}
+
+TEST(BlockEncodingChoice, LeavesShortSingleComponentsLightUnlessHalfIsSaved) {
+  // About six and a half bits of entropy in eight: worth it for 32 bits, not for 16.
+  std::vector<std::uint32_t> wide = RandomNumbers(16384, 64);
+  for (std::size_t i = 0; i < wide.size(); i += 64) wide[i] = 255;
+  const std::vector<std::uint16_t> narrow(wide.begin(), wide.end());
+  EXPECT_EQ(EncodeBlock({ValueType::kUInt32, 1}, ValuesAsBytes(wide)).entry.encoding,
+            BlockEncoding::kResiduals);
+  EXPECT_EQ(EncodeBlock({ValueType::kUInt16, 1}, ValuesAsBytes(narrow)).entry.encoding,
+            BlockEncoding::kBitPacked);
 }
 
 TEST(BlockEncodingChoice, NeverStoresMoreThanTheRawBytes) {

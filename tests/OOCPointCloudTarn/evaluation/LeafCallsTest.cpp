@@ -47,7 +47,8 @@ class RecordingQuery final : public OOCPCIQuery {
     calls_.hadNoArrays = records == nullptr && sizes == nullptr;
     calls_.records.clear();
     calls_.sizes.clear();
-    for (std::uint64_t i = 0; i < GetNumberOfMetadata() && !calls_.hadNoArrays; ++i) {
+    if (records == nullptr || sizes == nullptr) return calls_.answer;
+    for (std::uint64_t i = 0; i < GetNumberOfMetadata(); ++i) {
       calls_.records.push_back(AddressOf(records[i]));
       calls_.sizes.push_back(sizes[i]);
     }

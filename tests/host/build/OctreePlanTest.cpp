@@ -252,7 +252,7 @@ TEST(OctreePlan, DealsPointsThatNoBitTellsApartByCount) {
 }
 
 TEST(OctreePlan, KeepsTwoFarClustersApart) {
-  auto codes = RandomCodes(60000, 20);
+  auto codes = RandomCodes(30000, 20);
   for (std::size_t i = 0; i < codes.size(); i += 2) codes[i] |= std::uint64_t{7} << 60;
   CheckAll(codes);
 }
