@@ -28,6 +28,30 @@ CLI::Validator IsWholeNumber() {
           ""};
 }
 
+bool ParseSize(std::string_view text, std::uint64_t& bytes) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, bytes);
+  if (error != std::errc() || bytes == 0 || end - stop > 1) return false;
+  if (stop == end) return true;
+  const std::string_view units = "KMGT";
+  const auto unit = units.find(static_cast<char>(std::toupper(static_cast<unsigned char>(*stop))));
+  if (unit == std::string_view::npos) return false;
+  const auto shift = static_cast<unsigned>(10 * (unit + 1));
+  if (bytes > ~std::uint64_t{0} >> shift) return false;
+  bytes <<= shift;
+  return true;
+}
+
+CLI::Validator IsSize() {
+  return {[](const std::string& text) {
+            std::uint64_t bytes = 0;
+            return ParseSize(text, bytes)
+                       ? std::string()
+                       : "\"" + text + "\" is no number of bytes such as 512M or 4G";
+          },
+          ""};
+}
+
 CLI::Validator EndsIn(const std::string& ending) {
   return {[ending](const std::string& text) {
             std::string found = std::filesystem::path(text).extension().string();

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace tarnapp {
 
@@ -13,5 +15,9 @@ CLI::Validator IsWholeNumber();
 /// Refuses a file name with another ending: a slip, at worst the name of a repository's own file.
 /// `ending` is lower case; letter case does not matter.
 CLI::Validator EndsIn(const std::string& ending);
+/// Refuses what is no number of bytes such as 800K, 512M or 4G.
+CLI::Validator IsSize();
+/// The bytes of such a number: units are powers of 1024. False when it is none.
+bool ParseSize(std::string_view text, std::uint64_t& bytes);
 
 }  // namespace tarnapp

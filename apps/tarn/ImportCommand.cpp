@@ -13,12 +13,14 @@ struct Arguments {
   std::vector<std::string> scans;
   std::string output;
   std::uint64_t time = 0;
+  std::string memory;
   bool quiet = false;
 };
 
 int Run(Arguments& arguments, bool hasTime) {
   arguments.options.inputs.assign(arguments.scans.begin(), arguments.scans.end());
   arguments.options.output = arguments.output;
+  if (!arguments.memory.empty()) ParseSize(arguments.memory, arguments.options.memoryBytes);
   if (hasTime) arguments.options.timePoint = arguments.time;
   arguments.options.progress = ShowProgress(arguments.quiet);
   tarnhost::ImportReport report;
@@ -47,6 +49,11 @@ void AddImport(CLI::App& app, Action& action) {
       ->check(IsNamed());
   command->add_flag("--overwrite", arguments->options.overwrite,
                     "Replace a repository that is there");
+  command
+      ->add_option("--memory", arguments->memory,
+                   "About the most memory to use, such as 512M or 4G; default a quarter of the\n"
+                   "machine's")
+      ->check(IsSize());
   CLI::Option* time =
       command
           ->add_option("--time", arguments->time,

@@ -33,7 +33,7 @@ bool TakeNumber(std::string_view& text, std::uint64_t& number) {
 }
 
 /// "1600x1000" as width and height.
-bool ParseSize(std::string_view text, tarnhost::PictureSize& size) {
+bool ParsePictureSize(std::string_view text, tarnhost::PictureSize& size) {
   std::uint64_t width = 0;
   std::uint64_t height = 0;
   if (!TakeNumber(text, width) || text.empty() || text.front() != 'x') return false;
@@ -60,10 +60,10 @@ bool ParseCount(std::string_view text, std::uint64_t& count) {
   return true;
 }
 
-CLI::Validator IsSize() {
+CLI::Validator IsPictureSize() {
   return {[](const std::string& text) {
             tarnhost::PictureSize size;
-            return ParseSize(text, size)
+            return ParsePictureSize(text, size)
                        ? std::string()
                        : "\"" + text + "\" is no size such as 1600x1000, each from 1 to " +
                              std::to_string(tarnhost::kMostPixels);
@@ -83,7 +83,7 @@ CLI::Validator IsCount() {
 
 int Run(Arguments& arguments, bool hasIteration) {
   tarnhost::RenderOptions& options = arguments.options;
-  ParseSize(arguments.size, options.size);
+  ParsePictureSize(arguments.size, options.size);
   ParseCount(arguments.points, options.pointBudget);
   if (!arguments.eye.empty()) {
     options.viewpoint.emplace();
@@ -168,7 +168,7 @@ void AddRender(CLI::App& app, Action& action) {
       ->required()
       ->check(EndsIn(".png"));
   command->add_option("--size", arguments->size, "Width and height in pixels; default 1600x1000")
-      ->check(IsSize());
+      ->check(IsPictureSize());
   AddViewOptions(*command, *arguments);
   command
       ->add_option("--color", arguments->options.color,

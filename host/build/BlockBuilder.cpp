@@ -2,9 +2,10 @@
 #include "host/build/BlockBuilder.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
-#include <numeric>
 
 #include "OOCPointCloud/support/Bytes.h"
 
@@ -46,38 +47,38 @@ BlockBuilder::BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameO
   }
 }
 
-void BlockBuilder::SortByTime(std::span<std::uint64_t> points) const {
-  if (!timeDimension_) return;
-  std::vector<std::uint8_t> bytes(points.size() * sizeof(double));
-  points_.GatherDimension(*timeDimension_, points, bytes.data());
-  std::vector<std::uint32_t> places(points.size());
-  std::iota(places.begin(), places.end(), 0u);
-  std::ranges::stable_sort(places, [&](std::uint32_t a, std::uint32_t b) {
-    const auto timeA = oocpc::LoadLittleEndian<double>(bytes.data() + 8 * std::size_t{a});
-    const auto timeB = oocpc::LoadLittleEndian<double>(bytes.data() + 8 * std::size_t{b});
-    if (std::isnan(timeA) || std::isnan(timeB)) return !std::isnan(timeA) && std::isnan(timeB);
-    return timeA < timeB;
+void BlockBuilder::SortByTime(const std::uint8_t* records, std::span<std::uint64_t> rows) const {
+  if (!timeDimension_ || rows.size() < 2) return;
+  struct Timed {
+    double time;
+    std::uint64_t row;
+  };
+  std::vector<double> times(rows.size());
+  points_.GatherDimension(*timeDimension_, records, rows,
+                          reinterpret_cast<std::uint8_t*>(times.data()));
+  std::vector<Timed> timed(rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) timed[i] = {times[i], rows[i]};
+  std::ranges::stable_sort(timed, [](const Timed& a, const Timed& b) {
+    if (std::isnan(a.time) || std::isnan(b.time)) return !std::isnan(a.time) && std::isnan(b.time);
+    return a.time < b.time;
   });
-  const std::vector<std::uint64_t> given(points.begin(), points.end());
-  for (std::size_t i = 0; i < places.size(); ++i) points[i] = given[places[i]];
+  for (std::size_t i = 0; i < rows.size(); ++i) rows[i] = timed[i].row;
 }
 
-void BlockBuilder::Build(std::span<const std::uint64_t> points,
+void BlockBuilder::Build(const std::uint8_t* records, std::span<const std::uint64_t> rows,
                          std::span<const std::uint32_t> parts, BuiltBlock& block) const {
-  std::vector<std::uint64_t> ordered(points.begin(), points.end());
+  std::vector<std::uint64_t> ordered(rows.begin(), rows.end());
   std::size_t begin = 0;
   for (const std::uint32_t count : parts) {
-    SortByTime(std::span(ordered).subspan(begin, count));
+    SortByTime(records, std::span(ordered).subspan(begin, count));
     begin += count;
   }
   std::vector<std::int32_t> positions(3 * ordered.size());
-  points_.GatherPositions(ordered, positions.data());
-  block.box = EmptyBox();
+  const std::size_t recordBytes = points_.GetRecordBytes();
   for (std::size_t i = 0; i < ordered.size(); ++i) {
-    const auto position =
-        LocalPosition(positions.data() + 3 * i, points_.GetTransform(), frameOffset_);
-    Extend(block.box, {position, position});
+    std::memcpy(positions.data() + 3 * i, records + ordered[i] * recordBytes, 12);
   }
+  block.box = BoxOf(positions);
   block.columns.clear();
   std::vector<std::uint8_t> values(positions.size() * sizeof(std::int32_t));
   std::memcpy(values.data(), positions.data(), values.size());
@@ -85,9 +86,28 @@ void BlockBuilder::Build(std::span<const std::uint64_t> points,
   const auto& dimensions = points_.GetDimensions();
   for (std::size_t i = 0; i < dimensions.size(); ++i) {
     values.resize(ordered.size() * oocpc::ValueBytes(dimensions[i].type));
-    points_.GatherDimension(i, ordered, values.data());
+    points_.GatherDimension(i, records, ordered, values.data());
     block.columns.push_back(oocpc::EncodeBlock(dimensions[i].type, values));
   }
+}
+
+/// Every coordinate is a monotonic function of its integer, so the box of the integers gives that
+/// of the positions.
+oocpc::Box3d BlockBuilder::BoxOf(std::span<const std::int32_t> xyz) const {
+  std::array<std::int32_t, 3> least{xyz[0], xyz[1], xyz[2]};
+  std::array<std::int32_t, 3> greatest = least;
+  for (std::size_t i = 3; i < xyz.size(); i += 3) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      least[axis] = std::min(least[axis], xyz[i + axis]);
+      greatest[axis] = std::max(greatest[axis], xyz[i + axis]);
+    }
+  }
+  const PositionTransform& transform = points_.GetTransform();
+  const auto one = LocalPosition(least.data(), transform, frameOffset_);
+  const auto other = LocalPosition(greatest.data(), transform, frameOffset_);
+  oocpc::Box3d box{one, one};
+  Extend(box, {other, other});
+  return box;
 }
 
 }  // namespace tarnhost

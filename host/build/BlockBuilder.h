@@ -8,7 +8,6 @@
 #include <span>
 #include <vector>
 
-#include "host/build/OctreePlan.h"
 #include "host/build/PointSet.h"
 
 namespace tarnhost {
@@ -24,15 +23,17 @@ class BlockBuilder {
  public:
   BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameOffset);
 
-  /// Builds the block of the points named; at least one. `parts` divides them: each part is put
-  /// into the order of its GPS time where there is one (equal times and no numbers in the order
-  /// given, the latter last).
-  void Build(std::span<const std::uint64_t> points, std::span<const std::uint32_t> parts,
-             BuiltBlock& block) const;
+  /// Builds the block of the points named, rows of `records`; at least one. `parts` divides them:
+  /// each part is put into the order of its GPS time where there is one (equal times and no numbers
+  /// in the order given, the latter last).
+  void Build(const std::uint8_t* records, std::span<const std::uint64_t> rows,
+             std::span<const std::uint32_t> parts, BuiltBlock& block) const;
 
  private:
   /// Puts points into the order of their GPS time.
-  void SortByTime(std::span<std::uint64_t> points) const;
+  void SortByTime(const std::uint8_t* records, std::span<std::uint64_t> rows) const;
+
+  [[nodiscard]] oocpc::Box3d BoxOf(std::span<const std::int32_t> xyz) const;
 
   const PointSet& points_;
   oocpc::Vector3d frameOffset_;

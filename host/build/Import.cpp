@@ -109,7 +109,8 @@ Outcome ImportChecked(const ImportOptions& options, ImportReport& report) {
     return Outcome::FromCode(code, place.string());
   }
   TemporaryFolderOwner owner(building);
-  if (Outcome outcome = ImportIntoStore(options, std::move(store), report); !outcome.Ok()) {
+  if (Outcome outcome = ImportIntoStore(options, std::move(store), building, report);
+      !outcome.Ok()) {
     return outcome;
   }
   if (Outcome outcome = MoveIntoPlace(building, place); !outcome.Ok()) return outcome;
@@ -120,12 +121,12 @@ Outcome ImportChecked(const ImportOptions& options, ImportReport& report) {
 }  // namespace
 
 Outcome ImportIntoStore(const ImportOptions& options, std::unique_ptr<OOCPCIStreamStore> store,
-                        ImportReport& report) {
+                        const std::filesystem::path& temporaryFolder, ImportReport& report) {
   report = {};
   PointSet points;
   if (Outcome outcome = OpenScans(options, points, report); !outcome.Ok()) return outcome;
   OOCPCRepositoryWriter writer(std::move(store));
-  return RepositoryBuilder(points, options, writer).Run(report);
+  return RepositoryBuilder(points, options, temporaryFolder, writer).Run(report);
 }
 
 Outcome ImportScans(const ImportOptions& options, ImportReport& report) {

@@ -18,7 +18,8 @@ struct ImportOptions {
   std::vector<std::filesystem::path> inputs;  ///< LAS files; at least one
   std::filesystem::path output;               ///< the repository's folder
   bool overwrite = false;                     ///< replace a repository that is there
-  std::optional<std::uint64_t> timePoint;     ///< microseconds since 1970 UTC; default: now
+  std::uint64_t memoryBytes = 0;  ///< about the most memory to use; 0: a quarter of the machine's
+  std::optional<std::uint64_t> timePoint;  ///< microseconds since 1970 UTC; default: now
   std::function<bool(const ProgressReport&)> progress;  ///< may be empty; false stops
 };
 
@@ -41,7 +42,8 @@ struct ImportReport {
 Outcome ImportScans(const ImportOptions& options, ImportReport& report);
 
 /// The same into any store, for hosts with a storage of their own. Nothing is committed on failure.
+/// `temporaryFolder` is where points are kept that do not fit into memory; nothing stays there.
 Outcome ImportIntoStore(const ImportOptions& options, std::unique_ptr<OOCPCIStreamStore> store,
-                        ImportReport& report);
+                        const std::filesystem::path& temporaryFolder, ImportReport& report);
 
 }  // namespace tarnhost

@@ -74,7 +74,7 @@ std::uint8_t ChildMask(const Node& node, bool hasFinerPart) {
 }  // namespace
 
 Outcome BuildLod(const OctreePlan& plan, std::span<const Node> nodes, const MortonCube& cube,
-                 std::uint64_t nodeStreamId, BuiltLod& lod) {
+                 const SamplingGrid& grid, std::uint64_t nodeStreamId, BuiltLod& lod) {
   const std::vector<Level> levels = LevelLister(plan, nodes).List();
   if (levels.size() > std::numeric_limits<std::uint32_t>::max()) {
     return Outcome::Failure(oocpc::result::kOutOfMemory, "the cloud has more than 2^32 nodes", {},
@@ -83,7 +83,7 @@ Outcome BuildLod(const OctreePlan& plan, std::span<const Node> nodes, const Mort
   const std::vector<std::uint64_t> parents = FindParents(nodes);
   lod.block = {};
   lod.block.levelCount = levels.empty() ? 0 : levels.back().level + 1;
-  lod.block.scale = std::ldexp(cube.edge, -static_cast<int>(plan.gridBits));
+  lod.block.scale = std::ldexp(cube.edge, -static_cast<int>(grid.gridBits));
   for (std::size_t axis = 0; axis < 3; ++axis) {
     lod.block.centre[axis] = cube.min[axis] + cube.edge * 0.5;
   }

@@ -24,6 +24,7 @@ struct BuiltLod {
 /// first ones knows the coarse nodes. kOutOfMemory when the nodes are too many to be numbered in 32
 /// bits.
 Outcome BuildLod(const OctreePlan& plan, std::span<const OOCPCOctreeAcceleratorNode> nodes,
-                 const MortonCube& cube, std::uint64_t nodeStreamId, BuiltLod& lod);
+                 const MortonCube& cube, const SamplingGrid& grid, std::uint64_t nodeStreamId,
+                 BuiltLod& lod);
 
 }  // namespace tarnhost

@@ -6,23 +6,16 @@
 #include <span>
 #include <vector>
 
+#include "host/build/NodeSampler.h"
+
 namespace tarnhost {
 
-/// A point's place along the Morton curve, and its number in the point set.
-struct CodedPoint {
-  std::uint64_t code;
-  std::uint64_t point;
-
-  friend bool operator<(const CodedPoint& a, const CodedPoint& b) {
-    return a.code != b.code ? a.code < b.code : a.point < b.point;
-  }
-};
-
-/// One node of the plan. Children stand before their parents, the root last.
+/// One node of the plan. Children stand before their parents.
 struct PlannedNode {
   static constexpr std::uint64_t kNoChild = std::numeric_limits<std::uint64_t>::max();
 
-  std::uint64_t children[8];
+  std::uint64_t children[8] = {kNoChild, kNoChild, kNoChild, kNoChild,
+                               kNoChild, kNoChild, kNoChild, kNoChild};
   std::uint64_t firstPoint = 0;  ///< position of the own points in OctreePlan::order
   std::uint64_t subtreePointCount = 0;
   std::uint64_t indexInLevel = 0;
@@ -32,45 +25,55 @@ struct PlannedNode {
   std::uint32_t partCount = 0;
 };
 
-/// The nodes of an octree and the order in which they store the points.
+/// The nodes of an octree, or of a subtree, and the order in which they store the points.
 struct OctreePlan {
-  /// A node with no more points than this has no children.
+  /// A node in whose cell are no more points than this, those that nodes above it keep included,
+  /// has no children.
   static constexpr std::uint32_t kNodeCapacity = 24576;
-  /// No sample of a node is larger than this.
-  static constexpr std::uint32_t kSampleLimit = 65536;
 
-  std::vector<PlannedNode> nodes;
+  std::vector<PlannedNode> nodes;  ///< the root last
   /// Numbers of all points, node after node.
   std::vector<std::uint64_t> order;
   /// Points of each level of detail among a node's own points, which lie in this order: the node's
   /// own level, and for a leaf the finer ones. Together they are the node's own points.
   std::vector<std::uint32_t> parts;
-  /// The samples of level 0 have one point in each cell of a grid with 2^this cells along the edge
-  /// of the cube; each level halves the cells.
-  unsigned gridBits = 0;
 
   [[nodiscard]] std::span<const std::uint32_t> PartsOf(const PlannedNode& node) const {
     return std::span(parts).subspan(node.firstPart, node.partCount);
   }
 };
 
-/// Plans the octree of points sorted along the Morton curve; uses `points` up.
+/// How finely the levels of an octree are sampled: the samples of level 0 have one point in each
+/// cell of a grid with 2^gridBits cells along the edge of the cube; each level halves the cells.
+struct SamplingGrid {
+  unsigned gridBits = 7;
+
+  /// The finest grid, of 8 to 128 cells along an edge, of which no more than a node's capacity of
+  /// cells are occupied. `cells` counts them up to level 7 at least.
+  [[nodiscard]] static SamplingGrid Choose(std::span<const std::uint64_t> cells);
+  /// The level of the cells that a node of `level` has its sample from.
+  [[nodiscard]] unsigned CellLevel(unsigned level) const;
+};
+
+/// A node of the octree as the place where a subtree begins.
+struct SubtreeRoot {
+  unsigned level = 0;
+  std::uint64_t indexInLevel = 0;
+  /// Codes of the points in the root's cell that nodes above it have taken.
+  std::vector<std::uint64_t> above;
+};
+
+/// Plans the subtree of points sorted along the Morton curve; uses `points` up.
 ///
-/// The samples of all nodes of a level are taken on one grid, so that a level is evenly dense: one
-/// point in each occupied cell, the one nearest to the cell's centre, the first of several. Cells
-/// that a surface only touches would give points close to those of their neighbours, and finer
-/// levels would give points close to those of coarser ones. So while a level leaves half of the
-/// points or more to finer ones, no point is sampled that is closer than five eighths of a cell to
-/// one sampled before, in this level or above (see PointSpacing); another one of its cell is taken
-/// instead, or none. A node may thus have no point of its own level.
-///
-/// A node with more than kNodeCapacity points keeps such a sample; the rest goes to its children. A
-/// node with fewer keeps them all, but divides them into the same samples, level after level; a
-/// last sixteenth joins the level before. The grid is the finest, of at most 128 cells along a
-/// node's edge, for which the nodes of a level keep no more than kNodeCapacity points on average; a
-/// node whose own sample would be larger than kSampleLimit takes it from coarser cells. Points that
-/// no Morton bit tells apart are dealt to the children by count. No points at all give a root
-/// without points.
+/// The samples of all nodes of a level are taken on one grid, so that a level is evenly dense (see
+/// NodeSampler). A node with more than kNodeCapacity points in its cell keeps its sample; the rest
+/// goes to its children. A node with fewer keeps them all, but divides them into the samples of its
+/// level and of the finer ones; a last sixteenth joins the level before. Points that no Morton bit
+/// tells apart are dealt to the children by count. No points at all give a root without points.
+[[nodiscard]] OctreePlan PlanSubtree(std::vector<CodedPoint> points, SubtreeRoot root,
+                                     const SamplingGrid& grid);
+
+/// Plans a whole octree.
 [[nodiscard]] OctreePlan PlanOctree(std::vector<CodedPoint> points);
 
 }  // namespace tarnhost

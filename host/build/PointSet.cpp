@@ -38,9 +38,11 @@ Outcome CheckJoin(const ScanFile& first, const ScanFile& other) {
                       " (" + Text(a.offset) + ")",
                   other);
   }
-  const bool same = std::ranges::equal(
-      first.GetDimensions(), other.GetDimensions(),
-      [](const Dimension& x, const Dimension& y) { return x.name == y.name && x.type == y.type; });
+  const bool same = first.GetRecordBytes() == other.GetRecordBytes() &&
+                    std::ranges::equal(first.GetDimensions(), other.GetDimensions(),
+                                       [](const Dimension& x, const Dimension& y) {
+                                         return x.name == y.name && x.type == y.type;
+                                       });
   if (!same) {
     return Differ("its points have other dimensions than those of " + first.GetPath().string(),
                   other);
@@ -67,39 +69,30 @@ std::size_t PointSet::ScanOf(std::uint64_t point) const {
   return static_cast<std::size_t>(next - firstPoints_.begin()) - 1;
 }
 
-void PointSet::ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const {
+/// Calls `read` for each scan's part of the points: its number, the first point in it, how many.
+template <typename Read>
+void PointSet::ForEachScan(std::uint64_t first, std::uint64_t count, const Read& read) const {
   while (count > 0) {
     const std::size_t scan = ScanOf(first);
     const std::uint64_t here = std::min(count, firstPoints_[scan + 1] - first);
-    scans_[scan]->ReadPositions(first - firstPoints_[scan], here, xyz);
+    read(*scans_[scan], first - firstPoints_[scan], here);
     first += here;
     count -= here;
-    xyz += 3 * here;
   }
 }
 
-void PointSet::GatherPositions(std::span<const std::uint64_t> points, std::int32_t* xyz) const {
-  for (const std::uint64_t point : points) {
-    const std::size_t scan = scans_.size() == 1 ? 0 : ScanOf(point);
-    scans_[scan]->ReadPositions(point - firstPoints_[scan], 1, xyz);
-    xyz += 3;
-  }
+void PointSet::ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const {
+  ForEachScan(first, count, [&](const ScanFile& scan, std::uint64_t begin, std::uint64_t points) {
+    scan.ReadPositions(begin, points, xyz);
+    xyz += 3 * points;
+  });
 }
 
-void PointSet::GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
-                               std::uint8_t* out) const {
-  if (scans_.size() == 1) return scans_[0]->GatherDimension(dimension, points, out);
-  const std::uint32_t bytes = oocpc::ValueBytes(GetDimensions()[dimension].type);
-  std::vector<std::uint64_t> run;
-  for (std::size_t i = 0; i < points.size();) {
-    const std::size_t scan = ScanOf(points[i]);
-    run.clear();
-    for (; i < points.size() && ScanOf(points[i]) == scan; ++i) {
-      run.push_back(points[i] - firstPoints_[scan]);
-    }
-    scans_[scan]->GatherDimension(dimension, run, out);
-    out += run.size() * bytes;
-  }
+void PointSet::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const {
+  ForEachScan(first, count, [&](const ScanFile& scan, std::uint64_t begin, std::uint64_t points) {
+    scan.ReadRecords(begin, points, out);
+    out += points * scan.GetRecordBytes();
+  });
 }
 
 }  // namespace tarnhost

@@ -27,14 +27,18 @@ class PointSet {
   }
   /// Stored integers of the points [first, first + count): three per point.
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const;
-  /// Stored integers of the named points.
-  void GatherPositions(std::span<const std::uint64_t> points, std::int32_t* xyz) const;
-  /// Values of one dimension of the named points, value after value.
-  void GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
-                       std::uint8_t* out) const;
+  /// As ScanFile.
+  [[nodiscard]] std::size_t GetRecordBytes() const { return scans_[0]->GetRecordBytes(); }
+  void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const;
+  void GatherDimension(std::size_t dimension, const std::uint8_t* records,
+                       std::span<const std::uint64_t> rows, std::uint8_t* out) const {
+    scans_[0]->GatherDimension(dimension, records, rows, out);
+  }
 
  private:
   [[nodiscard]] std::size_t ScanOf(std::uint64_t point) const;
+  template <typename Read>
+  void ForEachScan(std::uint64_t first, std::uint64_t count, const Read& read) const;
 
   std::vector<std::unique_ptr<ScanFile>> scans_;
   std::vector<std::uint64_t> firstPoints_{0};  ///< of each scan, and the total at the end

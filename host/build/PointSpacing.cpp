@@ -13,8 +13,6 @@ namespace tarnhost {
 namespace {
 
 constexpr std::size_t kFewestSlots = 1024;
-/// How close is too close, in eighths of a cell.
-constexpr std::uint64_t kEighths = 5;
 
 /// Squared distance in finest cells.
 std::uint64_t SquaredDistance(std::uint64_t a, std::uint64_t b) {
@@ -29,67 +27,65 @@ std::uint64_t SquaredDistance(std::uint64_t a, std::uint64_t b) {
 
 }  // namespace
 
-void PointSpacing::SetCellLevel(unsigned cellLevel) {
-  cellLevel_ = cellLevel;
-  Rebuild(std::max(kFewestSlots, std::bit_ceil(2 * count_)));
+void PointSpacing::Start(unsigned cellLevel, std::size_t expected) {
+  bitsBelow_ = kMortonBits - cellLevel;
+  reach_ = (std::uint64_t{1} << bitsBelow_) / 2;
+  count_ = 0;
+  slots_.assign(std::max(kFewestSlots, std::bit_ceil(3 * expected)), kFree);
 }
 
 void PointSpacing::Add(std::uint64_t code) {
-  if (2 * (count_ + 1) > slots_.size()) Rebuild(std::max(kFewestSlots, 2 * slots_.size()));
+  if (2 * (count_ + 1) > slots_.size()) Grow();
   Put(code);
   ++count_;
 }
 
-void PointSpacing::Rebuild(std::size_t slotCount) {
+void PointSpacing::Grow() {
   const std::vector<std::uint64_t> old =
-      std::exchange(slots_, std::vector<std::uint64_t>(slotCount, kFree));
+      std::exchange(slots_, std::vector<std::uint64_t>(2 * slots_.size(), kFree));
   for (const std::uint64_t code : old) {
     if (code != kFree) Put(code);
   }
 }
 
 std::size_t PointSpacing::SlotOf(std::uint64_t cell) const {
+  // Multiplicative hashing by the golden ratio of 2^64.
   const std::uint64_t mixed = cell * 0x9E3779B97F4A7C15u;
   return static_cast<std::size_t>(mixed ^ mixed >> 32) & (slots_.size() - 1);
 }
 
 void PointSpacing::Put(std::uint64_t code) {
-  std::size_t slot = SlotOf(code >> (3 * (kMortonBits - cellLevel_)));
+  std::size_t slot = SlotOf(code >> (3 * bitsBelow_));
   while (slots_[slot] != kFree) slot = (slot + 1) & (slots_.size() - 1);
   slots_[slot] = code;
 }
 
 bool PointSpacing::IsTooClose(std::uint64_t code) const {
-  const unsigned bitsBelow = kMortonBits - cellLevel_;
-  const std::uint64_t edge = std::uint64_t{1} << bitsBelow;
-  const std::uint64_t reach = edge * kEighths / 8;
-  const std::uint64_t last = (std::uint64_t{1} << kMortonBits) - 1;
-  // The cells within reach along each axis.
+  constexpr std::uint64_t kLast = (std::uint64_t{1} << kMortonBits) - 1;
+  // The cells within reach along each axis: half a cell reaches into one neighbour.
   std::array<std::uint64_t, 3> low;
   std::array<std::uint64_t, 3> high;
   for (unsigned axis = 0; axis < 3; ++axis) {
     const std::uint64_t place = CollectBits(code >> axis);
-    low[axis] = (place - std::min(place, reach)) >> bitsBelow;
-    high[axis] = std::min(place + reach, last) >> bitsBelow;
+    low[axis] = (place - std::min(place, reach_)) >> bitsBelow_;
+    high[axis] = std::min(place + reach_, kLast) >> bitsBelow_;
   }
   for (std::uint64_t z = low[2]; z <= high[2]; ++z) {
     for (std::uint64_t y = low[1]; y <= high[1]; ++y) {
       for (std::uint64_t x = low[0]; x <= high[0]; ++x) {
         const std::uint64_t cell = SpreadBits(x) | SpreadBits(y) << 1 | SpreadBits(z) << 2;
-        if (HasNear(cell, code, reach)) return true;
+        if (HasNear(cell, code)) return true;
       }
     }
   }
   return false;
 }
 
-bool PointSpacing::HasNear(std::uint64_t cell, std::uint64_t code, std::uint64_t reach) const {
-  const unsigned shift = 3 * (kMortonBits - cellLevel_);
-  std::size_t slot = SlotOf(cell);
-  for (; slots_[slot] != kFree; slot = (slot + 1) & (slots_.size() - 1)) {
-    if (slots_[slot] >> shift == cell && SquaredDistance(slots_[slot], code) < reach * reach) {
-      return true;
-    }
+bool PointSpacing::HasNear(std::uint64_t cell, std::uint64_t code) const {
+  for (std::size_t slot = SlotOf(cell); slots_[slot] != kFree;
+       slot = (slot + 1) & (slots_.size() - 1)) {
+    if (slots_[slot] >> (3 * bitsBelow_) != cell) continue;
+    if (SquaredDistance(slots_[slot], code) < reach_ * reach_) return true;
   }
   return false;
 }

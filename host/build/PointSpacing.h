@@ -7,12 +7,12 @@
 namespace tarnhost {
 
 /// Sampled points by the cells of a grid, and whether another point is too close to one of them:
-/// closer than five eighths of a cell. For one thread.
+/// closer than half a cell. For one thread.
 class PointSpacing {
  public:
-  /// Goes over to the cells of a level, which is finer than the one before and coarser than the
-  /// finest; what was added stays.
-  void SetCellLevel(unsigned cellLevel);
+  /// Begins anew, with the cells of a level that is coarser than the finest. About `expected`
+  /// points are going to be added; more are fine.
+  void Start(unsigned cellLevel, std::size_t expected);
   void Add(std::uint64_t code);
   /// Distances are between the finest cells that the codes name.
   [[nodiscard]] bool IsTooClose(std::uint64_t code) const;
@@ -20,14 +20,15 @@ class PointSpacing {
  private:
   static constexpr std::uint64_t kFree = ~std::uint64_t{0};  // codes have 63 bits
 
-  [[nodiscard]] bool HasNear(std::uint64_t cell, std::uint64_t code, std::uint64_t reach) const;
+  [[nodiscard]] bool HasNear(std::uint64_t cell, std::uint64_t code) const;
   void Put(std::uint64_t code);
-  void Rebuild(std::size_t slotCount);
+  void Grow();
   [[nodiscard]] std::size_t SlotOf(std::uint64_t cell) const;
 
   std::vector<std::uint64_t> slots_;  // a hash table with open addresses, a power of two of them
   std::size_t count_ = 0;
-  unsigned cellLevel_ = 0;
+  unsigned bitsBelow_ = 0;   // per axis, of a code within a cell
+  std::uint64_t reach_ = 0;  // in finest cells
 };
 
 }  // namespace tarnhost

@@ -58,13 +58,21 @@ void LasScan::ReadPositions(std::uint64_t first, std::uint64_t count, std::int32
   for (std::uint64_t i = 0; i < count; ++i, record += stride, xyz += 3) {
     std::memcpy(xyz, record, 12);
   }
+  OOCPCForgetPages({records_ + first * stride, count * stride});
 }
 
-void LasScan::GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
-                              std::uint8_t* out) const {
+void LasScan::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const {
+  const std::size_t stride = layout_.GetRecordBytes();
+  const std::span<const std::uint8_t> records(records_ + first * stride, count * stride);
+  std::memcpy(out, records.data(), records.size());
+  OOCPCForgetPages(records);
+}
+
+void LasScan::GatherDimension(std::size_t dimension, const std::uint8_t* records,
+                              std::span<const std::uint64_t> points, std::uint8_t* out) const {
   const LasField& field = layout_.GetFields()[dimension];
   const std::size_t stride = layout_.GetRecordBytes();
-  const std::uint8_t* from = records_ + field.offsetBytes;
+  const std::uint8_t* from = records + field.offsetBytes;
   const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
   if (field.bits != 0) {
     const unsigned mask = (1u << field.bits) - 1u;

@@ -26,8 +26,10 @@ class LasScan final : public ScanFile {
   [[nodiscard]] const PositionTransform& GetTransform() const override { return transform_; }
   [[nodiscard]] const std::vector<Dimension>& GetDimensions() const override { return dimensions_; }
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override;
-  void GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
-                       std::uint8_t* out) const override;
+  [[nodiscard]] std::size_t GetRecordBytes() const override { return layout_.GetRecordBytes(); }
+  void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const override;
+  void GatherDimension(std::size_t dimension, const std::uint8_t* records,
+                       std::span<const std::uint64_t> rows, std::uint8_t* out) const override;
   [[nodiscard]] std::span<const std::uint8_t> GetLeadingBytes() const override;
   [[nodiscard]] std::span<const std::uint8_t> GetTrailingBytes() const override;
 

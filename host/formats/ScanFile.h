@@ -43,10 +43,15 @@ class ScanFile {
   [[nodiscard]] virtual const std::vector<Dimension>& GetDimensions() const = 0;
   /// Stored integers of the points [first, first + count): three per point.
   virtual void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const = 0;
-  /// Values of one dimension of the points named by `points`, value after value, little-endian:
-  /// points.size() * ValueBytes(type) bytes at `out`.
-  virtual void GatherDimension(std::size_t dimension, std::span<const std::uint64_t> points,
-                               std::uint8_t* out) const = 0;
+  /// Bytes of one point's record. A record begins with the three stored integers of its position.
+  [[nodiscard]] virtual std::size_t GetRecordBytes() const = 0;
+  /// Records of the points [first, first + count): GetRecordBytes() bytes each. Meant to be called
+  /// for one run of points after the other: what was read is not kept in memory.
+  virtual void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const = 0;
+  /// Values of one dimension of the rows named, of records such as ReadRecords gives, value after
+  /// value, little-endian: rows.size() * ValueBytes(type) bytes at `out`.
+  virtual void GatherDimension(std::size_t dimension, const std::uint8_t* records,
+                               std::span<const std::uint64_t> rows, std::uint8_t* out) const = 0;
   /// Everything of the file that is not point records, so that it can be written again:
   /// all bytes before the point records, and all bytes after them.
   [[nodiscard]] virtual std::span<const std::uint8_t> GetLeadingBytes() const = 0;

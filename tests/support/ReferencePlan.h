@@ -21,12 +21,12 @@ class ReferencePlan {
   using Place = std::pair<std::uint32_t, std::uint64_t>;
 
   explicit ReferencePlan(const std::vector<std::uint64_t>& codes) : codes_(codes) {
-    for (gridBits_ = 7; gridBits_ > 3 && !IsCoarseEnough(); --gridBits_) {
-    }
     std::vector<std::uint64_t> all(codes.size());
     for (std::uint64_t i = 0; i < all.size(); ++i) all[i] = i;
-    std::ranges::sort(all, {}, [&](std::uint64_t i) { return std::pair(codes_[i], i); });
-    std::vector<Group> groups{{0, 0, all.size(), all}};
+    for (gridBits_ = 7; gridBits_ > 3; --gridBits_) {
+      if (CountCells(all, gridBits_) <= tarnhost::OctreePlan::kNodeCapacity) break;
+    }
+    std::vector<Group> groups{{0, all, {}}};
     for (unsigned level = 0; !groups.empty(); ++level) groups = Sample(level, groups);
   }
 
@@ -40,12 +40,13 @@ class ReferencePlan {
   static constexpr unsigned kBits = tarnhost::kMortonBits;
   using Triple = std::array<std::int64_t, 3>;
 
-  /// Points of an octree node that no level has yet.
+  /// Points of an octree node that no level has yet, and what was sampled in its cell.
   struct Group {
-    unsigned nodeLevel;
     std::uint64_t cell;
-    std::size_t total;
     std::vector<std::uint64_t> points;
+    std::vector<std::uint64_t> taken;
+    std::size_t total = points.size();  ///< before its own level
+    bool leaf = points.size() + taken.size() <= tarnhost::OctreePlan::kNodeCapacity;
   };
 
   static std::uint64_t CellOf(std::uint64_t code, unsigned level) {
@@ -68,76 +69,66 @@ class ReferencePlan {
     return static_cast<std::size_t>(std::unique(cells.begin(), cells.end()) - cells.begin());
   }
 
-  bool IsCoarseEnough() const {
-    std::vector<std::uint64_t> all(codes_.size());
-    for (std::uint64_t i = 0; i < all.size(); ++i) all[i] = i;
-    for (unsigned level = 0; level + gridBits_ <= kBits; ++level) {
-      const std::size_t capacity = CountCells(all, level) * tarnhost::OctreePlan::kNodeCapacity;
-      if (all.size() <= capacity) return true;
-      if (CountCells(all, level + gridBits_) > capacity) return false;
-    }
-    return true;
-  }
-
   std::vector<Group> Sample(unsigned level, std::vector<Group>& groups) {
-    const unsigned cellLevel = std::min(level + gridBits_, kBits);
-    std::size_t cells = 0;
-    std::size_t points = 0;
-    for (const Group& group : groups) {
-      cells += CountCells(group.points, cellLevel);
-      points += group.points.size();
-    }
-    const bool keepApart = cellLevel < kBits && cells <= points / 2;
-    if (keepApart) PutIntoCells(cellLevel);
     std::vector<Group> next;
     for (Group& group : groups) {
-      const bool leaf = group.total <= tarnhost::OctreePlan::kNodeCapacity;
-      unsigned sampleLevel = cellLevel;
-      while (!leaf && CountCells(group.points, sampleLevel) > tarnhost::OctreePlan::kSampleLimit) {
-        --sampleLevel;
-      }
-      std::set<std::uint64_t> sample = TakeSample(group, sampleLevel, cellLevel, keepApart);
+      const unsigned finest = group.leaf ? kBits : kBits - 1;
+      const unsigned cellLevel = std::min(level + gridBits_, finest);
+      std::set<std::uint64_t> sample;
+      if (cellLevel < kBits) sample = TakeSample(group, cellLevel);
       std::erase_if(group.points, [&](std::uint64_t point) { return sample.contains(point); });
       const bool isLast = cellLevel == kBits || group.points.size() <= group.total / 16;
-      if (leaf && isLast) {
+      if (group.leaf && isLast) {
         sample.insert(group.points.begin(), group.points.end());
         group.points.clear();
       }
       if (!sample.empty()) samples_[{level, group.cell}].merge(sample);
-      if (leaf) {
-        if (!group.points.empty()) next.push_back(std::move(group));
-        continue;
-      }
-      std::map<std::uint64_t, std::vector<std::uint64_t>> children;
-      for (const std::uint64_t point : group.points) {
-        children[CellOf(codes_[point], level + 1)].push_back(point);
-      }
-      for (auto& [cell, inside] : children) {
-        next.push_back({level + 1, cell, inside.size(), std::move(inside)});
+      if (!group.leaf) {
+        AppendChildren(group, level, next);
+      } else if (!group.points.empty()) {
+        next.push_back(std::move(group));
       }
     }
     return next;
   }
 
-  std::set<std::uint64_t> TakeSample(const Group& group, unsigned level, unsigned spacingLevel,
-                                     bool keepApart) {
+  void AppendChildren(const Group& group, unsigned level, std::vector<Group>& next) const {
+    std::map<std::uint64_t, Group> children;
+    for (const std::uint64_t point : group.points) {
+      Group& child = children[CellOf(codes_[point], level + 1)];
+      child.cell = CellOf(codes_[point], level + 1);
+      child.points.push_back(point);
+    }
+    for (const std::uint64_t point : group.taken) {
+      const auto child = children.find(CellOf(codes_[point], level + 1));
+      if (child != children.end()) child->second.taken.push_back(point);
+    }
+    for (auto& [cell, child] : children) {
+      next.push_back({cell, std::move(child.points), std::move(child.taken)});
+    }
+  }
+
+  /// The point nearest to the centre of each cell; where at least as many are left, those that are
+  /// closer than half a cell to one sampled before, in the node's cell, are left out.
+  std::set<std::uint64_t> TakeSample(Group& group, unsigned level) const {
     std::map<std::uint64_t, std::vector<std::uint64_t>> cells;
     for (const std::uint64_t point : group.points) {
       cells[CellOf(codes_[point], level)].push_back(point);
     }
+    const bool keepApart = 2 * cells.size() <= group.points.size();
+    std::map<Triple, std::vector<Triple>> inCells;
+    if (keepApart) {
+      for (const std::uint64_t point : group.taken) Put(codes_[point], level, inCells);
+    }
     std::set<std::uint64_t> sample;
-    for (auto& [cell, points] : cells) {
-      std::ranges::sort(points, {}, [&](std::uint64_t point) {
+    for (const auto& [cell, points] : cells) {
+      const std::uint64_t best = *std::ranges::min_element(points, {}, [&](std::uint64_t point) {
         return std::tuple(FromCentre(codes_[point], level), codes_[point], point);
       });
-      const auto best = std::ranges::find_if(points, [&](std::uint64_t point) {
-        return !keepApart || !IsNear(codes_[point], spacingLevel);
-      });
-      if (best == points.end()) continue;
-      sample.insert(*best);
-      const Triple place = PlaceOf(codes_[*best]);
-      sampled_.push_back(place);
-      if (keepApart) inCells_[CellOfPlace(place, spacingLevel)].push_back(place);
+      if (keepApart && IsNear(codes_[best], level, inCells)) continue;
+      sample.insert(best);
+      group.taken.push_back(best);
+      if (keepApart) Put(codes_[best], level, inCells);
     }
     return sample;
   }
@@ -158,21 +149,22 @@ class ReferencePlan {
     const unsigned shift = kBits - level;
     return {place[0] >> shift, place[1] >> shift, place[2] >> shift};
   }
-  void PutIntoCells(unsigned level) {
-    inCells_.clear();
-    for (const Triple& place : sampled_) inCells_[CellOfPlace(place, level)].push_back(place);
+  static void Put(std::uint64_t code, unsigned level,
+                  std::map<Triple, std::vector<Triple>>& inCells) {
+    const Triple place = PlaceOf(code);
+    inCells[CellOfPlace(place, level)].push_back(place);
   }
-  /// Whether a point of the sample is closer than five eighths of a cell.
-  bool IsNear(std::uint64_t code, unsigned level) const {
-    const double edge = static_cast<double>(std::int64_t{1} << (kBits - level));
-    const double reach = static_cast<double>(static_cast<std::int64_t>(edge * 5 / 8));
+  /// Whether a point of the sample is closer than half a cell.
+  static bool IsNear(std::uint64_t code, unsigned level,
+                     const std::map<Triple, std::vector<Triple>>& inCells) {
+    const double reach = static_cast<double>((std::int64_t{1} << (kBits - level)) / 2);
     const Triple place = PlaceOf(code);
     const Triple cell = CellOfPlace(place, level);
     for (std::int64_t x = cell[0] - 1; x <= cell[0] + 1; ++x) {
       for (std::int64_t y = cell[1] - 1; y <= cell[1] + 1; ++y) {
         for (std::int64_t z = cell[2] - 1; z <= cell[2] + 1; ++z) {
-          const auto found = inCells_.find({x, y, z});
-          if (found == inCells_.end()) continue;
+          const auto found = inCells.find({x, y, z});
+          if (found == inCells.end()) continue;
           for (const Triple& other : found->second) {
             double sum = 0;
             for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -189,8 +181,6 @@ class ReferencePlan {
 
   const std::vector<std::uint64_t>& codes_;
   unsigned gridBits_ = 7;
-  std::vector<Triple> sampled_;  ///< of all levels
-  std::map<Triple, std::vector<Triple>> inCells_;
   std::map<Place, std::set<std::uint64_t>> samples_;
 };
 

@@ -107,8 +107,8 @@ enum class Kind {
   kConstant,
   kRising,
   kTwoValues,
-  kLevels,        // noise of eight bits upon a level that jumps every 128 values
-  kRepeats,       // full-width noise, a quarter of the block, then the same again: only zstd sees it
+  kLevels,   // noise of eight bits upon a level that jumps every 128 values
+  kRepeats,  // full-width noise, a quarter of the block, then the same again: only zstd sees it
   kRepeatedSteps  // likewise, but of differences
 };
 constexpr Kind kKinds[] = {Kind::kNoise,     Kind::kFewBits, Kind::kConstant, Kind::kRising,

@@ -1,10 +1,10 @@
 // Floating-point numbers that are whole multiples of a power of ten, and such as are not.
-#include "OOCPointCloud/columns/DecimalNumbers.h"
-
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <random>
+
+#include "OOCPointCloud/columns/DecimalNumbers.h"
 
 namespace {
 

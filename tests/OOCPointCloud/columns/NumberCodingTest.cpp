@@ -1,12 +1,11 @@
 // Entropy coding of natural numbers: tokens, shares, stored bytes, and which bytes are refused.
-#include "OOCPointCloud/columns/NumberCoding.h"
-
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <numeric>
 #include <random>
 
+#include "OOCPointCloud/columns/NumberCoding.h"
 #include "OOCPointCloud/columns/NumberFrequencies.h"
 #include "OOCPointCloud/columns/NumberTokens.h"
 #include "tests/support/ByteText.h"
@@ -196,9 +195,9 @@ TEST(NumberShares, AreRefusedWhenTheyAreNotShares) {
 }
 
 TEST(NumberCoding, StoresTokensAsAStateAndRawBitsBehindIt) {
-  // States from 65536, the last number first: 2 has 2731 shares from 1365 on, so 65536 = 23 * 2731 +
-  // 2723 becomes 23 * 4096 + 1365 + 2723 = 98296, and likewise 147436; 0 has 1365 shares from 0 on,
-  // so 147436 = 108 * 1365 + 16 becomes 108 * 4096 + 16 = 442384.
+  // States from 65536, the last number first: 2 has 2731 shares from 1365 on, so 65536 = 23 * 2731
+  // + 2723 becomes 23 * 4096 + 1365 + 2723 = 98296, and likewise 147436; 0 has 1365 shares from 0
+  // on, so 147436 = 108 * 1365 + 16 becomes 108 * 4096 + 16 = 442384.
   EXPECT_EQ(ExpectRoundTrip({0, 2, 2}), BytesOf("00 02 55 05 00 AB 0A 04000000 00000000 10C00600"
                                                 "0000000000000000"));
   // Both have token 38; 100 is 110 | 0100 and 101 is 110 | 0101.
@@ -213,7 +212,8 @@ TEST(NumberCoding, KeepsNumbersInFourLanesFrom1024On) {
 }
 
 TEST(NumberCoding, HoldsForAnyCountAndSize) {
-  for (const std::size_t count : {1u, 2u, 3u, 63u, 1022u, 1023u, 1024u, 1025u, 1026u, 1027u, 5000u}) {
+  for (const std::size_t count :
+       {1u, 2u, 3u, 63u, 1022u, 1023u, 1024u, 1025u, 1026u, 1027u, 5000u}) {
     for (const unsigned bits : {1u, 5u, 14u, 15u, 28u, 31u, 60u}) {
       ExpectRoundTrip(MixedNumbers(count, bits, count + bits));
     }
@@ -241,7 +241,8 @@ TEST(NumberCoding, RefusesNumbersFrom2To60On) {
 TEST(NumberCoding, HoldsForAllTokensAtOnce) {
   Numbers numbers;
   for (unsigned token = 0; token < oocpc::kTokensEnd; ++token) {
-    numbers.insert(numbers.end(), 1 + token % 9, kTokenRanges[token].base + kTokenRanges[token].mask);
+    numbers.insert(numbers.end(), 1 + token % 9,
+                   kTokenRanges[token].base + kTokenRanges[token].mask);
   }
   ExpectRoundTrip(numbers);
   numbers.insert(numbers.end(), 100'000, 200);

@@ -1,10 +1,10 @@
 // Which numbers get a dictionary, and in what order it holds them.
-#include "OOCPointCloud/columns/NumberDictionary.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
 #include <set>
+
+#include "OOCPointCloud/columns/NumberDictionary.h"
 
 namespace {
 

@@ -1,11 +1,10 @@
 // Integers in runs of 128: the stored bytes, and which bytes are refused.
-#include "OOCPointCloud/columns/RunPacking.h"
-
 #include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
 
 #include <limits>
 
+#include "OOCPointCloud/columns/RunPacking.h"
 #include "OOCPointCloud/support/Bytes.h"
 #include "tests/support/ByteText.h"
 #include "tests/support/ColumnValues.h"

@@ -39,6 +39,12 @@ std::vector<std::uint64_t> Numbers(std::uint64_t count) {
   return numbers;
 }
 
+std::vector<std::uint8_t> RecordsOf(const PointSet& set) {
+  std::vector<std::uint8_t> records(set.GetPointCount() * set.GetRecordBytes());
+  set.ReadRecords(0, set.GetPointCount(), records.data());
+  return records;
+}
+
 std::vector<std::int32_t> PositionsOf(const BuiltBlock& block, std::size_t count) {
   std::vector<std::uint8_t> bytes;
   const oocpc::EncodedBlock& positions = block.columns.at(0);
@@ -65,7 +71,8 @@ TEST(BlockBuilder, PutsPointsIntoTheOrderOfTheirTimesAndNoNumbersLast) {
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(Numbers(7), std::vector<std::uint32_t>{7}, block);
+  BlockBuilder(set, {}).Build(RecordsOf(set).data(), Numbers(7), std::vector<std::uint32_t>{7},
+                              block);
   const auto xyz = PositionsOf(block, 7);
   std::vector<std::int32_t> order;
   for (std::size_t i = 0; i < 7; ++i) order.push_back(xyz[3 * i]);
@@ -85,7 +92,8 @@ TEST(BlockBuilder, OrdersEachPartForItself) {
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(Numbers(7), std::vector<std::uint32_t>{3, 0, 2, 2}, block);
+  BlockBuilder(set, {}).Build(RecordsOf(set).data(), Numbers(7),
+                              std::vector<std::uint32_t>{3, 0, 2, 2}, block);
   const auto xyz = PositionsOf(block, 7);
   std::vector<std::int32_t> order;
   for (std::size_t i = 0; i < 7; ++i) order.push_back(xyz[3 * i]);
@@ -99,7 +107,8 @@ TEST(BlockBuilder, BoundsItsPointsTightlyInTheLocalFrame) {
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
   BuiltBlock block;
-  BlockBuilder(set, {1000, -2000, 0}).Build(Numbers(3), std::vector<std::uint32_t>{3}, block);
+  BlockBuilder(set, {1000, -2000, 0})
+      .Build(RecordsOf(set).data(), Numbers(3), std::vector<std::uint32_t>{3}, block);
   // Scale 0.01, 0.02, 0.001; offset 1000, -2000, 3.
   EXPECT_EQ(block.box.min, (oocpc::Vector3d{-100 * 0.01 + 1000 - 1000, -200 * 0.02 - 2000 + 2000,
                                             3000 * 0.001 + 3 - 0}));
@@ -112,7 +121,8 @@ TEST(BlockBuilder, MakesABlockForThePositionsAndEachDimension) {
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", BuilderOf(20).Build())}, set)));
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(Numbers(20), std::vector<std::uint32_t>{20}, block);
+  BlockBuilder(set, {}).Build(RecordsOf(set).data(), Numbers(20), std::vector<std::uint32_t>{20},
+                              block);
   ASSERT_EQ(block.columns.size(), set.GetDimensions().size() + 1);
   for (const oocpc::EncodedBlock& column : block.columns) EXPECT_EQ(column.entry.valueCount, 20u);
 }
@@ -141,14 +151,14 @@ TEST(PointSet, NumbersThePointsOfAllScansThrough) {
   EXPECT_EQ(read, expected);
 
   const std::vector<std::uint64_t> points{6, 0, 4, 3};
-  std::vector<std::int32_t> gathered(12);
-  set.GatherPositions(points, gathered.data());
+  const std::vector<std::uint8_t> records = RecordsOf(set);
   std::vector<std::uint8_t> intensities(8);
-  set.GatherDimension(0, points, intensities.data());
+  set.GatherDimension(0, records.data(), points, intensities.data());
   ASSERT_EQ(set.GetDimensions()[0].name, "intensity");
   for (std::size_t i = 0; i < points.size(); ++i) {
     for (std::size_t axis = 0; axis < 3; ++axis) {
-      EXPECT_EQ(gathered[3 * i + axis], expected[3 * points[i] + axis]);
+      EXPECT_EQ(LasBuilder::Get<std::int32_t>(records, 28 * points[i] + 4 * axis),
+                expected[3 * points[i] + axis]);
     }
     const auto& file = points[i] < 4 ? a : b;
     const std::size_t record =

@@ -321,7 +321,7 @@ TEST(FailedImport, CommitsNothingWhicheverOperationOfTheStoreFails) {
     return ImportIntoStore(
         options,
         std::make_unique<FailingStore>(std::make_unique<OOCPCMemoryStreamStore>(streams), plan),
-        report);
+        folder.Path(), report);
   };
   const auto counting = std::make_shared<StorePlan>();
   ASSERT_TRUE(IsOk(run(counting, std::make_shared<OOCPCMemoryStreams>())));
@@ -343,8 +343,8 @@ TEST(Import, WritesIntoAnyStore) {
   const ImportOptions options = folder.Options({folder.Add("a.las", ScanOf(200))});
   const auto streams = std::make_shared<OOCPCMemoryStreams>();
   ImportReport report;
-  ASSERT_TRUE(
-      IsOk(ImportIntoStore(options, std::make_unique<OOCPCMemoryStreamStore>(streams), report)));
+  ASSERT_TRUE(IsOk(ImportIntoStore(options, std::make_unique<OOCPCMemoryStreamStore>(streams),
+                                   folder.Path(), report)));
   std::unique_ptr<Cloud> cloud;
   ASSERT_TRUE(
       IsOk(Cloud::Attach(std::make_unique<OOCPCMemoryRepository>(streams), "memory", cloud)));

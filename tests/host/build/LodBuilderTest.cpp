@@ -22,6 +22,7 @@ struct Lod {
     std::vector<CodedPoint> points;
     for (std::size_t i = 0; i < codes.size(); ++i) points.push_back({codes[i], i});
     std::sort(points.begin(), points.end());
+    grid = SamplingGrid::Choose(CountCells(points));
     plan = PlanOctree(std::move(points));
     for (const PlannedNode& planned : plan.nodes) {
       Node node;
@@ -35,7 +36,7 @@ struct Lod {
       node.corner2 = {3, 4, static_cast<double>(nodes.size())};
       nodes.push_back(node);
     }
-    const Outcome outcome = BuildLod(plan, nodes, kCube, 3, built);
+    const Outcome outcome = BuildLod(plan, nodes, kCube, grid, 3, built);
     EXPECT_TRUE(outcome.Ok()) << outcome.what;
     EXPECT_EQ(built.records.size() % Record::kBytes, 0u);
     for (std::size_t at = 0; at + Record::kBytes <= built.records.size(); at += Record::kBytes) {
@@ -46,6 +47,7 @@ struct Lod {
     }
   }
 
+  SamplingGrid grid;
   OctreePlan plan;
   std::vector<Node> nodes;
   BuiltLod built;
@@ -159,7 +161,7 @@ TEST(LodBuilder, StatesScaleCentreAndStream) {
   const OOCPCLODBlock& block = lod.built.block;
   EXPECT_EQ(block.nodeStreamId, 3u);
   EXPECT_EQ(block.centre, (oocpc::Vector3d{252, 256, 356}));
-  ASSERT_EQ(lod.plan.gridBits, 7u);
+  ASSERT_EQ(lod.grid.gridBits, 7u);
   EXPECT_EQ(block.scale, 4.0) << "the edge of the cube in 128 cells";
 }
 

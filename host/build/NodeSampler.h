@@ -1,0 +1,72 @@
+// Takes even samples out of points along the Morton curve.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "host/build/MortonCube.h"
+#include "host/build/PointSpacing.h"
+
+namespace tarnhost {
+
+/// A point's place along the Morton curve, and its number among the points at hand.
+struct CodedPoint {
+  std::uint64_t code;
+  std::uint64_t point;
+
+  friend bool operator<(const CodedPoint& a, const CodedPoint& b) {
+    return a.code != b.code ? a.code < b.code : a.point < b.point;
+  }
+};
+
+/// What a code still tells below a level: the low bits of the finer levels.
+[[nodiscard]] inline std::uint64_t BitsBelow(unsigned level) {
+  return (std::uint64_t{1} << (3 * (kMortonBits - level))) - 1;
+}
+
+/// The octant, of a cell of `level`, in which a code lies.
+[[nodiscard]] inline unsigned OctantOf(std::uint64_t code, unsigned level) {
+  return static_cast<unsigned>(code >> (3 * (kMortonBits - 1 - level))) & 7u;
+}
+
+/// Squared distance of a point from the centre of its cell of `level`, in half finest cells.
+[[nodiscard]] std::uint64_t DistanceFromCentre(std::uint64_t code, unsigned level);
+
+/// Numbers of occupied cells: entry l is that of level l.
+using CellCounts = std::array<std::uint64_t, kMortonBits + 1>;
+
+/// Of sorted points.
+[[nodiscard]] CellCounts CountCells(std::span<const CodedPoint> points);
+
+/// Takes samples of one node's points, level after level, one point of each occupied cell: the one
+/// nearest to the cell's centre, the first of several. Where a sample leaves at least as many
+/// points as it takes, it leaves out points that are closer than half a cell to one taken before,
+/// in the node's cell, in this level or above: surfaces that just touch a cell would give points
+/// close to their neighbours' otherwise.
+class NodeSampler {
+ public:
+  /// `above` are the codes of what coarser levels took in the node's cell.
+  explicit NodeSampler(std::vector<std::uint64_t> above) : taken_(std::move(above)) {}
+
+  /// Goes over to the cells of a level, which is coarser than the finest.
+  void Start(unsigned cellLevel, std::uint64_t cellCount, std::uint64_t pointCount);
+  /// Takes the best candidate of a cell, or not.
+  [[nodiscard]] bool Take(std::uint64_t code);
+
+  /// Moves a sample of sorted points to the end of `own`; gives what is left, still in order.
+  std::span<CodedPoint> TakeAll(std::span<CodedPoint> points, unsigned cellLevel,
+                                std::vector<std::uint64_t>& own);
+
+  /// Codes of everything taken in the node's cell, in this level and above.
+  [[nodiscard]] const std::vector<std::uint64_t>& GetTaken() const { return taken_; }
+
+ private:
+  std::vector<std::uint64_t> taken_;
+  PointSpacing spacing_;
+  bool thins_ = false;
+};
+
+}  // namespace tarnhost
