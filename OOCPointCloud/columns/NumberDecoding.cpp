@@ -62,25 +62,24 @@ struct Lane {
   /// Adds their raw bits to tokens; kAtOnce at a time, whose bits together fit in one load.
   template <std::size_t kAtOnce>
   void AddBits(const std::uint8_t* tokens, std::size_t count) {
-    std::uint64_t* const to = number;
     std::uint64_t position = bitPosition;
-    std::size_t i = 0;
-    const auto take = [&](std::uint64_t& window) {
-      const TokenRange& range = kTokenRanges[tokens[i]];
-      to[i++] = range.base + (window & range.mask);
-      window >>= range.rawBits;
-      position += range.rawBits;
-    };
     const auto load = [&] {
       return LoadLittleEndian<std::uint64_t>(bits + position / 8) >> (position % 8);
     };
-    while (i + kAtOnce <= count) {
+    const auto take = [&](std::uint64_t& window, std::size_t i) {
+      const TokenRange& range = kTokenRanges[tokens[i]];
+      number[i] = range.base + (window & range.mask);
+      window >>= range.rawBits;
+      position += range.rawBits;
+    };
+    const std::size_t together = count - count % kAtOnce;
+    for (std::size_t i = 0; i < together; i += kAtOnce) {
       std::uint64_t window = load();
-      for (std::size_t k = 0; k < kAtOnce; ++k) take(window);
+      for (std::size_t k = 0; k < kAtOnce; ++k) take(window, i + k);
     }
-    while (i < count) {
+    for (std::size_t i = together; i < count; ++i) {
       std::uint64_t window = load();
-      take(window);
+      take(window, i);
     }
     number += count;
     bitPosition = position;

@@ -50,6 +50,10 @@ std::uint64_t DefaultMemory() {
   return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)) / 4;
 }
 
+std::size_t ThreadCount() {
+  return static_cast<std::size_t>(tbb::this_task_arena::max_concurrency());
+}
+
 /// The least and the greatest stored integers.
 struct StoredBox {
   std::array<std::int32_t, 3> least;
@@ -104,7 +108,7 @@ class FirstFailure {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (outcome_.Ok()) outcome_ = std::move(outcome);
   }
-  [[nodiscard]] bool HappenedNot() {
+  [[nodiscard]] bool HasNone() {
     const std::lock_guard<std::mutex> lock(mutex_);
     return outcome_.Ok();
   }
@@ -178,8 +182,7 @@ std::uint64_t RepositoryBuilder::CodeOf(const std::int32_t* xyz) const {
 }
 
 std::uint64_t RepositoryBuilder::MostPointsOfPiece() const {
-  const auto threads = static_cast<std::uint64_t>(tbb::this_task_arena::max_concurrency());
-  const std::uint64_t bytes = (points_.GetRecordBytes() + kBuildBytes) * (threads + 1);
+  const std::uint64_t bytes = (points_.GetRecordBytes() + kBuildBytes) * (ThreadCount() + 1);
   return std::clamp(memoryBytes_ / 2 / bytes, kFewestPiecePoints, kMostPiecePoints);
 }
 
@@ -223,7 +226,7 @@ Outcome RepositoryBuilder::DealPoints() {
   FirstFailure failure;
   const auto read = [&](tbb::flow_control& control) {
     const std::uint64_t first = next;
-    if (first >= points_.GetPointCount() || !failure.HappenedNot()) control.stop();
+    if (first >= points_.GetPointCount() || !failure.HasNone()) control.stop();
     next = std::min(first + kRowPoints, points_.GetPointCount());
     return std::pair(first, next - first);
   };
@@ -256,7 +259,7 @@ Outcome RepositoryBuilder::DealPoints() {
     }
     if (!Report("sorting", dealt.end)) failure.Note(Outcome::FromCode(oocpc::result::kStopped));
   };
-  const auto lines = static_cast<std::size_t>(2 * tbb::this_task_arena::max_concurrency());
+  const std::size_t lines = 2 * ThreadCount();
   using Rows = std::pair<std::uint64_t, std::uint64_t>;
   tbb::parallel_pipeline(
       lines, tbb::make_filter<void, Rows>(tbb::filter_mode::serial_in_order, read) &
@@ -283,7 +286,7 @@ Outcome RepositoryBuilder::SampleTop() {
   std::vector<PieceCandidates> candidates(pieces.size());
   FirstFailure failure;
   tbb::parallel_for(std::size_t{0}, pieces.size(), [&](std::size_t i) {
-    if (!failure.HappenedNot()) return;
+    if (!failure.HasNone()) return;
     std::vector<std::uint8_t> scratch;
     std::span<const std::uint8_t> records;
     std::vector<CodedPoint> points;
@@ -309,7 +312,7 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
   std::uint32_t next = 0;
   using Numbered = std::pair<std::uint32_t, std::shared_ptr<BuiltPiece>>;
   const auto start = [&](tbb::flow_control& control) {
-    if (next >= pieces.size() || !failure.HappenedNot()) control.stop();
+    if (next >= pieces.size() || !failure.HasNone()) control.stop();
     return next++;
   };
   const auto build = [&](std::uint32_t piece) {
@@ -327,14 +330,14 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     return Numbered(piece, std::move(built));
   };
   const auto emit = [&](const Numbered& built) {
-    if (!failure.HappenedNot()) return;
+    if (!failure.HasNone()) return;
     Outcome outcome = emitter.Emit(pieces[built.first], *built.second);
     if (outcome.Ok() && !Report("writing", emitter.GetPointCount())) {
       outcome = Outcome::FromCode(oocpc::result::kStopped);
     }
     if (!outcome.Ok()) failure.Note(std::move(outcome));
   };
-  const auto lines = static_cast<std::size_t>(tbb::this_task_arena::max_concurrency() + 1);
+  const std::size_t lines = ThreadCount() + 1;
   tbb::parallel_pipeline(
       lines, tbb::make_filter<void, std::uint32_t>(tbb::filter_mode::serial_in_order, start) &
                  tbb::make_filter<std::uint32_t, Numbered>(tbb::filter_mode::parallel, build) &

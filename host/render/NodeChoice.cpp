@@ -41,8 +41,9 @@ class Chooser {
     while (!waiting_.empty()) {
       const Candidate next = waiting_.top();
       waiting_.pop();
-      if (next.node.points.count > budget) break;
-      budget -= next.node.points.count;
+      // The coarsest level is drawn in any case: a picture of nothing would help nobody.
+      if (!chosen_.empty() && next.node.points.count > budget) break;
+      budget -= std::min<std::uint64_t>(budget, next.node.points.count);
       const auto place = static_cast<std::int32_t>(chosen_.size());
       chosen_.push_back(Choose(next));
       if (Outcome outcome = tree_.ReadChildren(next.node, children); !outcome.Ok()) return outcome;

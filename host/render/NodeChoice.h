@@ -37,7 +37,8 @@ struct ChosenNode {
 };
 
 /// Chooses nodes in the order of the size at which their points' distances show, the largest first,
-/// until the budget of points is used up or the points lie closer than a pixel. Parents stand
+/// until the budget of points is used up or the points lie closer than a pixel; the coarsest level
+/// is chosen whatever the budget. Parents stand
 /// before their children. `box` frames need no transformation: the camera is in the local frame.
 Outcome ChooseNodes(const LodTree& tree, const Camera& camera, std::uint64_t budget,
                     std::vector<ChosenNode>& chosen);
