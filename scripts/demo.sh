@@ -2,7 +2,8 @@
 # Sets up, builds, and shows the main job on real data:
 #   scripts/demo.sh [SCAN.las …]
 # Imports the scans (without arguments: a street of two million points that tarn scans itself),
-# tells what is in them, makes a picture, runs three queries, and writes the selected points to a LAS file. All it
+# tells what is in them, makes a picture, runs three queries, and writes the selected points to a LAS
+# file. All it
 # makes is below demo/.
 set -euo pipefail
 

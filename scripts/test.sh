@@ -50,7 +50,7 @@ if [ "$quick" != --quick ]; then
   # What may be called from several threads. What spreads its work with TBB stays out: TBB's own
   # libraries are not built for the thread sanitizer, which reports them (see cmake/tsan.supp).
   build tsan --target qelsysts_tests oocpointcloud_repository_tests oocpointcloud_containers_tests \
-    oocpointcloud_octree_tests oocpointcloud_iterations_tests tarn_repository_tests
+    oocpointcloud_octree_tests oocpointcloud_iterations_tests tarn_repository_tests tarn_lod_tests
   TSAN_OPTIONS="suppressions=$PWD/cmake/tsan.supp" run_tests tsan \
     -E '^(cli|fuzz_replay)\.|symbols$|_NOT_BUILT$'
 

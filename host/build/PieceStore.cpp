@@ -17,10 +17,13 @@ using Bytes = std::vector<std::uint8_t>;
 
 class MemoryPieceStore final : public PieceStore {
  public:
-  explicit MemoryPieceStore(std::size_t pieceCount) : pieces_(pieceCount) {}
+  explicit MemoryPieceStore(std::vector<std::size_t> expectedBytes)
+      : expectedBytes_(std::move(expectedBytes)), pieces_(expectedBytes_.size()) {}
 
   Outcome Append(std::uint32_t piece, std::span<const std::uint8_t> records) override {
-    pieces_[piece].insert(pieces_[piece].end(), records.begin(), records.end());
+    Bytes& bytes = pieces_[piece];
+    if (bytes.capacity() == 0) bytes.reserve(expectedBytes_[piece]);
+    bytes.insert(bytes.end(), records.begin(), records.end());
     return Outcome::Success();
   }
   Outcome Finish() override { return Outcome::Success(); }
@@ -32,6 +35,7 @@ class MemoryPieceStore final : public PieceStore {
   void Drop(std::uint32_t piece) override { Bytes().swap(pieces_[piece]); }
 
  private:
+  std::vector<std::size_t> expectedBytes_;
   std::vector<Bytes> pieces_;
 };
 
@@ -121,8 +125,8 @@ class FilePieceStore final : public PieceStore {
 
 }  // namespace
 
-std::unique_ptr<PieceStore> MakeMemoryPieceStore(std::size_t pieceCount) {
-  return std::make_unique<MemoryPieceStore>(pieceCount);
+std::unique_ptr<PieceStore> MakeMemoryPieceStore(std::vector<std::size_t> expectedBytes) {
+  return std::make_unique<MemoryPieceStore>(std::move(expectedBytes));
 }
 
 Outcome MakeFilePieceStore(const std::filesystem::path& folder, std::size_t pieceCount,

@@ -31,8 +31,9 @@ class PieceStore {
   virtual void Drop(std::uint32_t piece) = 0;
 };
 
-/// In memory.
-[[nodiscard]] std::unique_ptr<PieceStore> MakeMemoryPieceStore(std::size_t pieceCount);
+/// In memory. `expectedBytes` are those that each piece is going to have.
+[[nodiscard]] std::unique_ptr<PieceStore> MakeMemoryPieceStore(
+    std::vector<std::size_t> expectedBytes);
 
 /// In one temporary file below `folder`, which is written from start to end and goes with the
 /// store. Each piece gathers up to `bufferBytes` in memory before they are written.

@@ -206,7 +206,11 @@ Outcome RepositoryBuilder::OpenPieceStore() {
   const std::uint64_t count = pieces_.GetPieces().size();
   const std::uint64_t bytes = points_.GetPointCount() * points_.GetRecordBytes();
   if (bytes <= memoryBytes_ / 2) {
-    store_ = MakeMemoryPieceStore(count);
+    std::vector<std::size_t> expected;
+    for (const Piece& piece : pieces_.GetPieces()) {
+      expected.push_back(piece.pointCount * points_.GetRecordBytes());
+    }
+    store_ = MakeMemoryPieceStore(std::move(expected));
     return Outcome::Success();
   }
   const std::uint64_t buffer = std::clamp<std::uint64_t>(

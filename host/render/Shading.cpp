@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <optional>
 #include <vector>
 
 namespace tarnhost {
@@ -25,6 +26,8 @@ struct Ring {
 };
 constexpr std::array<Ring, 4> kRings{
     {{0.75F, 0.30F}, {2.0F, 0.30F}, {5.0F, 0.24F}, {12.0F, 0.16F}}};
+/// The first rings, whose comparisons differ from pixel to pixel.
+constexpr std::size_t kNearRings = 2;
 /// Opposite directions, so that a plane that is merely tilted is not taken for a step.
 constexpr std::array<std::array<float, 2>, 4> kDirections{
     {{1, 0}, {0.7071F, 0.7071F}, {0, 1}, {-0.7071F, 0.7071F}}};
@@ -120,15 +123,26 @@ class Lighting {
     }
   }
 
-  [[nodiscard]] float At(std::int64_t x, std::int64_t y) const {
-    const bool inside =
-        x >= reach_ && y >= reach_ && x < layers_.width - reach_ && y < layers_.height - reach_;
-    const float* here = layers_.depths.data() + layers_.At(x, y);
-    if (inside)
-      return Light(*here, [&](const Offset& o, int sign) { return here[sign * o.place]; });
-    return Light(*here, [&](const Offset& o, int sign) {
-      return layers_.DepthAt(x + sign * o.x, y + sign * o.y);
-    });
+  /// What a comparison of depths tells.
+  struct Relief {
+    float steps = 0;    ///< how much stands out before the place
+    float hollows = 0;  ///< how far it lies below its surroundings
+  };
+
+  /// Of the near surroundings, which differ from pixel to pixel.
+  [[nodiscard]] Relief Near(std::int64_t x, std::int64_t y) const {
+    return Compare(x, y, 0, kNearRings);
+  }
+  /// Of the far ones, which hardly do.
+  [[nodiscard]] Relief Far(std::int64_t x, std::int64_t y) const {
+    return Compare(x, y, kNearRings, kRings.size());
+  }
+  [[nodiscard]] static float LightOf(const Relief& near, const Relief& far) {
+    const float hollows = near.hollows + far.hollows;
+    const float steps = near.steps + far.steps;
+    const float dark = kStepStrength * steps * 0.5F + kHollowStrength * std::max(hollows, 0.0F);
+    const float light = kRidgeStrength * std::max(-hollows, 0.0F);
+    return std::exp(-dark) * (1 + std::min(light, kMostLight));
   }
 
  private:
@@ -138,27 +152,39 @@ class Lighting {
     std::int64_t place = 0;
   };
 
+  [[nodiscard]] Relief Compare(std::int64_t x, std::int64_t y, std::size_t first,
+                               std::size_t end) const {
+    const bool inside =
+        x >= reach_ && y >= reach_ && x < layers_.width - reach_ && y < layers_.height - reach_;
+    const float* here = layers_.depths.data() + layers_.At(x, y);
+    if (inside) {
+      return Sum(*here, first, end,
+                 [&](const Offset& o, int sign) { return here[sign * o.place]; });
+    }
+    return Sum(*here, first, end, [&](const Offset& o, int sign) {
+      return layers_.DepthAt(x + sign * o.x, y + sign * o.y);
+    });
+  }
+
   template <typename Depths>
-  [[nodiscard]] float Light(float depth, const Depths& depths) const {
+  [[nodiscard]] Relief Sum(float depth, std::size_t first, std::size_t end,
+                           const Depths& depths) const {
     const auto unit = static_cast<float>(camera_.UnitsPerPixel(depth));
-    float steps = 0;
-    float hollows = 0;
-    for (std::size_t ring = 0; ring < kRings.size(); ++ring) {
+    Relief relief;
+    for (std::size_t ring = first; ring < end; ++ring) {
       const float scale = 1 / (unit * kRings[ring].radius);
-      float ringSteps = 0;
-      float ringHollows = 0;
+      float steps = 0;
+      float hollows = 0;
       for (const Offset& offset : offsets_[ring]) {
         const float one = Rise(depth, depths(offset, 1), scale);
         const float other = Rise(depth, depths(offset, -1), scale);
-        ringSteps += std::max(one, 0.0F) + std::max(other, 0.0F);
-        ringHollows += one + other;
+        steps += std::max(one, 0.0F) + std::max(other, 0.0F);
+        hollows += one + other;
       }
-      steps += kRings[ring].weight * ringSteps / (2 * kDirections.size());
-      hollows += kRings[ring].weight * ringHollows / (2 * kDirections.size());
+      relief.steps += kRings[ring].weight * steps / (2 * kDirections.size());
+      relief.hollows += kRings[ring].weight * hollows / (2 * kDirections.size());
     }
-    const float dark = kStepStrength * steps * 0.5F + kHollowStrength * std::max(hollows, 0.0F);
-    const float light = kRidgeStrength * std::max(-hollows, 0.0F);
-    return std::exp(-dark) * (1 + std::min(light, kMostLight));
+    return relief;
   }
 
   /// How far a neighbour stands out before a depth, as a slope; nothing where there is none.
@@ -202,13 +228,16 @@ Picture ShadePicture(PointCanvas& canvas, const Camera& camera, std::uint32_t fa
         BackgroundAt(static_cast<float>(row) / static_cast<float>(picture.size.height));
     for (std::uint32_t column = 0; column < picture.size.width; ++column) {
       std::array<float, 3> sum{};
+      std::optional<Lighting::Relief> far;
       for (std::uint32_t i = 0; i < factor * factor; ++i) {
         const std::int64_t x = column * factor + i % factor;
         const std::int64_t y = row * factor + i / factor;
         const std::size_t at = layers.At(x, y);
-        const auto color = layers.depths[at] == kNothing
-                               ? background
-                               : LitColor(layers.colors[at], lighting.At(x, y));
+        auto color = background;
+        if (layers.depths[at] != kNothing) {
+          if (!far) far = lighting.Far(x, y);
+          color = LitColor(layers.colors[at], Lighting::LightOf(lighting.Near(x, y), *far));
+        }
         for (std::size_t part = 0; part < 3; ++part) sum[part] += color[part];
       }
       const auto samples = static_cast<float>(factor * factor);

@@ -39,7 +39,7 @@ void ExpectBack(PieceStore& store, std::size_t pieces) {
 }
 
 TEST(PieceStore, GivesRecordsBackFromMemory) {
-  const auto store = MakeMemoryPieceStore(7);
+  const auto store = MakeMemoryPieceStore(std::vector<std::size_t>(7, 100));
   ExpectBack(*store, 7);
 }
 
