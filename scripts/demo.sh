@@ -3,8 +3,7 @@
 #   scripts/demo.sh [SCAN.las …]
 # Imports the scans (without arguments: a street of two million points that tarn scans itself),
 # tells what is in them, makes a picture, runs three queries, and writes the selected points to a LAS
-# file. All it
-# makes is below demo/.
+# file. All it makes is below demo/.
 set -euo pipefail
 
 scans=()

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and running needs from Debian's packages, if it is missing.
-# With --tests also what the tests, the sanitizers, the fuzzers and the checks need.
+# With --tests also what the tests, the sanitizers, the fuzzers and the checks need; with --benchmarks
+# what the benchmarks need.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libboost-dev libtbb-dev libzstd-dev libpng-dev libcli11-dev
@@ -8,6 +9,10 @@ packages=(g++ cmake ninja-build pkg-config libboost-dev libtbb-dev libzstd-dev l
 if [ "${1:-}" = --tests ]; then
   packages+=(libgtest-dev libgmock-dev python3 clang libclang-rt-14-dev clang-format clang-tidy
     ccache git binutils)
+fi
+
+if [ "${1:-}" = --benchmarks ]; then
+  packages+=(libbenchmark-dev zstd)
 fi
 
 missing=()
