@@ -27,8 +27,8 @@ class OOCPOINTCLOUD_API OOCPCByteSource {
 [[nodiscard]] OOCPOINTCLOUD_API HRESULT OOCPCMapFile(const std::filesystem::path& file,
                                                      std::shared_ptr<const OOCPCByteSource>& bytes);
 
-/// Lets go of the memory that a part of a mapped file takes in this process; reading it again brings
-/// it back. A hint: what cannot be let go of stays.
+/// Lets go of the memory that a part of a mapped file takes in this process; reading it again
+/// brings it back. A hint: what cannot be let go of stays.
 OOCPOINTCLOUD_API void OOCPCForgetPages(std::span<const std::uint8_t> mapped);
 
 /// Common part: checks the seal of the main stream and cuts streams to their committed lengths.
