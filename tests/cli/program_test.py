@@ -195,6 +195,15 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(run("query", both, "#true()", "--count").stdout, "120000\n")
         self.assertEqual(run("verify", both).returncode, 0)
 
+    def test_import_within_stated_memory_and_refusal_of_what_is_no_amount(self):
+        done = run("import", self.scan, "-o", self.path("small.tarn"), "--memory", "64M")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        for amount in ("0", "-5", "12X", "M", "1.5G", "99999999999G", "4GG", ""):
+            done = run("import", self.scan, "-o", self.path("x.tarn"), f"--memory={amount}")
+            self.assertEqual(done.returncode, 2, amount)
+            self.assertIn("--memory", done.stderr)
+            self.assertFalse(os.path.exists(self.path("x.tarn")))
+
     def test_import_of_nothing_names_the_path(self):
         done = run("import", self.path("absent.las"), "-o", self.path("x.tarn"))
         self.assert_fails(done, "no such file", "absent.las")

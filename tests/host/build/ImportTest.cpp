@@ -62,6 +62,26 @@ TEST(Import, ReportsWhatItMade) {
   ExpectSound(folder.Repository());
 }
 
+TEST(Import, GivesTheSameBytesInLittleMemoryAsInMuch) {
+  // Enough for several pieces, and for little memory to be too little for them.
+  const ScanFolder folder;
+  const auto scan = folder.Add("scan.las", ScanOf(1300000));
+  const auto importWithin = [&](std::uint64_t memoryBytes, const std::string& name) {
+    ImportOptions options = folder.Options({scan});
+    options.output = folder / name;
+    options.memoryBytes = memoryBytes;
+    ImportReport report;
+    EXPECT_TRUE(IsOk(ImportScans(options, report)));
+    return StreamsOf(options.output);
+  };
+  const auto little = importWithin(std::uint64_t{64} << 20, "little.tarn");
+  const auto much = importWithin(std::uint64_t{4} << 30, "much.tarn");
+  EXPECT_EQ(little.size(), much.size());
+  for (const auto& [name, bytes] : much) EXPECT_TRUE(little.at(name) == bytes) << name;
+  EXPECT_EQ(folder.List(), (Names{"little.tarn", "much.tarn", "scan.las"}));
+  ExpectSound(folder / "little.tarn");
+}
+
 TEST(Import, GivesTheSameBytesWithOneThreadAsWithSeveral) {
   const ScanFolder folder;
   const auto scan = folder.Add("scan.las", ScanOf(60000));
