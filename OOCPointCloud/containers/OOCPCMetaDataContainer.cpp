@@ -2,6 +2,8 @@
 #include <OOCPointCloud/OOCPCMetaDataContainer.h>
 #include <OOCPointCloud/ResultCodes.h>
 
+#include <new>
+
 OOCPCMetaDataContainer::~OOCPCMetaDataContainer() = default;
 
 HRESULT OOCPCMetaDataContainer::SetLevelExtent(std::uint32_t nodeEntryCount, std::uint64_t value) {
@@ -77,13 +79,18 @@ bool OOCPCStaticMetaDataContainer::HasLevelOfDetail() const { return reader_ != 
 OOCPCStaticMetaDataContainer* OOCPCStaticMetaDataContainer::CreateLevelContainer(
     std::uint64_t level) const {
   std::unique_ptr<OOCPCStaticMetaDataContainer> container(Clone());
-  if (container->reader_ == nullptr || oocpc::Failed(container->reader_->Open())) return nullptr;
+  if (container == nullptr || container->reader_ == nullptr ||
+      oocpc::Failed(container->reader_->Open())) {
+    return nullptr;
+  }
   container->SetLevel(level);
   return container.release();
 }
 
 OOCPCStaticMetaDataContainer* OOCPCStaticMetaDataContainer::Clone() const {
-  auto clone = std::make_unique<OOCPCStaticMetaDataContainer>(GetRepository());
+  std::unique_ptr<OOCPCStaticMetaDataContainer> clone(
+      new (std::nothrow) OOCPCStaticMetaDataContainer(GetRepository()));
+  if (clone == nullptr) return nullptr;
   clone->description_ = description_;
   clone->CopyLevel(*this);
   clone->SetName(GetName());

@@ -5,6 +5,7 @@
 #include <OOCPointCloud/ResultCodes.h>
 
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -104,14 +105,19 @@ bool OOCPCStaticPositionsContainer::HasLevelOfDetail() const { return reader_ !=
 OOCPCStaticPositionsContainer* OOCPCStaticPositionsContainer::CreateLevelContainer(
     std::uint64_t level) const {
   std::unique_ptr<OOCPCStaticPositionsContainer> container(Clone());
-  if (container->reader_ == nullptr || oocpc::Failed(container->reader_->Open())) return nullptr;
+  if (container == nullptr || container->reader_ == nullptr ||
+      oocpc::Failed(container->reader_->Open())) {
+    return nullptr;
+  }
   container->frameOffset_ = GetFrameOffset();
   container->SetLevel(level);
   return container.release();
 }
 
 OOCPCStaticPositionsContainer* OOCPCStaticPositionsContainer::Clone() const {
-  auto clone = std::make_unique<OOCPCStaticPositionsContainer>(GetRepository());
+  std::unique_ptr<OOCPCStaticPositionsContainer> clone(
+      new (std::nothrow) OOCPCStaticPositionsContainer(GetRepository()));
+  if (clone == nullptr) return nullptr;
   clone->description_ = description_;
   clone->frameOffset_ = frameOffset_;
   clone->CopyLevel(*this);

@@ -16,6 +16,14 @@ bool IsAllZeroBytes(const std::array<double, 6>& seed) {
 }
 // NOLINTEND(bugprone-suspicious-memory-comparison)
 
+// Hands an object to an owner, which deletes it also when there is no memory to remember it by.
+template <typename Object>
+Object* TakeOver(std::unique_ptr<Object> object, SharedOwnership& ownership) {
+  Object* const taken = object.release();
+  ownership.Own(taken);
+  return taken;
+}
+
 }  // namespace
 
 HRESULT TarnOOCPointCloud::LoadChunkSelection(ChunkSelection&& selection) {
@@ -24,17 +32,14 @@ HRESULT TarnOOCPointCloud::LoadChunkSelection(ChunkSelection&& selection) {
     hasMortonSeed = true;
   }
   if (selection.acceleratorContainer == nullptr) return oocpc::result::kNoAccelerator;
-  acceleratorContainer = selection.acceleratorContainer.release();
-  ownership.Own(acceleratorContainer);
+  acceleratorContainer = TakeOver(std::move(selection.acceleratorContainer), ownership);
   HRESULT code = InstallPositions(selection);
   if (oocpc::Failed(code)) return code;
   if (selection.updateIterationContainer != nullptr) {
-    updateIterationContainer = selection.updateIterationContainer.release();
-    ownership.Own(updateIterationContainer);
+    updateIterationContainer = TakeOver(std::move(selection.updateIterationContainer), ownership);
   }
   if (selection.lodContainer != nullptr) {
-    lodContainer = selection.lodContainer.release();
-    ownership.Own(lodContainer);
+    lodContainer = TakeOver(std::move(selection.lodContainer), ownership);
   }
   for (const OOCIndexChunk& chunk : selection.selectedChunks) {
     switch (chunk.type) {

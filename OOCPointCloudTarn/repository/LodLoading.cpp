@@ -22,12 +22,12 @@ HRESULT TarnOOCLODNodeCache::LoadLODPayload(OOCPCUpdItrLODPayload payload, bool 
   if (payload.endBytes - payload.beginBytes > std::numeric_limits<std::uint32_t>::max()) {
     return oocpc::result::kLodPayloadTooLong;
   }
-  const BusyLock lock(busy, mutex);
-  return LoadLocked(payload, background);
+  BusyLock lock(busy, mutex);
+  return LoadLocked(payload, background, lock.stream);
 }
 
-HRESULT TarnOOCLODNodeCache::LoadLocked(OOCPCUpdItrLODPayload payload, bool background) {
-  std::unique_ptr<OOCPCIInputStream> stream;
+HRESULT TarnOOCLODNodeCache::LoadLocked(OOCPCUpdItrLODPayload payload, bool background,
+                                        std::unique_ptr<OOCPCIInputStream>& stream) {
   HRESULT code = OpenLodStream(payload.beginBytes, stream);
   if (oocpc::Failed(code)) return code;
   // Opening a stream may run the host's code, which may have detached the container.
@@ -38,8 +38,8 @@ HRESULT TarnOOCLODNodeCache::LoadLocked(OOCPCUpdItrLODPayload payload, bool back
   header = head.header;
   scale = head.scale;
   centre = head.centre;
-  nodeStreamId = head.nodeStreamId;
   if (oocpc::Failed(code)) return code;
+  nodeStreamId = head.nodeStreamId;
   if (lodContainer == nullptr) return oocpc::result::kLodContainerMissing;  // As above.
   lodContainer->SetExtendedData(head.extension.data(), header.extensionBytes);
   if (payload.endBytes - payload.beginBytes != header.GetBlockBytes()) {
@@ -189,10 +189,12 @@ std::unique_ptr<OOCPCMetaDataContainer> TarnOOCLODNodeCache::CloneLevelContainer
 }
 
 void TarnOOCLODNodeCache::ReserveNodes(const OOCPCIInputStream& nodeStream) {
-  // No more than the stream can hold, whatever the header states.
+  // No more than the stream can hold, whatever the header states, and never so much that a stream
+  // whose length is wrong could use the memory up.
+  constexpr std::uint64_t kMost = 1u << 20;
   const std::uint64_t records = nodeStream.GetLength() / OOCPCLODNodeRecord::kBytes;
   const auto expected =
-      static_cast<std::size_t>(std::min<std::uint64_t>(header.recordCount, records));
+      static_cast<std::size_t>(std::min({std::uint64_t{header.recordCount}, records, kMost}));
   nodeEntries.reserve(nodeEntries.size() + expected);
   nodeIndex->reserve(nodeIndex->size() + expected);
 }

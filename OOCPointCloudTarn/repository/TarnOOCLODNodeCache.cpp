@@ -78,7 +78,7 @@ void TarnOOCLODNodeCache::DetachLODContainer() { lodContainer = nullptr; }
 
 void TarnOOCLODNodeCache::ForgetOwner(const TarnOOCPointCloud* gone) {
   if (owner != gone) return;
-  if (lodContainer == owner->lodContainer) DetachLODContainer();
+  if (owner->ownership.Owns(lodContainer)) DetachLODContainer();
   owner = nullptr;
 }
 

@@ -96,7 +96,8 @@ class TarnOOCLODNodeCache final : public OOCPCLODNodeCache {
   // Holds the mutex, and `busy` set around that.
   class BusyLock;
 
-  [[nodiscard]] HRESULT LoadLocked(OOCPCUpdItrLODPayload payload, bool background);
+  [[nodiscard]] HRESULT LoadLocked(OOCPCUpdItrLODPayload payload, bool background,
+                                   std::unique_ptr<OOCPCIInputStream>& stream);
   [[nodiscard]] HRESULT OpenLodStream(std::uint64_t position,
                                       std::unique_ptr<OOCPCIInputStream>& stream) const;
   // Fills `head` as far as the stream goes.

@@ -40,6 +40,15 @@ void TarnOOCLODNodeWorker::Join() {
 }
 
 void TarnOOCLODNodeWorker::Run() {
+  // What memory that runs out, or the host's stream, may throw must not end the process.
+  try {
+    ReadRecords();
+  } catch (...) {
+    status.store(oocpc::result::kFail, std::memory_order_release);
+  }
+}
+
+void TarnOOCLODNodeWorker::ReadRecords() {
   for (std::uint32_t record = 1; record < recordCount && !stopRequested; ++record) {
     const HRESULT code = cache->ReadNodeRecord(*nodeStream, &mutex);
     if (oocpc::Failed(code)) {

@@ -45,6 +45,7 @@ class TarnOOCLODNodeWorker {
   friend class TarnLodCacheAccess;
 
   void Run();
+  void ReadRecords();
 
   TarnOOCLODNodeCache* cache;
   // Destroyed in the reverse of this order.

@@ -109,6 +109,32 @@ TEST_F(NodeLoading, AllocatesNoMoreThanTheStreamHolds) {
   EXPECT_LE(rig.Inside().NodeEntries().capacity(), 4u);
 }
 
+TEST_F(NodeLoading, KeepsTheStreamIdThatWasReadWhenALaterBlockIsCut) {
+  ASSERT_EQ(LoadRecords(SampleNodeRecords(1), 1), result::kOk);
+  ASSERT_EQ(rig.Inside().NodeStreamId(), 7u);
+  Bytes cut = SampleLodBlock(1, 9).Head();
+  cut.resize(cut.size() - 4);
+  rig.Streams().Add(OOCPCLODContainer::kStreamName, cut);
+  EXPECT_EQ(rig.Load(), result::kLodShortRead);
+  EXPECT_EQ(rig.Inside().NodeStreamId(), 7u);
+}
+
+TEST_F(NodeLoading, IsOverForTheHostWhenItsStreamIsDeleted) {
+  auto newer = SampleLodBlock(1);
+  newer.version = 5;
+  rig.Put(newer);
+  int deleted = 0;
+  rig.Hooks().onDelete = [&](const std::string& /*name*/) {
+    ++deleted;
+    EXPECT_FALSE(rig.Inside().IsBusy());
+    OOCPCMetaDataContainer* container = nullptr;
+    EXPECT_EQ(rig.cache->GetLevelContainer("absent", container), result::kLodNoLevelContainer);
+  };
+  EXPECT_EQ(rig.Load(), result::kLodBadVersion);
+  rig.Hooks().onDelete = nullptr;
+  EXPECT_EQ(deleted, 1);
+}
+
 TEST_F(NodeLoading, NeedsTheNodeStream) {
   rig.Put(SampleLodBlock());
   EXPECT_EQ(rig.Load(), result::kNoLodStream);

@@ -218,6 +218,8 @@ TEST_F(Iterations, WithoutAWholeNodeHaveNoRoot) {
 TEST_F(Iterations, NeedAnAcceleratorForTheirNodes) {
   OOCPCOctreeAcceleratorNode node;
   EXPECT_EQ(cloud_.GetOOCNode(0, node), result::kNoAcceleratorContainer);
+  access_.IterationCache().insert({0, std::make_shared<OOCPCUpdateIteration>()});
+  EXPECT_EQ(cloud_.GetOOCRootNode(0, node), result::kNoAcceleratorContainer);
   double origin[3] = {7, 8, 9};
   EXPECT_EQ(cloud_.GetOrigin(0, origin), result::kFail);
   EXPECT_EQ(origin[0], 7.0);
