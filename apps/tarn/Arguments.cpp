@@ -9,6 +9,13 @@
 
 namespace tarnapp {
 
+CLI::Validator IsNotEmpty() {
+  return {[](const std::string& text) {
+            return text.empty() ? std::string("the text is empty") : std::string();
+          },
+          ""};
+}
+
 CLI::Validator IsNamed() {
   return {[](const std::string& text) {
             return text.empty() ? std::string("the name is empty") : std::string();

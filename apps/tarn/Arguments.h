@@ -8,6 +8,8 @@
 
 namespace tarnapp {
 
+/// Refuses an empty text.
+CLI::Validator IsNotEmpty();
 /// Refuses an empty name on the command line.
 CLI::Validator IsNamed();
 /// Refuses what is no natural number of 64 bits, a sign included.

@@ -1,4 +1,6 @@
 // tarn import
+#include <algorithm>
+
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
@@ -7,6 +9,9 @@
 namespace tarnapp {
 
 namespace {
+
+/// With less, what is kept of the pieces would take more than the pieces.
+constexpr std::uint64_t kLeastMemory = 256u << 20;
 
 struct Arguments {
   tarnhost::ImportOptions options;
@@ -20,7 +25,10 @@ struct Arguments {
 int Run(Arguments& arguments, bool hasTime) {
   arguments.options.inputs.assign(arguments.scans.begin(), arguments.scans.end());
   arguments.options.output = arguments.output;
-  if (!arguments.memory.empty()) ParseSize(arguments.memory, arguments.options.memoryBytes);
+  if (!arguments.memory.empty()) {
+    ParseSize(arguments.memory, arguments.options.memoryBytes);
+    arguments.options.memoryBytes = std::max(arguments.options.memoryBytes, kLeastMemory);
+  }
   if (hasTime) arguments.options.timePoint = arguments.time;
   arguments.options.progress = ShowProgress(arguments.quiet);
   tarnhost::ImportReport report;
@@ -51,7 +59,8 @@ void AddImport(CLI::App& app, Action& action) {
                     "Replace a repository that is there");
   command
       ->add_option("--memory", arguments->memory,
-                   "About the most memory to use, such as 512M or 4G; default a quarter of the\n"
+                   "About the most memory to use, such as 512M or 4G, at least 256M; default a "
+                   "quarter of the\n"
                    "machine's")
       ->check(IsSize());
   CLI::Option* time =

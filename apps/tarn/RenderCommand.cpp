@@ -175,10 +175,14 @@ void AddRender(CLI::App& app, Action& action) {
                    "rgb, intensity, classification, elevation or return; default rgb where the\n"
                    "scan has colours, else elevation")
       ->transform(CLI::CheckedTransformer(Colors()).description(""));
-  command->add_option("--points", arguments->points, "The most points to draw; default 3M")
+  command
+      ->add_option("--points", arguments->points,
+                   "About the most points to draw, the coarsest level always; default 3M")
       ->check(IsCount());
-  command->add_option("--select", arguments->options.query,
-                      "Let the points that this query selects stand out");
+  command
+      ->add_option("--select", arguments->options.query,
+                   "Let the points that this query selects stand out")
+      ->check(IsNotEmpty());
   command->add_flag("--local", arguments->options.local,
                     "The query's constants are in the repository's local frame");
   CLI::Option* iteration =

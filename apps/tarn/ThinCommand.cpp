@@ -29,7 +29,7 @@ int Run(Arguments& arguments, bool hasIteration) {
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
-    std::printf("%s points written to %s (levels 0 to %u, %.3g units apart)\n",
+    std::printf("%s points written to %s (levels 0 to %u, cells %.3g units wide)\n",
                 Grouped(report.pointCount).c_str(), arguments.output.c_str(), report.level,
                 report.spacing);
   }
@@ -45,9 +45,11 @@ void AddThin(CLI::App& app, Action& action) {
       "Examples:\n"
       "  tarn thin street.tarn -o overview.las --level 2\n"
       "  tarn thin street.tarn -o half-metre.las --spacing 0.5\n"
-      "Level 0 is the coarsest; each level halves the distance between the points. tarn info "
-      "lists\n"
-      "the levels of a cloud.");
+      "Level 0 is the coarsest: at most one point in each cell of a grid; each level adds the "
+      "points\n"
+      "of a grid half as wide. Where the scan itself is sparser, it is not thinned. tarn info "
+      "tells\n"
+      "the levels of a cloud and the widths of their cells (spacing).");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command->add_option("-o,--output", arguments->output, "The LAS file to write")
       ->required()
@@ -59,7 +61,7 @@ void AddThin(CLI::App& app, Action& action) {
   CLI::Option* spacing =
       command
           ->add_option("--spacing", arguments->options.spacing,
-                       "Write the fewest levels whose points are this close together")
+                       "Write the fewest levels with cells of this width or less")
           ->check(CLI::PositiveNumber)
           ->excludes(level);
   CLI::Option* iteration =

@@ -10,8 +10,10 @@ namespace {
 
 constexpr unsigned kFinestGridBits = 7;    // 128 cells along an edge
 constexpr unsigned kCoarsestGridBits = 3;  // 8 cells
-/// What is left of a leaf's points makes no level of its own below this share of them.
+/// What is left of a leaf's points makes no level of its own below this share of them, or when it
+/// is no more than a few points.
 constexpr std::size_t kLastShare = 16;
+constexpr std::size_t kFewPoints = 64;
 
 using Codes = std::vector<std::uint64_t>;
 
@@ -68,7 +70,7 @@ class Planner {
                   std::vector<std::uint64_t>& own, std::vector<std::uint32_t>& parts) const {
     own.reserve(points.size());
     NodeSampler sampler(std::move(above));
-    const std::size_t last = points.size() / kLastShare;
+    const std::size_t last = std::max(points.size() / kLastShare, kFewPoints);
     for (; !points.empty(); ++level) {
       const std::size_t before = own.size();
       const unsigned cellLevel = grid_.CellLevel(level);

@@ -68,8 +68,9 @@ struct SubtreeRoot {
 /// The samples of all nodes of a level are taken on one grid, so that a level is evenly dense (see
 /// NodeSampler). A node with more than kNodeCapacity points in its cell keeps its sample; the rest
 /// goes to its children. A node with fewer keeps them all, but divides them into the samples of its
-/// level and of the finer ones; a last sixteenth joins the level before. Points that no Morton bit
-/// tells apart are dealt to the children by count. No points at all give a root without points.
+/// level and of the finer ones; a last sixteenth, or 64 points, join the level before. Points that
+/// no Morton bit tells apart are dealt to the children by count. No points at all give a root
+/// without points.
 [[nodiscard]] OctreePlan PlanSubtree(std::vector<CodedPoint> points, SubtreeRoot root,
                                      const SamplingGrid& grid);
 

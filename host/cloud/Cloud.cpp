@@ -28,6 +28,11 @@ Outcome AttachFailure(HRESULT code, const std::filesystem::path& place, const st
 Outcome Cloud::Open(const std::filesystem::path& folder, std::unique_ptr<Cloud>& cloud) {
   std::unique_ptr<OOCPCFolderRepository> repository;
   const HRESULT code = OOCPCFolderRepository::Open(folder, repository);
+  std::error_code ignored;
+  if (oocpc::Failed(code) && std::filesystem::is_regular_file(folder, ignored)) {
+    return Outcome::Failure(result::kNotARepository, "this is a file, not a repository",
+                            folder.string(), "make a repository of a scan with tarn import first");
+  }
   if (oocpc::Failed(code)) return Outcome::FromCode(code, folder.string());
   return Attach(std::move(repository), folder, cloud);
 }

@@ -466,7 +466,7 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stderr)
         everything, some = las_parts(self.scan)[1], las_parts(coarse)[1]
         self.assertRegex(done.stdout, r"^[\d,]+ points written to .*coarse\.las \(levels 0 to 0, "
-                                      r"[\d.]+ units apart\)\n$")
+                                      r"cells [\d.]+ units wide\)\n$")
         self.assertEqual(done.stdout.split()[0].replace(",", ""), str(some.total()))
         self.assertTrue(0 < some.total() < 60000 and some <= everything)
         done = run("thin", self.cloud, "-o", fine, "--spacing", 0.5, "-q")

@@ -77,7 +77,8 @@ class ReferencePlan {
       std::set<std::uint64_t> sample;
       if (cellLevel < kBits) sample = TakeSample(group, cellLevel);
       std::erase_if(group.points, [&](std::uint64_t point) { return sample.contains(point); });
-      const bool isLast = cellLevel == kBits || group.points.size() <= group.total / 16;
+      const bool isLast =
+          cellLevel == kBits || group.points.size() <= std::max<std::size_t>(group.total / 16, 64);
       if (group.leaf && isLast) {
         sample.insert(group.points.begin(), group.points.end());
         group.points.clear();
