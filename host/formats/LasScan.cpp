@@ -1,6 +1,7 @@
 // A LAS file opened as a scan.
 #include "host/formats/LasScan.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace tarnhost {
@@ -64,7 +65,7 @@ void LasScan::ReadPositions(std::uint64_t first, std::uint64_t count, std::int32
 void LasScan::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const {
   const std::size_t stride = layout_.GetRecordBytes();
   const std::span<const std::uint8_t> records(records_ + first * stride, count * stride);
-  std::memcpy(out, records.data(), records.size());
+  std::copy(records.begin(), records.end(), out);
   OOCPCForgetPages(records);
 }
 
