@@ -8,8 +8,9 @@
 
 namespace oocpc {
 
-bool TokenCounts::Add(std::span<const std::uint64_t> numbers) {
-  for (const std::uint64_t number : numbers) {
+template <typename Number>
+bool TokenCounts::Add(std::span<const Number> numbers) {
+  for (const Number number : numbers) {
     if (number >= kCodedNumbersEnd) return false;
     const NumberToken token = TokenOf(number);
     ++counts[token.token];
@@ -18,6 +19,9 @@ bool TokenCounts::Add(std::span<const std::uint64_t> numbers) {
   total += numbers.size();
   return true;
 }
+
+template bool TokenCounts::Add(std::span<const std::uint32_t> numbers);
+template bool TokenCounts::Add(std::span<const std::uint64_t> numbers);
 
 std::uint64_t TokenCounts::EstimateBytes() const {
   double bits = static_cast<double>(rawBits);
