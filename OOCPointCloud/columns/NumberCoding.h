@@ -23,8 +23,9 @@ struct TokenCounts {
   /// and below.
   template <typename Number>
   [[nodiscard]] bool Add(std::span<const Number> numbers);
-  /// Bytes that coding the numbers takes, to a few percent.
-  [[nodiscard]] std::uint64_t EstimateBytes() const;
+  /// Bytes that coding so many numbers takes, of which those that were added are a sample; to a few
+  /// percent when they are all.
+  [[nodiscard]] std::uint64_t EstimateBytes(std::uint64_t numbers) const;
 };
 
 /// Appends the coded numbers, at least one; nothing, and false, when one is too large to be coded.

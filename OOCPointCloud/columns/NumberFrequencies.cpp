@@ -23,7 +23,7 @@ bool TokenCounts::Add(std::span<const Number> numbers) {
 template bool TokenCounts::Add(std::span<const std::uint32_t> numbers);
 template bool TokenCounts::Add(std::span<const std::uint64_t> numbers);
 
-std::uint64_t TokenCounts::EstimateBytes() const {
+std::uint64_t TokenCounts::EstimateBytes(std::uint64_t numbers) const {
   double bits = static_cast<double>(rawBits);
   unsigned used = 0;
   for (const std::uint32_t count : counts) {
@@ -32,6 +32,7 @@ std::uint64_t TokenCounts::EstimateBytes() const {
     bits += count * std::log2(static_cast<double>(total) / count);
   }
   constexpr unsigned kHeadBytes = 24;
+  bits *= static_cast<double>(numbers) / static_cast<double>(total);
   return static_cast<std::uint64_t>(bits / 8) + kHeadBytes + used * kShareBits / 8;
 }
 

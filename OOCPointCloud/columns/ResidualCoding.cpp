@@ -23,8 +23,8 @@ constexpr std::uint8_t kAll = kDifferences | kRelative;
 }  // namespace transform
 
 /// A transform is chosen by so many runs of neighbours.
-constexpr std::size_t kSampleRun = 256;
-constexpr std::size_t kSampleRuns = 6;
+constexpr std::size_t kSampleRun = 128;
+constexpr std::size_t kSampleRuns = 16;
 constexpr std::size_t kHeadBytes = 2;
 
 /// Read as signed: small numbers of either sign become small numbers.
@@ -78,7 +78,7 @@ std::uint64_t EstimateOfSample(const Planes& planes, std::uint8_t how) {
       MakeResiduals(planes, component, how, first, part);
       if (!counts.Add(std::span<const Number>(part))) return ~std::uint64_t{0};
     }
-    bytes += counts.EstimateBytes();
+    bytes += counts.EstimateBytes(count);
   }
   return bytes;
 }
