@@ -35,7 +35,7 @@ struct OOCPCFolderStreamStore::OpenFiles {
   }
 
   std::map<std::string, AppendFile> byName;
-  FileLock lock;
+  std::shared_ptr<FileLock> lock = std::make_shared<FileLock>();
 };
 
 OOCPCFolderStreamStore::OOCPCFolderStreamStore(std::filesystem::path folder)
@@ -43,13 +43,15 @@ OOCPCFolderStreamStore::OOCPCFolderStreamStore(std::filesystem::path folder)
 
 OOCPCFolderStreamStore::~OOCPCFolderStreamStore() = default;
 
+std::shared_ptr<const void> OOCPCFolderStreamStore::ShareLock() const { return files_->lock; }
+
 HRESULT OOCPCFolderStreamStore::Create(const std::filesystem::path& folder,
                                        std::unique_ptr<OOCPCFolderStreamStore>& store) {
   store.reset();
   const HRESULT made = oocpc::detail::MakeFolder(folder);
   if (Failed(made)) return made;
   std::unique_ptr<OOCPCFolderStreamStore> created(new OOCPCFolderStreamStore(folder));
-  HRESULT code = FileLock::Take(folder / kLockFileName, created->files_->lock);
+  HRESULT code = FileLock::Take(folder / kLockFileName, *created->files_->lock);
   // Both names must be durable, the folder's last: who finds the folder finds the lock. A parent
   // that may be written but not read cannot be synced.
   if (!Failed(code)) code = oocpc::detail::SyncFolder(folder);
@@ -72,7 +74,7 @@ HRESULT OOCPCFolderStreamStore::Open(const std::filesystem::path& folder,
   const HRESULT found = oocpc::detail::CheckFolder(folder);
   if (Failed(found)) return found;
   std::unique_ptr<OOCPCFolderStreamStore> opened(new OOCPCFolderStreamStore(folder));
-  const HRESULT locked = FileLock::Take(folder / kLockFileName, opened->files_->lock);
+  const HRESULT locked = FileLock::Take(folder / kLockFileName, *opened->files_->lock);
   if (!Failed(locked)) store = std::move(opened);
   return locked;
 }

@@ -65,6 +65,9 @@ class OOCPOINTCLOUD_API OOCPCFolderStreamStore final : public OOCPCIStreamStore 
                                     std::unique_ptr<OOCPCFolderStreamStore>& store);
   ~OOCPCFolderStreamStore() override;
 
+  /// The folder stays locked as long as the answer lives, also after the store is gone.
+  [[nodiscard]] std::shared_ptr<const void> ShareLock() const;
+
   [[nodiscard]] HRESULT ReadMain(std::vector<std::uint8_t>& bytes) override;
   [[nodiscard]] HRESULT GetLength(const std::string& name, std::uint64_t& length) override;
   [[nodiscard]] HRESULT Append(const std::string& name,
