@@ -12,6 +12,7 @@ namespace tarnapp {
 using Action = std::function<int()>;
 
 void AddImport(CLI::App& app, Action& action);
+void AddAppend(CLI::App& app, Action& action);
 void AddInfo(CLI::App& app, Action& action);
 void AddQuery(CLI::App& app, Action& action);
 void AddExport(CLI::App& app, Action& action);

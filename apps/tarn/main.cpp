@@ -62,6 +62,7 @@ int main(int argc, char** argv) {
   app.footer("tarn COMMAND --help tells more about a command.");
   tarnapp::Action action;
   tarnapp::AddImport(app, action);
+  tarnapp::AddAppend(app, action);
   tarnapp::AddInfo(app, action);
   tarnapp::AddQuery(app, action);
   tarnapp::AddExport(app, action);
