@@ -323,7 +323,8 @@ class ProgramTest(unittest.TestCase):
 
     def test_every_stream_is_missed_when_deleted_cut_or_altered(self):
         self.assertEqual(run("verify", self.cloud).returncode, 0)
-        for stream in sorted(os.listdir(self.cloud)):
+        # A folder without these is whole: the lock is made when needed, the copy at a commit.
+        for stream in sorted(set(os.listdir(self.cloud)) - {"main.copy", "writer.lock"}):
             for harm in ("delete", "cut", "alter"):
                 copy = self.path("harmed.tarn")
                 shutil.copytree(self.cloud, copy)
