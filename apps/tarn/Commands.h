@@ -20,6 +20,7 @@ void AddThin(CLI::App& app, Action& action);
 void AddRender(CLI::App& app, Action& action);
 void AddIterations(CLI::App& app, Action& action);
 void AddVerify(CLI::App& app, Action& action);
+void AddRepair(CLI::App& app, Action& action);
 void AddSynthesize(CLI::App& app, Action& action);
 
 }  // namespace tarnapp

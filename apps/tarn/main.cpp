@@ -70,6 +70,7 @@ int main(int argc, char** argv) {
   tarnapp::AddRender(app, action);
   tarnapp::AddIterations(app, action);
   tarnapp::AddVerify(app, action);
+  tarnapp::AddRepair(app, action);
   tarnapp::AddSynthesize(app, action);
   if (const std::optional<int> code = Parse(app, argc, argv)) return *code;
   return FlushOutput(RunAction(action));
