@@ -9,8 +9,8 @@ namespace {
 
 using Operator = OOCPCIQuery::BitwiseOperator;
 
-bool EvaluateLeaf(const OOCPCBooleanASTQueryVal& leaf, const char* records, unsigned a,
-                  unsigned b) {
+[[gnu::always_inline]] inline bool EvaluateLeaf(const OOCPCBooleanASTQueryVal& leaf,
+                                                const char* records, unsigned a, unsigned b) {
   const OOCPCIQuery* const query = leaf.GetQuery();
   if (query == nullptr || leaf.binding == nullptr) return false;
   auto& binding = static_cast<MetaDataBinding&>(*leaf.binding);
@@ -67,7 +67,11 @@ bool TarnOOCBooleanExpressionEvaluator::EvaluateExpression(OOCPCBooleanAST* node
     }
     const Operator op = static_cast<const OOCPCBooleanASTBinaryOp*>(node)->GetOperator();
     if (op != Operator::kAnd && op != Operator::kOr && op != Operator::kXor) return inverted;
-    const bool answer = EvaluateExpression(firstAsked, records, a, b);
+    // Most operands are leaves; they need no call of their own.
+    const bool answer =
+        firstAsked != nullptr && firstAsked->kind == OOCPCBooleanAST::kQueryLeaf
+            ? EvaluateLeaf(static_cast<const OOCPCBooleanASTQueryVal&>(*firstAsked), records, a, b)
+            : EvaluateExpression(firstAsked, records, a, b);
     if (op == Operator::kAnd && !answer) return inverted;
     if (op == Operator::kOr && answer) return !inverted;
     if (op == Operator::kXor && answer) inverted = !inverted;
