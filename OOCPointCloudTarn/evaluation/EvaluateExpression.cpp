@@ -17,15 +17,13 @@ using Operator = OOCPCIQuery::BitwiseOperator;
   const std::size_t count = binding.m_recordPointers.size();
   if (records == nullptr && count != 0) return false;
   const std::uint32_t offset = std::uint32_t{a} * std::uint32_t{b};
+  const char** const pointers = binding.m_recordPointers.data();
+  const unsigned* const sizes = binding.m_sizes.data();
   for (std::size_t i = 0; i < count; ++i) {
-    binding.m_recordPointers[i] = records + std::size_t{offset} + binding.m_offsets[i];
+    pointers[i] = records + std::size_t{offset} + binding.m_offsets[i];
   }
-  if (query->Satisfy(binding.m_recordPointers.data(), binding.m_sizes.data(),
-                     binding.m_accelerator)) {
-    return true;
-  }
-  if (count == 0) return false;
-  return query->Satisfy(binding.m_recordPointers[0], binding.m_sizes[0], binding.m_accelerator);
+  if (query->Satisfy(pointers, sizes, binding.m_accelerator)) return true;
+  return count != 0 && query->Satisfy(pointers[0], sizes[0], binding.m_accelerator);
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 #include <array>
 #include <bit>
 #include <charconv>
+#include <limits>
 
 #include "host/select/SelectionPlan.h"
+#include "host/select/Sinks.h"
 
 namespace tarnhost {
 
@@ -24,13 +26,24 @@ std::string Bound(std::uint64_t bits, oocpc::ValueType type) {
   return IsSignedType(type) ? Number(static_cast<std::int64_t>(bits)) : Number(bits);
 }
 
-std::string DescribeInterval(const PlanColumn& column, const PlanLeaf& leaf) {
-  static constexpr const char* kColors[] = {"red", "green", "blue"};
-  const bool isColor = column.name == "DEF_COLOR" && column.type.components == 3;
-  const std::string name = isColor ? kColors[leaf.component] : column.name;
-  const std::string low = Bound(leaf.interval.lowBits, column.type.value);
-  const std::string high = Bound(leaf.interval.highBits, column.type.value);
+/// A range in words; a side without a bound is left out.
+std::string DescribeRange(const std::string& name, const std::string& low,
+                          const std::string& high) {
+  if (low.empty()) return name + " at most " + high;
+  if (high.empty()) return name + " at least " + low;
   return low == high ? name + " = " + low : name + " in " + low + " ... " + high;
+}
+
+std::string DescribeInterval(const PlanColumn& column, const PlanLeaf& leaf) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const oocpc::ValueType type = column.type.value;
+  const ValueInterval every = ValuesIn({-kInfinity, kInfinity, false}, type);
+  const bool hasLow = leaf.interval.lowBits != every.lowBits;
+  const bool hasHigh = leaf.interval.highBits != every.highBits;
+  const std::string name = ComponentNames({column.name, column.type, "", 0})[leaf.component];
+  if (!hasLow && !hasHigh) return name + " is a number";
+  return DescribeRange(name, hasLow ? Bound(leaf.interval.lowBits, type) : "",
+                       hasHigh ? Bound(leaf.interval.highBits, type) : "");
 }
 
 std::string DescribeBox(const SelectionPlan& plan, const PlanLeaf& leaf) {
@@ -38,11 +51,16 @@ std::string DescribeBox(const SelectionPlan& plan, const PlanLeaf& leaf) {
   std::string text;
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const StoredRange& range = leaf.box[axis];
-    if (range.least == kAllStored.least && range.greatest == kAllStored.greatest) continue;
-    const double a = plan.positions.GetSource(static_cast<std::int32_t>(range.least), axis);
-    const double b = plan.positions.GetSource(static_cast<std::int32_t>(range.greatest), axis);
-    text += (text.empty() ? "" : ", ") + std::string(kNames[axis]) + " in " +
-            Number(std::min(a, b)) + " ... " + Number(std::max(a, b));
+    const auto bound = [&](std::int64_t stored, std::int64_t none) {
+      return stored == none
+                 ? std::string()
+                 : Number(plan.positions.GetSource(static_cast<std::int32_t>(stored), axis));
+    };
+    std::string low = bound(range.least, kAllStored.least);
+    std::string high = bound(range.greatest, kAllStored.greatest);
+    if (plan.positions.transform.scale[axis] < 0) std::swap(low, high);
+    if (low.empty() && high.empty()) continue;
+    text += (text.empty() ? "" : ", ") + DescribeRange(kNames[axis], low, high);
   }
   return text;
 }
