@@ -2,7 +2,10 @@
 #include "host/formats/LasScan.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <limits>
+#include <utility>
 
 namespace tarnhost {
 
@@ -10,12 +13,23 @@ namespace {
 
 /// Copies one field of constant width out of many records.
 template <std::size_t kBytes>
-void GatherBytes(const std::uint8_t* field, std::size_t stride,
-                 std::span<const std::uint64_t> points, std::uint8_t* out) {
-  for (const std::uint64_t point : points) {
-    std::memcpy(out, field + point * stride, kBytes);
-    out += kBytes;
+void ExtractBytes(const std::uint8_t* field, std::size_t stride, std::size_t count,
+                  std::uint8_t* out) {
+  for (std::size_t i = 0; i < count; ++i, field += stride, out += kBytes) {
+    std::memcpy(out, field, kBytes);
   }
+}
+
+/// A stated coordinate as the stored integer that it has to be.
+bool ToStored(double coordinate, double scale, double offset, std::int32_t& stored) {
+  const double integer = std::nearbyint((coordinate - offset) / scale);
+  // Written so that it holds for no NaN.
+  if (!(integer >= std::numeric_limits<std::int32_t>::min() &&
+        integer <= std::numeric_limits<std::int32_t>::max())) {
+    return false;
+  }
+  stored = static_cast<std::int32_t>(integer);
+  return true;
 }
 
 }  // namespace
@@ -69,37 +83,53 @@ void LasScan::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t
   OOCPCForgetPages(records);
 }
 
-void LasScan::GatherDimension(std::size_t dimension, const std::uint8_t* records,
-                              std::span<const std::uint64_t> points, std::uint8_t* out) const {
+std::span<const std::uint8_t> LasScan::GetMappedRecords() const {
+  return {records_, static_cast<std::size_t>(header_.pointCount) * layout_.GetRecordBytes()};
+}
+
+void LasScan::ExtractDimension(std::size_t dimension, const std::uint8_t* records,
+                               std::size_t count, std::uint8_t* out) const {
   const LasField& field = layout_.GetFields()[dimension];
   const std::size_t stride = layout_.GetRecordBytes();
   const std::uint8_t* from = records + field.offsetBytes;
-  const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
   if (field.bits != 0) {
     const unsigned mask = (1u << field.bits) - 1u;
-    for (const std::uint64_t point : points) {
-      *out++ = static_cast<std::uint8_t>((from[point * stride] >> field.shift) & mask);
+    for (std::size_t i = 0; i < count; ++i, from += stride) {
+      out[i] = static_cast<std::uint8_t>((*from >> field.shift) & mask);
     }
     return;
   }
+  const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
   switch (bytes) {
     case 1:
-      return GatherBytes<1>(from, stride, points, out);
+      return ExtractBytes<1>(from, stride, count, out);
     case 2:
-      return GatherBytes<2>(from, stride, points, out);
+      return ExtractBytes<2>(from, stride, count, out);
     case 4:
-      return GatherBytes<4>(from, stride, points, out);
+      return ExtractBytes<4>(from, stride, count, out);
     case 6:
-      return GatherBytes<6>(from, stride, points, out);
+      return ExtractBytes<6>(from, stride, count, out);
     case 8:
-      return GatherBytes<8>(from, stride, points, out);
+      return ExtractBytes<8>(from, stride, count, out);
     default:
       break;
   }
-  for (const std::uint64_t point : points) {
-    std::memcpy(out, from + point * stride, bytes);
-    out += bytes;
+  for (std::size_t i = 0; i < count; ++i, from += stride, out += bytes) {
+    std::memcpy(out, from, bytes);
   }
+}
+
+bool LasScan::GetStatedBox(StoredBox& box) const {
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const double scale = transform_.scale[axis];
+    const double offset = transform_.offset[axis];
+    if (!ToStored(header_.min[axis], scale, offset, box.least[axis]) ||
+        !ToStored(header_.max[axis], scale, offset, box.greatest[axis])) {
+      return false;
+    }
+    if (box.least[axis] > box.greatest[axis]) std::swap(box.least[axis], box.greatest[axis]);
+  }
+  return true;
 }
 
 std::span<const std::uint8_t> LasScan::GetLeadingBytes() const {
