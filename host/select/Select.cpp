@@ -66,7 +66,7 @@ class Selection {
 
   Outcome Run() {
     if (Outcome outcome = feed_.Start(report_.iteration); !outcome.Ok()) return outcome;
-    const auto window = static_cast<std::size_t>(2 * tbb::this_task_arena::max_concurrency() + 2);
+    const auto window = 2 * static_cast<std::size_t>(tbb::this_task_arena::max_concurrency()) + 2;
     tbb::parallel_pipeline(
         window,
         tbb::make_filter<void, SelectionBatch*>(

@@ -455,7 +455,9 @@ void CompareTrees(std::uint64_t seed, const std::vector<std::uint32_t>& nodes,
         Succeeded(tarnhost::SelectByRecords(*made.cloud, Local(query.text), &records, report)));
     ASSERT_EQ(records.Get(count), expected) << "record by record";
   }
-  if (count > 100) EXPECT_GT(partly, rounds / 3) << "most trees should select some points";
+  if (count > 100) {
+    EXPECT_GT(partly, rounds / 3) << "most trees should select some points";
+  }
 }
 
 class RandomTrees : public ::testing::TestWithParam<std::uint64_t> {};
