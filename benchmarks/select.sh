@@ -11,9 +11,10 @@ TIMEFORMAT=%R
 cat "$scan" > /dev/null
 yardstick=$( { time zstd -q -1 -T1 -c "$scan" > /dev/null; } 2>&1 )
 echo "yardstick: zstd -1 -T1 takes $yardstick s for $(stat -c %s "$scan") bytes"
-"$build/bin/bench_select" "$repository" "$yardstick"
+measured=$("$build/bin/bench_select" "$repository" "$yardstick")
+echo "$measured"
 
-sphere=$("$build/bin/bench_select" "$repository" | sed -n 's/^count a sphere.*points  //p')
+sphere=$(sed -n 's/^count a sphere.*points  //p' <<< "$measured")
 best=
 for _ in 1 2 3 4 5 6 7; do
   seconds=$( { time "$build/bin/tarn" query "$repository" "$sphere" --local --count > /dev/null; } 2>&1 )
