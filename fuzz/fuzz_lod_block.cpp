@@ -7,14 +7,15 @@ using namespace oocpcfuzz;
 
 namespace {
 
-constexpr std::size_t kExtensionEnd = OOCPCLODHeader::kBytes + sizeof(std::uint32_t);
+constexpr std::size_t kExtensionEnd = OOCPCLODHeader::kBytes + OOCPCLODSeal::kBytes;
 
 Bytes WithChecksum(Bytes bytes) {
   if (bytes.size() < kExtensionEnd) return bytes;
   const std::uint32_t sum =
       oocpc::Crc32c(std::span(bytes).subspan(kExtensionEnd),
                     oocpc::Crc32c(std::span(bytes).first(OOCPCLODHeader::kBytes)));
-  std::memcpy(bytes.data() + OOCPCLODHeader::kBytes, &sum, sizeof(sum));
+  std::memcpy(bytes.data() + OOCPCLODHeader::kBytes, &OOCPCLODSeal::kMark, sizeof(sum));
+  std::memcpy(bytes.data() + OOCPCLODHeader::kBytes + sizeof(sum), &sum, sizeof(sum));
   return bytes;
 }
 

@@ -24,6 +24,7 @@ forbid host/cloud 'host/(build|lod|select|render|synthesize)/'
 forbid host/lod 'host/(build|select|render|synthesize)/'
 forbid host/select 'host/(build|lod|render|synthesize)/'
 forbid host/render 'host/(build|synthesize)/'
+forbid host/repair 'host/(build|lod|select|render|synthesize)/'
 
 [ $failed -eq 0 ] && echo "layers: sound"
 exit $failed

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::uint16_t kExtensionBytes = sizeof(std::uint32_t);
+constexpr std::uint16_t kExtensionBytes = OOCPCLODSeal::kBytes;
 constexpr std::size_t kWordsBytes = OOCPCLODNodeRecord::kWords * sizeof(std::uint32_t);
 constexpr std::size_t kChecksumAt = kWordsBytes - sizeof(std::uint32_t);
 
@@ -51,6 +51,18 @@ OOCPCLODHeader OOCPCLODHeader::Decode(const std::uint8_t (&bytes)[kBytes]) {
   return header;
 }
 
+void OOCPCLODSeal::Encode(std::vector<std::uint8_t>& out) const {
+  oocpc::AppendLittleEndian(out, kMark);
+  oocpc::AppendLittleEndian(out, checksum);
+}
+
+bool OOCPCLODSeal::Decode(std::span<const std::uint8_t> extension, OOCPCLODSeal& seal) {
+  if (extension.size() != kBytes) return false;
+  if (oocpc::LoadLittleEndian<std::uint32_t>(extension.data()) != kMark) return false;
+  seal.checksum = oocpc::LoadLittleEndian<std::uint32_t>(extension.data() + sizeof(kMark));
+  return true;
+}
+
 void OOCPCLODBlock::Encode(std::vector<std::uint8_t>& out) const {
   const std::size_t begin = out.size();
   OOCPCLODHeader header;
@@ -61,7 +73,7 @@ void OOCPCLODBlock::Encode(std::vector<std::uint8_t>& out) const {
   header.extensionBytes = kExtensionBytes;
   out.reserve(begin + header.GetBlockBytes());
   header.Encode(out);
-  oocpc::AppendLittleEndian(out, std::uint32_t{0});
+  OOCPCLODSeal{}.Encode(out);
   oocpc::AppendLittleEndian(out, scale);
   for (const double coordinate : centre) oocpc::AppendLittleEndian(out, coordinate);
   oocpc::AppendLittleEndian(out, nodeStreamId);
@@ -70,7 +82,8 @@ void OOCPCLODBlock::Encode(std::vector<std::uint8_t>& out) const {
     oocpc::AppendLittleEndian(out, entry.nodeIndex);
   }
   const std::uint32_t sum = ComputeBlockChecksum(std::span(out).subspan(begin));
-  std::memcpy(out.data() + begin + OOCPCLODHeader::kBytes, &sum, sizeof(sum));
+  std::memcpy(out.data() + begin + OOCPCLODHeader::kBytes + sizeof(OOCPCLODSeal::kMark), &sum,
+              sizeof(sum));
 }
 
 HRESULT OOCPCLODBlock::Decode(std::span<const std::uint8_t> bytes) {
@@ -88,14 +101,17 @@ HRESULT OOCPCLODBlock::Decode(std::span<const std::uint8_t> bytes) {
     return oocpc::result::kBadRecord;
   }
   oocpc::ByteReader reader(bytes.subspan(OOCPCLODHeader::kBytes));
-  std::uint32_t sum = 0;
+  std::span<const std::uint8_t> extension;
+  OOCPCLODSeal seal;
   OOCPCLODBlock read;
   read.levelCount = header.levelCount;
-  bool complete = reader.Read(sum) && reader.Read(read.scale);
+  if (!reader.ReadBytes(kExtensionBytes, extension)) return oocpc::result::kLodShortRead;
+  if (!OOCPCLODSeal::Decode(extension, seal)) return oocpc::result::kBadRecord;
+  bool complete = reader.Read(read.scale);
   for (double& coordinate : read.centre) complete = complete && reader.Read(coordinate);
   complete = complete && reader.Read(read.nodeStreamId);
   if (!complete) return oocpc::result::kLodShortRead;
-  if (sum != ComputeBlockChecksum(bytes)) return oocpc::result::kChecksumMismatch;
+  if (seal.checksum != ComputeBlockChecksum(bytes)) return oocpc::result::kChecksumMismatch;
   read.entries.resize(header.nodeEntryCount);
   for (OOCPCLODNodeEntry& entry : read.entries) {
     if (!reader.Read(entry.childMask) || !reader.Read(entry.nodeIndex)) {

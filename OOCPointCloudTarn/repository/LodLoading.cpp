@@ -5,6 +5,7 @@
 #include <limits>
 #include <new>
 
+#include "OOCPointCloud/support/Bytes.h"
 #include "OOCPointCloudTarn/repository/LodBusyLock.h"
 #include "OOCPointCloudTarn/repository/TarnOOCLODNodeCache.h"
 #include "OOCPointCloudTarn/repository/TarnOOCLODNodeWorker.h"
@@ -45,6 +46,16 @@ HRESULT TarnOOCLODNodeCache::LoadLocked(OOCPCUpdItrLODPayload payload, bool back
   if (payload.endBytes - payload.beginBytes != header.GetBlockBytes()) {
     return oocpc::result::kLodLengthMismatch;
   }
+  OOCPCLODSeal seal;
+  isSealed = OOCPCLODSeal::Decode(head.extension, seal);
+  if (isSealed) {
+    const std::uint64_t entries =
+        payload.endBytes - OOCPCLODHeader::kEntryBytes * std::uint64_t{header.nodeEntryCount};
+    code = CheckSeal(*stream, payload.beginBytes, head);
+    // Whoever gets the stream finds it where it stands without a seal.
+    if (!oocpc::Failed(code)) code = stream->SetPosition(entries);
+    if (oocpc::Failed(code)) return code;
+  }
   code = FillContainerMap();
   if (oocpc::Failed(code)) return code;
   return StartLocked(std::move(stream), background);
@@ -80,6 +91,26 @@ HRESULT TarnOOCLODNodeCache::ReadHead(OOCPCIInputStream& stream, BlockHead& head
     return oocpc::result::kLodShortRead;
   }
   return oocpc::result::kOk;
+}
+
+HRESULT TarnOOCLODNodeCache::CheckSeal(OOCPCIInputStream& stream, std::uint64_t position,
+                                       const BlockHead& head) {
+  OOCPCLODSeal seal;
+  if (!OOCPCLODSeal::Decode(head.extension, seal)) return oocpc::result::kOk;
+  std::vector<std::uint8_t> buffer;
+  head.header.Encode(buffer);
+  std::uint32_t sum = oocpc::Crc32c(buffer);
+  const std::uint64_t skipped = OOCPCLODHeader::kBytes + head.extension.size();
+  const HRESULT code = stream.SetPosition(position + skipped);
+  if (oocpc::Failed(code)) return code;
+  constexpr std::uint64_t kBufferBytes = 1u << 16;
+  for (std::uint64_t left = head.header.GetBlockBytes() - skipped; left > 0;) {
+    buffer.resize(static_cast<std::size_t>(std::min(left, kBufferBytes)));
+    if (!ReadAll(stream, buffer.data(), buffer.size())) return oocpc::result::kLodShortRead;
+    sum = oocpc::Crc32c(buffer, sum);
+    left -= buffer.size();
+  }
+  return sum == seal.checksum ? oocpc::result::kOk : oocpc::result::kChecksumMismatch;
 }
 
 HRESULT TarnOOCLODNodeCache::MakeLevelContainer(
@@ -130,6 +161,7 @@ HRESULT TarnOOCLODNodeCache::WalkBlock(OOCPCIInputStream& stream, std::string_vi
   if (oocpc::Failed(code)) return code;
   BlockHead head;
   code = ReadHead(stream, head);
+  if (!oocpc::Failed(code)) code = CheckSeal(stream, position, head);
   if (!oocpc::Failed(code)) code = level->SetLevelExtent(head.header.nodeEntryCount, value);
   if (oocpc::Failed(code)) return code;
   if (iteration == nodeStreamId && containerMap.find(text) == containerMap.end()) {
@@ -202,6 +234,11 @@ void TarnOOCLODNodeCache::ReserveNodes(const OOCPCIInputStream& nodeStream) {
 HRESULT TarnOOCLODNodeCache::ReadNodeRecord(OOCPCIInputStream& nodeStream, std::mutex* guard) {
   std::uint8_t record[OOCPCLODNodeRecord::kBytes];
   if (!ReadAll(nodeStream, record, sizeof(record))) return oocpc::result::kLodShortRead;
+  if (isSealed) {
+    OOCPCLODNodeRecord sound;
+    const HRESULT code = OOCPCLODNodeRecord::Decode(record, sound);
+    if (oocpc::Failed(code)) return code;
+  }
   const TarnOOCLODNodeEntry entry = TarnOOCLODNodeEntry::FromRecord(record);
   std::unique_lock<std::mutex> adding;
   if (guard != nullptr) adding = std::unique_lock<std::mutex>(*guard);

@@ -54,6 +54,7 @@ HRESULT TarnOOCLODNodeCache::Reset() {
   ClearNodes();
   containerMap.clear();
   header = {};
+  isSealed = false;
   scale = 0;
   centre = {};
   return oocpc::result::kOk;

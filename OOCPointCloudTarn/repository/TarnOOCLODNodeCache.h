@@ -102,6 +102,10 @@ class TarnOOCLODNodeCache final : public OOCPCLODNodeCache {
                                       std::unique_ptr<OOCPCIInputStream>& stream) const;
   // Fills `head` as far as the stream goes.
   [[nodiscard]] static HRESULT ReadHead(OOCPCIInputStream& stream, BlockHead& head);
+  // Compares a sealed block, which begins at `position`, with its checksum; leaves the stream
+  // behind it. Blocks without a seal are taken as they are.
+  [[nodiscard]] static HRESULT CheckSeal(OOCPCIInputStream& stream, std::uint64_t position,
+                                         const BlockHead& head);
   [[nodiscard]] HRESULT FillContainerMap();
   [[nodiscard]] HRESULT MakeLevelContainer(const char* name, std::uint64_t level,
                                            std::unique_ptr<OOCPCMetaDataContainer>& made) const;
@@ -121,6 +125,8 @@ class TarnOOCLODNodeCache final : public OOCPCLODNodeCache {
   double scale = 0;
   std::array<double, 3> centre{};
   std::uint64_t nodeStreamId = 0;
+  // The block was sealed, so that its node records carry checksums.
+  bool isSealed = false;
   TarnOOCPointCloud* owner;
   OOCPCLODContainer* lodContainer;
   // Nodes are many and small and go all at once.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 
@@ -68,6 +69,67 @@ CLI::Validator EndsIn(const std::string& ending) {
             return found == ending ? std::string() : "\"" + text + "\" does not end in " + ending;
           },
           ""};
+}
+
+bool ParseTime(std::string_view text, std::uint64_t& microseconds) {
+  const char* const end = text.data() + text.size();
+  const auto whole = std::from_chars(text.data(), end, microseconds);
+  if (!text.empty() && whole.ec == std::errc() && whole.ptr == end) return true;
+  // YYYY-MM-DD, with or without Thh:mm:ss and Z.
+  constexpr std::string_view kPattern = "0000-00-00T00:00:00";
+  if (text.ends_with('Z')) text.remove_suffix(1);
+  if (text.size() != kPattern.size() && text.size() != 10) return false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool digit = text[i] >= '0' && text[i] <= '9';
+    const bool separates = text[i] == kPattern[i] || (kPattern[i] == 'T' && text[i] == ' ');
+    if (kPattern[i] == '0' ? !digit : !separates) return false;
+  }
+  const auto number = [&](std::size_t at, std::size_t digits) {
+    unsigned value = 0;
+    if (at < text.size()) std::from_chars(text.data() + at, text.data() + at + digits, value);
+    return value;
+  };
+  using std::chrono::day, std::chrono::month, std::chrono::year;
+  const std::chrono::year_month_day date(year(static_cast<int>(number(0, 4))), month(number(5, 2)),
+                                         day(number(8, 2)));
+  const unsigned hour = number(11, 2);
+  const unsigned minute = number(14, 2);
+  const unsigned second = number(17, 2);
+  if (!date.ok() || hour > 23 || minute > 59 || second > 59) return false;
+  const auto days = std::chrono::sys_days(date).time_since_epoch().count();
+  if (days < 0) return false;
+  const std::uint64_t seconds =
+      static_cast<std::uint64_t>(days) * 86400 + hour * 3600u + minute * 60u + second;
+  microseconds = seconds * 1000000;
+  return true;
+}
+
+CLI::Validator IsTime() {
+  return {[](const std::string& text) {
+            std::uint64_t time = 0;
+            return ParseTime(text, time)
+                       ? std::string()
+                       : "\"" + text +
+                             "\" is no time such as 2026-11-21, 2026-11-21T08:40:00, or "
+                             "microseconds since 1970";
+          },
+          ""};
+}
+
+void AddMemoryOption(CLI::App& command, std::string& memory) {
+  command
+      .add_option("--memory", memory,
+                  "About the most memory to use, such as 512M or 4G, at least 256M; default a "
+                  "quarter of the\n"
+                  "machine's")
+      ->check(IsSize());
+}
+
+std::uint64_t MemoryToUse(std::string_view memory) {
+  // With less, what is kept of the pieces would take more than the pieces.
+  constexpr std::uint64_t kLeastMemory = 256u << 20;
+  std::uint64_t bytes = 0;
+  return ParseSize(memory, bytes) ? std::max(bytes, kLeastMemory) : 0;
 }
 
 }  // namespace tarnapp

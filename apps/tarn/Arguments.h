@@ -19,6 +19,14 @@ CLI::Validator IsWholeNumber();
 CLI::Validator EndsIn(const std::string& ending);
 /// Refuses what is no number of bytes such as 800K, 512M or 4G.
 CLI::Validator IsSize();
+/// Refuses what is no time: microseconds since 1970 UTC, a date, or a date and a time of day (UTC).
+CLI::Validator IsTime();
+/// Such a time in microseconds since 1970 UTC. False when it is none, for instance empty.
+bool ParseTime(std::string_view text, std::uint64_t& microseconds);
+/// Adds --memory.
+void AddMemoryOption(CLI::App& command, std::string& memory);
+/// What --memory asks for in bytes, at least what building takes; 0 when it was not given.
+std::uint64_t MemoryToUse(std::string_view memory);
 /// The bytes of such a number: units are powers of 1024. False when it is none.
 bool ParseSize(std::string_view text, std::uint64_t& bytes);
 

@@ -12,6 +12,7 @@ namespace tarnapp {
 using Action = std::function<int()>;
 
 void AddImport(CLI::App& app, Action& action);
+void AddAppend(CLI::App& app, Action& action);
 void AddInfo(CLI::App& app, Action& action);
 void AddQuery(CLI::App& app, Action& action);
 void AddExport(CLI::App& app, Action& action);
@@ -19,6 +20,7 @@ void AddThin(CLI::App& app, Action& action);
 void AddRender(CLI::App& app, Action& action);
 void AddIterations(CLI::App& app, Action& action);
 void AddVerify(CLI::App& app, Action& action);
+void AddRepair(CLI::App& app, Action& action);
 void AddSynthesize(CLI::App& app, Action& action);
 
 }  // namespace tarnapp

@@ -1,5 +1,6 @@
 // tarn export
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Export.h"
@@ -11,16 +12,16 @@ namespace {
 struct Arguments {
   std::string repository;
   std::string output;
-  std::uint64_t iteration = 0;
+  IterationChoice iteration;
   bool quiet = false;
 };
 
-int Run(const Arguments& arguments, bool hasIteration) {
+int Run(const Arguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
   tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
-  std::uint64_t iteration = arguments.iteration;
-  if (!hasIteration) outcome = cloud->FindNewestIteration(iteration);
+  std::uint64_t iteration = 0;
+  outcome = FindIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t points = 0;
   outcome = tarnhost::ExportLas(*cloud, iteration, arguments.output, ShowProgress(arguments.quiet),
@@ -42,13 +43,9 @@ void AddExport(CLI::App& app, Action& action) {
   command->add_option("-o,--output", arguments->output, "The LAS file to write")
       ->required()
       ->check(EndsIn(".las"));
-  CLI::Option* iteration =
-      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
-          ->check(IsWholeNumber());
+  AddIterationOptions(*command, arguments->iteration);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
-  command->callback([arguments, iteration, &action] {
-    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
-  });
+  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }
 
 }  // namespace tarnapp

@@ -10,27 +10,23 @@ namespace tarnapp {
 
 namespace {
 
-/// With less, what is kept of the pieces would take more than the pieces.
-constexpr std::uint64_t kLeastMemory = 256u << 20;
-
 struct Arguments {
   tarnhost::ImportOptions options;
   std::vector<std::string> scans;
   std::string output;
-  std::uint64_t time = 0;
+  std::string time;
   std::string memory;
   bool quiet = false;
 };
 
-int Run(Arguments& arguments, bool hasTime) {
+int Run(Arguments& arguments) {
   arguments.options.inputs.assign(arguments.scans.begin(), arguments.scans.end());
   arguments.options.output = arguments.output;
-  if (!arguments.memory.empty()) {
-    ParseSize(arguments.memory, arguments.options.memoryBytes);
-    arguments.options.memoryBytes = std::max(arguments.options.memoryBytes, kLeastMemory);
-  }
-  if (hasTime) arguments.options.timePoint = arguments.time;
+  arguments.options.memoryBytes = MemoryToUse(arguments.memory);
+  std::uint64_t time = 0;
+  if (ParseTime(arguments.time, time)) arguments.options.timePoint = time;
   arguments.options.progress = ShowProgress(arguments.quiet);
+  arguments.options.temporaryNotice = ShowTemporaryDisk(arguments.quiet);
   tarnhost::ImportReport report;
   const tarnhost::Outcome outcome = tarnhost::ImportScans(arguments.options, report);
   arguments.options.progress = {};
@@ -57,21 +53,14 @@ void AddImport(CLI::App& app, Action& action) {
       ->check(IsNamed());
   command->add_flag("--overwrite", arguments->options.overwrite,
                     "Replace a repository that is there");
+  AddMemoryOption(*command, arguments->memory);
   command
-      ->add_option("--memory", arguments->memory,
-                   "About the most memory to use, such as 512M or 4G, at least 256M; default a "
-                   "quarter of the\n"
-                   "machine's")
-      ->check(IsSize());
-  CLI::Option* time =
-      command
-          ->add_option("--time", arguments->time,
-                       "Time point of the cloud, microseconds since 1970 UTC; default now")
-          ->check(IsWholeNumber());
+      ->add_option("--time", arguments->time,
+                   "Time point of the cloud: 2026-11-21, 2026-11-21T08:40:00 (UTC), or "
+                   "microseconds\nsince 1970 UTC; default now")
+      ->check(IsTime());
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
-  command->callback([arguments, time, &action] {
-    action = [arguments, time] { return Run(*arguments, time->count() > 0); };
-  });
+  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }
 
 }  // namespace tarnapp

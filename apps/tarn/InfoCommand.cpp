@@ -1,6 +1,7 @@
 // tarn info
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/InfoText.h"
+#include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "host/cloud/CloudFacts.h"
 
@@ -11,16 +12,16 @@ namespace {
 struct Arguments {
   std::string repository;
   InfoParts parts;
-  std::uint64_t iteration = 0;
+  IterationChoice iteration;
   bool json = false;
 };
 
-int Run(const Arguments& arguments, bool hasIteration) {
+int Run(const Arguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
   tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
-  std::uint64_t iteration = arguments.iteration;
-  if (!hasIteration) outcome = cloud->FindNewestIteration(iteration);
+  std::uint64_t iteration = 0;
+  outcome = FindIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   tarnhost::CloudFacts facts;
   outcome = tarnhost::CollectFacts(*cloud, iteration, arguments.parts.statistics, facts);
@@ -45,13 +46,9 @@ void AddInfo(CLI::App& app, Action& action) {
                     "Minimum, maximum and mean of each dimension, and contradictions in the data");
   command->add_flag("--metadata", arguments->parts.metadata,
                     "List the sources' headers and variable-length records");
-  CLI::Option* iteration =
-      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
-          ->check(IsWholeNumber());
+  AddIterationOptions(*command, arguments->iteration);
   command->add_flag("--json", arguments->json, "Print all facts as JSON");
-  command->callback([arguments, iteration, &action] {
-    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
-  });
+  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }
 
 }  // namespace tarnapp

@@ -90,4 +90,13 @@ std::function<bool(const tarnhost::ProgressReport&)> ShowProgress(bool quiet) {
   return [line](const tarnhost::ProgressReport& report) { return line->Show(report); };
 }
 
+std::function<void(std::uint64_t, const std::filesystem::path&)> ShowTemporaryDisk(bool quiet) {
+  if (quiet) return {};
+  return [](std::uint64_t bytes, const std::filesystem::path& folder) {
+    const std::filesystem::path place = folder.parent_path().empty() ? "." : folder.parent_path();
+    std::fprintf(stderr, "taking %s of temporary disk in %s\n", Bytes(bytes).c_str(),
+                 place.c_str());
+  };
+}
+
 }  // namespace tarnapp

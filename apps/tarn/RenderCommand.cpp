@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/render/Render.h"
@@ -20,6 +21,7 @@ struct Arguments {
   std::vector<double> target;
   std::string points = "3M";
   tarnhost::RenderOptions options;
+  IterationChoice iteration;
   bool quiet = false;
 };
 
@@ -81,7 +83,7 @@ CLI::Validator IsCount() {
           ""};
 }
 
-int Run(Arguments& arguments, bool hasIteration) {
+int Run(Arguments& arguments) {
   tarnhost::RenderOptions& options = arguments.options;
   ParsePictureSize(arguments.size, options.size);
   ParseCount(arguments.points, options.pointBudget);
@@ -93,7 +95,7 @@ int Run(Arguments& arguments, bool hasIteration) {
   std::unique_ptr<tarnhost::Cloud> cloud;
   tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
-  if (!hasIteration) outcome = cloud->FindNewestIteration(options.iteration);
+  outcome = FindIteration(*cloud, arguments.iteration, options.iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   options.progress = ShowProgress(arguments.quiet);
   tarnhost::Picture picture;
@@ -185,14 +187,9 @@ void AddRender(CLI::App& app, Action& action) {
       ->check(IsNotEmpty());
   command->add_flag("--local", arguments->options.local,
                     "The query's constants are in the repository's local frame");
-  CLI::Option* iteration =
-      command
-          ->add_option("--iteration", arguments->options.iteration, "Iteration; default the newest")
-          ->check(IsWholeNumber());
+  AddIterationOptions(*command, arguments->iteration);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
-  command->callback([arguments, iteration, &action] {
-    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
-  });
+  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }
 
 }  // namespace tarnapp

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/lod/Thin.h"
@@ -14,14 +15,15 @@ struct Arguments {
   std::string repository;
   std::string output;
   tarnhost::ThinOptions options;
+  IterationChoice iteration;
   bool quiet = false;
 };
 
-int Run(Arguments& arguments, bool hasIteration) {
+int Run(Arguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
   tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
-  if (!hasIteration) outcome = cloud->FindNewestIteration(arguments.options.iteration);
+  outcome = FindIteration(*cloud, arguments.iteration, arguments.options.iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   arguments.options.progress = ShowProgress(arguments.quiet);
   tarnhost::ThinReport report;
@@ -64,16 +66,13 @@ void AddThin(CLI::App& app, Action& action) {
                        "Write the fewest levels with cells of this width or less")
           ->check(CLI::PositiveNumber)
           ->excludes(level);
-  CLI::Option* iteration =
-      command
-          ->add_option("--iteration", arguments->options.iteration, "Iteration; default the newest")
-          ->check(IsWholeNumber());
+  AddIterationOptions(*command, arguments->iteration);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
-  command->callback([arguments, level, spacing, iteration, &action] {
+  command->callback([arguments, level, spacing, &action] {
     if (level->count() + spacing->count() == 0) {
       throw CLI::RequiredError("--level or --spacing");
     }
-    action = [arguments, iteration] { return Run(*arguments, iteration->count() > 0); };
+    action = [arguments] { return Run(*arguments); };
   });
 }
 

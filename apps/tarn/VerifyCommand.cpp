@@ -1,5 +1,6 @@
 // tarn verify
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/Faults.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Verify.h"
@@ -14,40 +15,24 @@ struct Arguments {
   bool quiet = false;
 };
 
-std::string CodeText(HRESULT code) {
-  const oocpc::ResultCodeInfo* info = oocpc::FindResultCode(code);
-  return info == nullptr ? std::to_string(code) : info->name;
-}
-
 void PrintAsJson(const tarnhost::VerifyReport& report) {
-  nlohmann::json faults = nlohmann::json::array();
-  for (const tarnhost::Fault& fault : report.faults) {
-    faults.push_back({{"code", CodeText(fault.code)},
-                      {"stream", fault.stream},
-                      {"record", fault.record},
-                      {"offset_bytes", fault.offsetBytes},
-                      {"what", fault.what}});
-  }
   PrintJson({{"sound", report.faultCount == 0},
              {"fault_count", report.faultCount},
-             {"faults", faults},
+             {"faults", FaultsJson(report.faults)},
              {"nodes", report.nodes},
              {"blocks", report.blocks},
              {"points", report.points},
              {"bytes", report.bytes}});
 }
 
-void PrintFaults(const Arguments& arguments, const tarnhost::VerifyReport& report) {
-  for (const tarnhost::Fault& fault : report.faults) {
-    std::fprintf(stderr, "%s, record %llu, offset %llu: %s (%s)\n", fault.stream.c_str(),
-                 static_cast<unsigned long long>(fault.record),
-                 static_cast<unsigned long long>(fault.offsetBytes), fault.what.c_str(),
-                 CodeText(fault.code).c_str());
-  }
+void PrintAsText(const Arguments& arguments, const tarnhost::VerifyReport& report) {
+  PrintFaultLines(report.faults);
   if (report.faultCount > 0) {
-    std::fprintf(stderr, "tarn: %s fault%s found (%s)\n  use another copy of the repository\n",
-                 Grouped(report.faultCount).c_str(), report.faultCount == 1 ? "" : "s",
-                 arguments.repository.c_str());
+    std::fprintf(
+        stderr,
+        "tarn: %s fault%s found (%s)\n  tarn repair brings back the newest intact iteration\n",
+        Grouped(report.faultCount).c_str(), report.faultCount == 1 ? "" : "s",
+        arguments.repository.c_str());
   } else if (!arguments.quiet) {
     std::printf("sound: %s points in %s nodes, %s blocks, %s\n", Grouped(report.points).c_str(),
                 Grouped(report.nodes).c_str(), Grouped(report.blocks).c_str(),
@@ -63,7 +48,7 @@ int Run(const Arguments& arguments) {
   if (arguments.json) {
     PrintAsJson(report);
   } else {
-    PrintFaults(arguments, report);
+    PrintAsText(arguments, report);
   }
   return report.faultCount == 0 ? kDone : kFailed;
 }

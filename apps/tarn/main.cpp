@@ -62,6 +62,7 @@ int main(int argc, char** argv) {
   app.footer("tarn COMMAND --help tells more about a command.");
   tarnapp::Action action;
   tarnapp::AddImport(app, action);
+  tarnapp::AddAppend(app, action);
   tarnapp::AddInfo(app, action);
   tarnapp::AddQuery(app, action);
   tarnapp::AddExport(app, action);
@@ -69,6 +70,7 @@ int main(int argc, char** argv) {
   tarnapp::AddRender(app, action);
   tarnapp::AddIterations(app, action);
   tarnapp::AddVerify(app, action);
+  tarnapp::AddRepair(app, action);
   tarnapp::AddSynthesize(app, action);
   if (const std::optional<int> code = Parse(app, argc, argv)) return *code;
   return FlushOutput(RunAction(action));

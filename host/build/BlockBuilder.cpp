@@ -31,6 +31,31 @@ oocpc::Box3d EmptyBox() {
   return box;
 }
 
+void BlockBuilder::BuildMerged(std::vector<std::uint8_t> records, ExistingTree& existing,
+                               std::uint32_t node, BuiltBlock& block) const {
+  if (records.empty()) {
+    block.columns.clear();
+    block.box = existing.Get(node).ownBox;
+    return;
+  }
+  existing.AppendRecords(node, records);
+  const std::size_t recordBytes = points_.GetRecordBytes();
+  std::vector<std::uint64_t> rows(records.size() / recordBytes);
+  std::iota(rows.begin(), rows.end(), std::uint64_t{0});
+  const auto part = static_cast<std::uint32_t>(rows.size());
+  Build(RecordView(records.data(), recordBytes), rows, std::span(&part, 1), block);
+}
+
+oocpc::Box3d BoxInFrame(const StoredBox& stored, const PositionTransform& transform,
+                        const oocpc::Vector3d& frameOffset) {
+  oocpc::Box3d box = EmptyBox();
+  for (const auto& corner : {stored.least, stored.greatest}) {
+    const auto position = LocalPosition(corner.data(), transform, frameOffset);
+    Extend(box, {position, position});
+  }
+  return box;
+}
+
 BlockBuilder::BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameOffset)
     : points_(points), frameOffset_(frameOffset) {
   const auto& dimensions = points.GetDimensions();
@@ -84,7 +109,9 @@ void BlockBuilder::Build(const RecordView& source, std::span<const std::uint64_t
   for (std::size_t i = 0; i < count; ++i) {
     std::memcpy(positions.data() + 3 * i, records.data() + i * recordBytes, 12);
   }
-  block.box = BoxOf(positions);
+  StoredBox box;
+  box.Extend(positions.data(), count);
+  block.box = BoxInFrame(box, points_.GetTransform(), frameOffset_);
   block.columns.clear();
   values.resize(positions.size() * sizeof(std::int32_t));
   std::memcpy(values.data(), positions.data(), values.size());
@@ -95,25 +122,6 @@ void BlockBuilder::Build(const RecordView& source, std::span<const std::uint64_t
     points_.ExtractDimension(i, records.data(), count, values.data());
     block.columns.push_back(oocpc::EncodeBlock(dimensions[i].type, values));
   }
-}
-
-/// Every coordinate is a monotonic function of its integer, so the box of the integers gives that
-/// of the positions.
-oocpc::Box3d BlockBuilder::BoxOf(std::span<const std::int32_t> xyz) const {
-  std::array<std::int32_t, 3> least{xyz[0], xyz[1], xyz[2]};
-  std::array<std::int32_t, 3> greatest = least;
-  for (std::size_t i = 3; i < xyz.size(); i += 3) {
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-      least[axis] = std::min(least[axis], xyz[i + axis]);
-      greatest[axis] = std::max(greatest[axis], xyz[i + axis]);
-    }
-  }
-  const PositionTransform& transform = points_.GetTransform();
-  const auto one = LocalPosition(least.data(), transform, frameOffset_);
-  const auto other = LocalPosition(greatest.data(), transform, frameOffset_);
-  oocpc::Box3d box{one, one};
-  Extend(box, {other, other});
-  return box;
 }
 
 }  // namespace tarnhost

@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "host/build/ExistingTree.h"
 #include "host/build/PointSet.h"
 #include "host/build/RecordView.h"
 
@@ -29,12 +30,14 @@ class BlockBuilder {
   /// in the order given, the latter last).
   void Build(const RecordView& records, std::span<const std::uint64_t> rows,
              std::span<const std::uint32_t> parts, BuiltBlock& block) const;
+  /// Builds the block of points that join those of a node of an existing tree, which was read. When
+  /// there are none, the block has no columns, and the box of the points that are there.
+  void BuildMerged(std::vector<std::uint8_t> records, ExistingTree& existing, std::uint32_t node,
+                   BuiltBlock& block) const;
 
  private:
   /// Puts rows, which follow one another, into the order of their GPS time.
   void SortByTime(std::span<const std::uint8_t> records, std::span<std::uint32_t> rows) const;
-
-  [[nodiscard]] oocpc::Box3d BoxOf(std::span<const std::int32_t> xyz) const;
 
   const PointSet& points_;
   oocpc::Vector3d frameOffset_;
@@ -43,6 +46,10 @@ class BlockBuilder {
 
 /// The smallest box that holds both.
 void Extend(oocpc::Box3d& box, const oocpc::Box3d& other);
+/// The box of stored positions in the local frame. Coordinates are monotonic functions of their
+/// integers.
+[[nodiscard]] oocpc::Box3d BoxInFrame(const StoredBox& stored, const PositionTransform& transform,
+                                      const oocpc::Vector3d& frameOffset);
 /// A box that holds nothing: extending it by a box gives that box.
 [[nodiscard]] oocpc::Box3d EmptyBox();
 

@@ -5,6 +5,7 @@
 
 #include "host/build/RepositoryBuilder.h"
 #include "host/build/RepositoryPlace.h"
+#include "host/build/ScanInputs.h"
 #include "host/formats/ScanFile.h"
 
 namespace tarnhost {
@@ -13,22 +14,6 @@ namespace fs = std::filesystem;
 namespace result = oocpc::result;
 
 namespace {
-
-Outcome OpenScans(const ImportOptions& options, PointSet& points, ImportReport& report) {
-  std::vector<std::unique_ptr<ScanFile>> scans;
-  for (const fs::path& input : options.inputs) {
-    std::unique_ptr<ScanFile> scan;
-    if (Outcome outcome = OpenLas(input, scan); !outcome.Ok()) return outcome;
-    std::error_code ignored;
-    report.sourceBytes += fs::file_size(input, ignored);
-    scans.push_back(std::move(scan));
-  }
-  if (scans.empty()) {
-    return Outcome::Failure(result::kScanNotRecognised, "no scan was named", {},
-                            "name at least one LAS file");
-  }
-  return PointSet::Join(std::move(scans), points);
-}
 
 Outcome ImportChecked(const ImportOptions& options, ImportReport& report) {
   RepositoryPlace place(options.output);
@@ -47,8 +32,10 @@ Outcome ImportChecked(const ImportOptions& options, ImportReport& report) {
 Outcome ImportIntoStore(const ImportOptions& options, std::unique_ptr<OOCPCIStreamStore> store,
                         const std::filesystem::path& temporaryFolder, ImportReport& report) {
   report = {};
+  std::vector<std::unique_ptr<ScanFile>> scans;
+  if (Outcome outcome = OpenScans(options, scans, report); !outcome.Ok()) return outcome;
   PointSet points;
-  if (Outcome outcome = OpenScans(options, points, report); !outcome.Ok()) return outcome;
+  if (Outcome outcome = PointSet::Join(std::move(scans), points); !outcome.Ok()) return outcome;
   OOCPCRepositoryWriter writer(std::move(store));
   return RepositoryBuilder(points, options, temporaryFolder, writer).Run(report);
 }

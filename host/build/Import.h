@@ -27,6 +27,7 @@ struct ImportOptions {
 };
 
 struct ImportReport {
+  std::uint64_t iteration = 0;  ///< the newest one, when it is done
   std::uint64_t pointCount = 0;
   std::uint64_t nodeCount = 0;
   std::uint64_t blockCount = 0;

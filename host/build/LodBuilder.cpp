@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <tuple>
+#include <unordered_map>
 
 namespace tarnhost {
 
@@ -16,47 +17,37 @@ using Node = OOCPCOctreeAcceleratorNode;
 struct Level {
   std::uint32_t level;
   std::uint32_t part;
-  std::uint64_t nodeIndex;
+  std::size_t place;  ///< of the node in the list
   std::uint32_t firstInBlock;
 };
 
-class LevelLister {
- public:
-  LevelLister(const OctreePlan& plan, std::span<const Node> nodes) : plan_(plan), nodes_(nodes) {}
-
-  std::vector<Level> List() const {
-    std::vector<Level> levels;
-    for (std::uint64_t i = 0; i < plan_.nodes.size(); ++i) Append(i, levels);
-    std::ranges::sort(levels, {}, [&](const Level& level) {
-      const Node& node = nodes_[level.nodeIndex];
-      // Within a level the Morton code of the level's cell decides, as far as 64 bits tell.
-      const unsigned shift = std::min(3 * level.part, 63u);
-      return std::make_tuple(level.level, node.indexInLevel << shift, level.nodeIndex);
-    });
-    return levels;
-  }
-
- private:
-  void Append(std::uint64_t nodeIndex, std::vector<Level>& levels) const {
-    const PlannedNode& planned = plan_.nodes[nodeIndex];
+std::vector<Level> ListLevels(std::span<const LodTreeNode> tree) {
+  std::vector<Level> levels;
+  for (std::size_t place = 0; place < tree.size(); ++place) {
     std::uint32_t first = 0;
     std::uint32_t part = 0;
-    for (const std::uint32_t count : plan_.PartsOf(planned)) {
-      levels.push_back({planned.level + part, part, nodeIndex, first});
+    for (const std::uint32_t count : tree[place].parts) {
+      levels.push_back({tree[place].node.level + part, part, place, first});
       first += count;
       ++part;
     }
   }
+  std::ranges::sort(levels, {}, [&](const Level& level) {
+    const LodTreeNode& node = tree[level.place];
+    // Within a level the Morton code of the level's cell decides, as far as 64 bits tell.
+    const unsigned shift = std::min(3 * level.part, 63u);
+    return std::make_tuple(level.level, node.node.indexInLevel << shift, node.index);
+  });
+  return levels;
+}
 
-  const OctreePlan& plan_;
-  std::span<const Node> nodes_;
-};
-
-std::vector<std::uint64_t> FindParents(std::span<const Node> nodes) {
-  std::vector<std::uint64_t> parents(nodes.size(), Node::kNoChild);
-  for (std::uint64_t i = 0; i < nodes.size(); ++i) {
-    for (const std::uint64_t child : nodes[i].children) {
-      if (child != Node::kNoChild) parents[child] = i;
+/// The place of each node's parent in the list, by the node's number.
+std::unordered_map<std::uint64_t, std::size_t> FindParents(std::span<const LodTreeNode> tree) {
+  std::unordered_map<std::uint64_t, std::size_t> parents;
+  parents.reserve(tree.size());
+  for (std::size_t place = 0; place < tree.size(); ++place) {
+    for (const std::uint64_t child : tree[place].node.children) {
+      if (child != Node::kNoChild) parents.emplace(child, place);
     }
   }
   return parents;
@@ -73,14 +64,14 @@ std::uint8_t ChildMask(const Node& node, bool hasFinerPart) {
 
 }  // namespace
 
-Outcome BuildLod(const OctreePlan& plan, std::span<const Node> nodes, const MortonCube& cube,
+Outcome BuildLod(std::span<const LodTreeNode> tree, const MortonCube& cube,
                  const SamplingGrid& grid, std::uint64_t nodeStreamId, BuiltLod& lod) {
-  const std::vector<Level> levels = LevelLister(plan, nodes).List();
+  const std::vector<Level> levels = ListLevels(tree);
   if (levels.size() > std::numeric_limits<std::uint32_t>::max()) {
     return Outcome::Failure(oocpc::result::kOutOfMemory, "the cloud has more than 2^32 nodes", {},
                             "divide it into several repositories");
   }
-  const std::vector<std::uint64_t> parents = FindParents(nodes);
+  const auto parents = FindParents(tree);
   lod.block = {};
   lod.block.levelCount = levels.empty() ? 0 : levels.back().level + 1;
   lod.block.scale = std::ldexp(cube.edge, -static_cast<int>(grid.gridBits));
@@ -91,19 +82,20 @@ Outcome BuildLod(const OctreePlan& plan, std::span<const Node> nodes, const Mort
   lod.records.clear();
   lod.records.reserve(levels.size() * OOCPCLODNodeRecord::kBytes);
   for (const Level& level : levels) {
-    const Node& node = nodes[level.nodeIndex];
-    const auto parts = plan.PartsOf(plan.nodes[level.nodeIndex]);
+    const auto& [index, node, parts] = tree[level.place];
     OOCPCLODNodeRecord record;
-    record.indexInLevel = OOCPCLODNodeRecord::GetIndex(node, level.nodeIndex, level.level);
+    record.indexInLevel = OOCPCLODNodeRecord::GetIndex(node, index, level.level);
     record.level = level.level;
     record.childMask = ChildMask(node, level.part + 1 < parts.size());
     record.levelsInLeaf = level.part;
     record.firstInBlock = level.firstInBlock;
-    const std::uint64_t above = level.part > 0 ? level.nodeIndex : parents[level.nodeIndex];
-    if (above != Node::kNoChild) {
-      record.parentIndex = OOCPCLODNodeRecord::GetIndex(nodes[above], above, level.level - 1);
+    if (level.part > 0) {
+      record.parentIndex = OOCPCLODNodeRecord::GetIndex(node, index, level.level - 1);
+    } else if (const auto above = parents.find(index); above != parents.end()) {
+      const LodTreeNode& parent = tree[above->second];
+      record.parentIndex = OOCPCLODNodeRecord::GetIndex(parent.node, parent.index, level.level - 1);
     }
-    record.nodeIndex = level.nodeIndex;
+    record.nodeIndex = index;
     record.pointCount = parts[level.part];
     record.corner1 = node.corner1;
     record.corner2 = node.corner2;

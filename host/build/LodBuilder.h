@@ -19,12 +19,18 @@ struct BuiltLod {
   std::vector<std::uint8_t> records;  ///< of the node stream
 };
 
-/// Describes all levels of the nodes of a plan; `nodes` are the same nodes, the root last. Records
-/// stand level after level, along the Morton curve within a level, so that whoever reads only the
+/// A node of the octree with its levels of detail.
+struct LodTreeNode {
+  std::uint64_t index = 0;  ///< in the stream
+  OOCPCOctreeAcceleratorNode node;
+  std::vector<std::uint32_t> parts;  ///< points of each level, which divide the node's own ones
+};
+
+/// Describes all levels of the nodes of a tree, which may come in any order. Records stand level
+/// after level, along the Morton curve within a level, so that whoever reads only the
 /// first ones knows the coarse nodes. kOutOfMemory when the nodes are too many to be numbered in 32
 /// bits.
-Outcome BuildLod(const OctreePlan& plan, std::span<const OOCPCOctreeAcceleratorNode> nodes,
-                 const MortonCube& cube, const SamplingGrid& grid, std::uint64_t nodeStreamId,
-                 BuiltLod& lod);
+Outcome BuildLod(std::span<const LodTreeNode> tree, const MortonCube& cube,
+                 const SamplingGrid& grid, std::uint64_t nodeStreamId, BuiltLod& lod);
 
 }  // namespace tarnhost

@@ -13,21 +13,26 @@ Outcome NodeEmitter::Emit(const Piece& piece, const BuiltPiece& built) {
       OpenNode above;
       above.node.level = level;
       above.node.indexInLevel = piece.CellOf(level);
+      if (existing_ != nullptr) {
+        above.node.existing = existing_->FindInner(level, above.node.indexInLevel);
+      }
       open_.push_back(std::move(above));
     }
     const auto& taken = built.takenRecords[level];
     open_[level].records.insert(open_[level].records.end(), taken.begin(), taken.end());
   }
-  const std::uint64_t firstNode = nodes_.size();
+  std::vector<std::uint64_t> indices(built.plan.nodes.size());
   for (std::size_t i = 0; i < built.plan.nodes.size(); ++i) {
     PlannedNode node = built.plan.nodes[i];
     for (std::uint64_t& child : node.children) {
-      if (child != PlannedNode::kNoChild) child += firstNode;
+      if (child != PlannedNode::kNoChild) child = indices[child];
     }
-    Outcome outcome = Add(node, built.plan.PartsOf(node), built.blocks[i]);
+    Outcome outcome = Add(node, built.plan.PartsOf(node), built.blocks[i], indices[i]);
     if (!outcome.Ok()) return outcome;
   }
-  if (!built.plan.nodes.empty()) AttachToLast(nodes_.size() - 1);
+  if (!indices.empty() && !open_.empty()) {
+    open_.back().node.children[piece.indexInLevel & 7u] = indices.back();
+  }
   return Outcome::Success();
 }
 
@@ -51,66 +56,130 @@ Outcome NodeEmitter::CloseTo(const Piece& piece) {
 Outcome NodeEmitter::CloseLast() {
   OpenNode last = std::move(open_.back());
   open_.pop_back();
-  const std::size_t count = last.records.size() / recordBytes_;
-  last.node.ownPointCount = static_cast<std::uint32_t>(count);
-  last.node.subtreePointCount = count;
-  for (const std::uint64_t child : last.node.children) {
-    if (child != PlannedNode::kNoChild) {
-      last.node.subtreePointCount += nodes_[child].subtreePointCount;
-    }
-  }
-  const std::uint32_t part = last.node.ownPointCount;
+  const auto part = static_cast<std::uint32_t>(last.records.size() / recordBytes_);
+  last.node.ownPointCount = part;
   BuiltBlock block;
-  if (count > 0) {
-    std::vector<std::uint64_t> rows(count);
+  if (last.node.existing != ExistingTree::kNone) {
+    blocks_.BuildMerged(std::move(last.records), *existing_, last.node.existing, block);
+  } else if (part > 0) {
+    std::vector<std::uint64_t> rows(part);
     std::iota(rows.begin(), rows.end(), std::uint64_t{0});
     blocks_.Build(RecordView(last.records.data(), recordBytes_), rows, std::span(&part, 1), block);
   }
-  if (Outcome outcome = Add(last.node, std::span(&part, 1), block); !outcome.Ok()) return outcome;
-  AttachToLast(nodes_.size() - 1);
-  return Outcome::Success();
+  std::uint64_t index = 0;
+  Outcome outcome = Add(last.node, std::span(&part, 1), block, index);
+  if (outcome.Ok() && !open_.empty()) {
+    open_.back().node.children[last.node.indexInLevel & 7u] = index;
+  }
+  return outcome;
 }
 
-void NodeEmitter::AttachToLast(std::uint64_t node) {
-  if (!open_.empty()) open_.back().node.children[nodes_[node].indexInLevel & 7u] = node;
+/// The children of an existing node that stay as they are.
+void NodeEmitter::LinkKeptChildren(PlannedNode& node) {
+  for (unsigned octant = 0; octant < 8; ++octant) {
+    const std::uint32_t kept = existing_->FindKeptChild(node.existing, octant);
+    if (kept != ExistingTree::kNone) node.children[octant] = LinkKept(kept);
+  }
+}
+
+/// The number in the stream of a node that stays as it is. In a cube that has grown its level and
+/// its place have changed, and those of everything below: then the records are written again, and
+/// go on to refer to their blocks.
+std::uint64_t NodeEmitter::LinkKept(std::uint32_t existing) {
+  const ExistingTree::Node& node = existing_->Get(existing);
+  if (!existing_->HasGrown()) {
+    linked_.emplace(node.index, existing);
+    return node.index;
+  }
+  OOCPCOctreeAcceleratorNode record = node.record;
+  for (std::size_t octant = 0; octant < record.children.size(); ++octant) {
+    const std::uint32_t child = node.children[octant];
+    record.children[octant] = child == ExistingTree::kNone ? kNone : LinkKept(child);
+  }
+  Keep(record, node.parts);
+  return end_.nodeCount - 1;
+}
+
+const OOCPCOctreeAcceleratorNode& NodeEmitter::NodeAt(std::uint64_t index) const {
+  return index >= begin_.nodeCount ? nodes_[index - begin_.nodeCount]
+                                   : existing_->Get(linked_.at(index)).record;
+}
+
+void NodeEmitter::Keep(const OOCPCOctreeAcceleratorNode& node, std::vector<std::uint32_t> parts) {
+  nodes_.push_back(node);
+  parts_.push_back(std::move(parts));
+  ++end_.nodeCount;
 }
 
 Outcome NodeEmitter::Add(PlannedNode planned, std::span<const std::uint32_t> parts,
-                         const BuiltBlock& block) {
-  planned.firstPoint = pointCount_;
-  planned.firstPart = plan_.parts.size();
-  planned.partCount = static_cast<std::uint32_t>(parts.size());
-  plan_.parts.insert(plan_.parts.end(), parts.begin(), parts.end());
-  plan_.nodes.push_back(planned);
-
+                         const BuiltBlock& block, std::uint64_t& index) {
   OOCPCOctreeAcceleratorNode node;
-  std::copy(std::begin(planned.children), std::end(planned.children), node.children.begin());
-  node.firstPoint = planned.firstPoint;
+  std::vector<std::uint32_t> levels(parts.begin(), parts.end());
   node.level = planned.level;
-  node.ownPointCount = planned.ownPointCount;
   node.indexInLevel = planned.indexInLevel;
-  node.subtreePointCount = planned.subtreePointCount;
+  node.ownPointCount = planned.ownPointCount;
+  if (planned.existing != ExistingTree::kNone) {
+    LinkKeptChildren(planned);
+    node.ownPointCount += existing_->CountOwn(planned.existing);
+    levels = {node.ownPointCount};
+  }
+  std::copy(std::begin(planned.children), std::end(planned.children), node.children.begin());
   oocpc::Box3d box = EmptyBox();
-  if (planned.ownPointCount > 0) {
-    node.blockId = blockCount_;
-    box = block.box;
+  if (!block.columns.empty()) {
+    node.firstPoint = end_.pointCount;
+    node.blockId = end_.blockCount;
+    if (Outcome outcome = AppendBlock(block); !outcome.Ok()) return outcome;
+    ++end_.blockCount;
+    end_.pointCount += node.ownPointCount;
+  } else if (node.ownPointCount > 0) {
+    node.firstPoint = existing_->Get(planned.existing).record.firstPoint;
+    node.blockId = existing_->Get(planned.existing).record.blockId;
+  } else {
+    node.firstPoint = end_.pointCount;
   }
-  for (const std::uint64_t child : planned.children) {
-    if (child != PlannedNode::kNoChild) Extend(box, {nodes_[child].corner1, nodes_[child].corner2});
+  if (node.ownPointCount > 0) box = block.box;
+  node.subtreePointCount = node.ownPointCount;
+  for (const std::uint64_t child : node.children) {
+    if (child == kNone) continue;
+    const OOCPCOctreeAcceleratorNode& below = NodeAt(child);
+    node.subtreePointCount += below.subtreePointCount;
+    if (below.subtreePointCount > 0) Extend(box, {below.corner1, below.corner2});
   }
-  if (planned.subtreePointCount == 0) box = {};
+  if (node.subtreePointCount == 0) box = {};
   node.corner1 = box.min;
   node.corner2 = box.max;
-  nodes_.push_back(node);
+  index = end_.nodeCount;
+  Keep(node, std::move(levels));
+  return Outcome::Success();
+}
 
+Outcome NodeEmitter::AppendBlock(const BuiltBlock& block) {
   for (std::size_t column = 0; column < block.columns.size(); ++column) {
     const HRESULT code = writer_.AppendBlock(static_cast<std::uint32_t>(column),
-                                             block.columns[column], planned.firstPoint);
+                                             block.columns[column], end_.pointCount);
     if (oocpc::Failed(code)) return Outcome::FromCode(code, place_);
   }
-  if (planned.ownPointCount > 0) ++blockCount_;
-  pointCount_ += planned.ownPointCount;
   return Outcome::Success();
+}
+
+std::vector<LodTreeNode> NodeEmitter::ListTree() const {
+  std::vector<LodTreeNode> tree;
+  for (std::size_t i = 0; i < nodes_.size(); ++i) {
+    tree.push_back({begin_.nodeCount + i, nodes_[i], parts_[i]});
+  }
+  if (existing_ == nullptr) return tree;
+  // The subtrees that emitted nodes refer to.
+  std::vector<std::uint32_t> waiting;
+  for (const auto& [index, node] : linked_) waiting.push_back(node);
+  while (!waiting.empty()) {
+    const ExistingTree::Node& node = existing_->Get(waiting.back());
+    waiting.pop_back();
+    tree.push_back({node.index, node.record, node.parts});
+    for (const std::uint32_t child : node.children) {
+      if (child != ExistingTree::kNone) waiting.push_back(child);
+    }
+  }
+  return tree;
 }
 
 }  // namespace tarnhost

@@ -97,8 +97,25 @@ void NodeSampler::Start(unsigned cellLevel, std::uint64_t cellCount, std::uint64
   for (const std::uint64_t code : taken_) spacing_.Add(code);
 }
 
+void NodeSampler::Keep(std::vector<std::uint64_t> codes, unsigned cellLevel, std::size_t most) {
+  keptShift_ = 3 * (kMortonBits - cellLevel);
+  most_ = most - std::min(most, codes.size());
+  taken_.insert(taken_.end(), codes.begin(), codes.end());
+  keptCells_ = std::move(codes);
+  for (std::uint64_t& code : keptCells_) code >>= keptShift_;
+  nextKept_ = 0;
+}
+
+bool NodeSampler::IsKept(std::uint64_t code) {
+  const std::uint64_t cell = code >> keptShift_;
+  while (nextKept_ < keptCells_.size() && keptCells_[nextKept_] < cell) ++nextKept_;
+  return nextKept_ < keptCells_.size() && keptCells_[nextKept_] == cell;
+}
+
 bool NodeSampler::Take(std::uint64_t code) {
+  if (most_ == 0 || IsKept(code)) return false;
   if (thins_ && spacing_.IsTooClose(code)) return false;
+  --most_;
   taken_.push_back(code);
   if (thins_) spacing_.Add(code);
   return true;

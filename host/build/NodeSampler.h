@@ -45,6 +45,12 @@ class NodeSampler {
   /// `above` are the codes of what coarser levels took in the node's cell.
   explicit NodeSampler(std::vector<std::uint64_t> above) : taken_(std::move(above)) {}
 
+  /// Adds what the node has taken before, in ascending order: no more is taken of their cells at
+  /// the level of cells given, and no more than `most` points at all.
+  void Keep(std::vector<std::uint64_t> codes, unsigned cellLevel, std::size_t most);
+  /// Whether the cell of a code has a point that was kept. To be asked in ascending order.
+  [[nodiscard]] bool IsKept(std::uint64_t code);
+
   /// Goes over to the cells of a level, which is coarser than the finest.
   void Start(unsigned cellLevel, std::uint64_t cellCount, std::uint64_t pointCount);
   /// Takes the best candidate of a cell, or not.
@@ -59,6 +65,10 @@ class NodeSampler {
 
  private:
   std::vector<std::uint64_t> taken_;
+  std::vector<std::uint64_t> keptCells_;  ///< ascending
+  std::size_t nextKept_ = 0;
+  unsigned keptShift_ = 0;
+  std::size_t most_ = ~std::size_t{0};
   PointSpacing spacing_;
   bool thins_ = false;
 };

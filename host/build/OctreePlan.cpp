@@ -19,7 +19,7 @@ using Codes = std::vector<std::uint64_t>;
 
 class Planner {
  public:
-  explicit Planner(const SamplingGrid& grid) : grid_(grid) {}
+  Planner(const SamplingGrid& grid, ExistingTree* existing) : grid_(grid), existing_(existing) {}
 
   OctreePlan Run(std::span<CodedPoint> points, SubtreeRoot root) {
     plan_.order.reserve(points.size());
@@ -34,10 +34,17 @@ class Planner {
     node.level = level;
     node.indexInLevel = index;
     node.subtreePointCount = points.size();
+    if (existing_ != nullptr) node.existing = existing_->FindInner(level, index);
+    const bool isKept = node.existing != ExistingTree::kNone ||
+                        (existing_ != nullptr && existing_->LeadsToRoot(level, index));
+    if (existing_ != nullptr && points.empty() && !isKept) return PlannedNode::kNoChild;
     std::vector<std::uint64_t> own;
     std::vector<std::uint32_t> parts;
     // What nodes above took counts, too: so it does not matter to the shape of the tree.
-    if (points.size() + above.size() <= OctreePlan::kNodeCapacity) {
+    if (isKept) {
+      DivideInner(points, std::move(above), node, own);
+      if (own.empty() && IsBare(node)) return PlannedNode::kNoChild;
+    } else if (points.size() + above.size() <= OctreePlan::kNodeCapacity) {
       DivideLeaf(points, std::move(above), level, own, parts);
     } else if (level < kMortonBits) {
       DivideInner(points, std::move(above), node, own);
@@ -88,6 +95,10 @@ class Planner {
     NodeSampler sampler(std::move(above));
     // On the finest cells there is nothing to keep apart.
     const unsigned cellLevel = std::min(grid_.CellLevel(node.level), kMortonBits - 1);
+    if (node.existing != ExistingTree::kNone) {
+      sampler.Keep(existing_->ReadOwn(node.existing), cellLevel, OctreePlan::kNodeCapacity);
+      points = HoldPoints(points, node, own);
+    }
     points = sampler.TakeAll(points, cellLevel, own);
     std::array<Codes, 8> taken;
     for (const std::uint64_t code : sampler.GetTaken()) {
@@ -98,12 +109,50 @@ class Planner {
           points.begin(), points.end(),
           [&](const CodedPoint& point) { return OctantOf(point.code, node.level) <= octant; });
       const auto count = static_cast<std::size_t>(end - points.begin());
-      if (count > 0) {
+      const bool changes =
+          existing_ != nullptr && Changes(node, octant, node.indexInLevel * 8 + octant);
+      if (count > 0 || changes) {
         node.children[octant] = Build(points.first(count), node.level + 1,
                                       node.indexInLevel * 8 + octant, std::move(taken[octant]));
       }
       points = points.subspan(count);
     }
+  }
+
+  /// Keeps the points that the node holds on to; gives the others, still in order.
+  std::span<CodedPoint> HoldPoints(std::span<CodedPoint> points, const PlannedNode& node,
+                                   std::vector<std::uint64_t>& own) const {
+    std::size_t left = 0;
+    for (const CodedPoint& point : points) {
+      if (node.level == existing_->GetGrowth() &&
+          existing_->IsHeld(point.code, node.level, node.indexInLevel)) {
+        own.push_back(point.point);
+      } else {
+        points[left++] = point;
+      }
+    }
+    return points.first(left);
+  }
+
+  /// Whether something of the existing tree changes in a child, new points or not.
+  [[nodiscard]] bool Changes(const PlannedNode& node, unsigned octant, std::uint64_t child) const {
+    if (node.existing != ExistingTree::kNone) {
+      return existing_->HasChangingChild(node.existing, octant);
+    }
+    return existing_->LeadsToRoot(node.level + 1, child);
+  }
+
+  /// Whether a kept node has no points of its own and no children any more.
+  [[nodiscard]] bool IsBare(const PlannedNode& node) const {
+    const bool isThere = node.existing != ExistingTree::kNone;
+    if (isThere && existing_->CountOwn(node.existing) > 0) return false;
+    for (unsigned octant = 0; octant < 8; ++octant) {
+      if (node.children[octant] != PlannedNode::kNoChild) return false;
+      if (isThere && existing_->FindKeptChild(node.existing, octant) != ExistingTree::kNone) {
+        return false;
+      }
+    }
+    return true;
   }
 
   void DealToChildren(std::span<CodedPoint> points, PlannedNode& node) {
@@ -116,6 +165,7 @@ class Planner {
   }
 
   SamplingGrid grid_;
+  ExistingTree* existing_;
   OctreePlan plan_;
 };
 
@@ -133,8 +183,9 @@ unsigned SamplingGrid::CellLevel(unsigned level) const {
   return std::min(level + gridBits, kMortonBits);
 }
 
-OctreePlan PlanSubtree(std::span<CodedPoint> points, SubtreeRoot root, const SamplingGrid& grid) {
-  return Planner(grid).Run(points, std::move(root));
+OctreePlan PlanSubtree(std::span<CodedPoint> points, SubtreeRoot root, const SamplingGrid& grid,
+                       ExistingTree* existing) {
+  return Planner(grid, existing).Run(points, std::move(root));
 }
 
 OctreePlan PlanOctree(std::vector<CodedPoint> points) {

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "host/build/ExistingTree.h"
 #include "host/build/NodeSampler.h"
 
 namespace tarnhost {
@@ -23,6 +24,8 @@ struct PlannedNode {
   std::uint32_t ownPointCount = 0;
   std::uint64_t firstPart = 0;  ///< position of the parts in OctreePlan::parts
   std::uint32_t partCount = 0;
+  /// The node of the existing tree whose points it keeps besides its own ones, which are new.
+  std::uint32_t existing = ExistingTree::kNone;
 };
 
 /// The nodes of an octree, or of a subtree, and the order in which they store the points.
@@ -71,8 +74,13 @@ struct SubtreeRoot {
 /// level and of the finer ones; a last sixteenth, or 64 points, join the level before. Points that
 /// no Morton bit tells apart are dealt to the children by count. No points at all give a root
 /// without points.
+///
+/// Where points come to an existing tree, its inner nodes keep their samples and take only what
+/// these leave room for; children of theirs in which nothing changes are no part of the plan. Then
+/// a plan may have no nodes at all: of what is to be dissolved, everything may have been taken
+/// above.
 [[nodiscard]] OctreePlan PlanSubtree(std::span<CodedPoint> points, SubtreeRoot root,
-                                     const SamplingGrid& grid);
+                                     const SamplingGrid& grid, ExistingTree* existing = nullptr);
 
 /// Plans a whole octree.
 [[nodiscard]] OctreePlan PlanOctree(std::vector<CodedPoint> points);

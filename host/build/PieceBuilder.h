@@ -24,16 +24,25 @@ struct BuiltPiece {
 /// Const operations are safe from several threads at once.
 class PieceBuilder {
  public:
-  PieceBuilder(const BlockBuilder& blocks, const SamplingGrid& grid)
-      : blocks_(blocks), grid_(grid) {}
+  /// `existing` is the tree that the points come to, or null.
+  PieceBuilder(const BlockBuilder& blocks, const SamplingGrid& grid, ExistingTree* existing)
+      : blocks_(blocks), grid_(grid), existing_(existing) {}
 
-  /// `taken` are the points that nodes above took. Uses up the points of `loaded`.
+  /// `taken` are the points that nodes above took, `above` the codes of all points that these have
+  /// in the piece's cell. Uses up the points of `loaded`.
   [[nodiscard]] BuiltPiece Build(const Piece& piece, LoadedPiece& loaded,
-                                 std::span<const TakenPoint> taken) const;
+                                 std::span<const TakenPoint> taken,
+                                 std::vector<std::uint64_t> above) const;
 
  private:
   const BlockBuilder& blocks_;
+  void HoldPoints(const Piece& piece, const LoadedPiece& loaded, std::vector<std::uint32_t>& places,
+                  BuiltPiece& built, std::vector<std::uint64_t>& above) const;
+  void BuildBlock(const LoadedPiece& loaded, const BuiltPiece& built, const PlannedNode& node,
+                  BuiltBlock& block) const;
+
   SamplingGrid grid_;
+  ExistingTree* existing_;
 };
 
 }  // namespace tarnhost

@@ -42,12 +42,6 @@ constexpr double kNearOrigin = 10000;
 
 constexpr const char* kGenerator = "OOCPointCloudTarn 0.1.0";
 
-std::uint64_t Now() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::microseconds>(now).count());
-}
-
 /// A quarter of the machine's memory.
 std::uint64_t DefaultMemory() {
   const auto pages = static_cast<std::uint64_t>(std::max(0L, ::sysconf(_SC_PHYS_PAGES)));
@@ -59,17 +53,6 @@ std::size_t ThreadCount() {
 }
 
 using PointRows = tbb::blocked_range<std::uint64_t>;
-
-/// The box in the frame of an offset. Coordinates are monotonic functions of their integers.
-oocpc::Box3d BoxInFrame(const StoredBox& stored, const PositionTransform& transform,
-                        const oocpc::Vector3d& frameOffset) {
-  oocpc::Box3d box = EmptyBox();
-  for (const auto& corner : {stored.least, stored.greatest}) {
-    const auto position = LocalPosition(corner.data(), transform, frameOffset);
-    Extend(box, {position, position});
-  }
-  return box;
-}
 
 /// Progress that several threads make.
 class SharedProgress {
@@ -93,6 +76,31 @@ class SharedProgress {
 
 }  // namespace
 
+std::uint64_t CurrentTimePoint() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+}
+
+PointCoder CoderFor(const StoredBox& box, const PositionTransform& transform) {
+  PointCoder coder;
+  coder.transform = transform;
+  const oocpc::Box3d source = BoxInFrame(box, transform, {});
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const bool near =
+        std::abs(source.min[axis]) < kNearOrigin && std::abs(source.max[axis]) < kNearOrigin;
+    coder.frameOffset[axis] = near ? 0.0 : std::floor(source.min[axis] / 1000) * 1000;
+  }
+  const oocpc::Box3d local = BoxInFrame(box, transform, coder.frameOffset);
+  coder.cube.min = local.min;
+  double edge = 0;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    edge = std::max(edge, local.max[axis] - local.min[axis]);
+  }
+  coder.cube.edge = edge > 0 ? edge : 1;
+  return coder;
+}
+
 RepositoryBuilder::RepositoryBuilder(const PointSet& points, const ImportOptions& options,
                                      std::filesystem::path temporaryFolder,
                                      OOCPCRepositoryWriter& writer)
@@ -102,9 +110,19 @@ RepositoryBuilder::RepositoryBuilder(const PointSet& points, const ImportOptions
       writer_(writer),
       memoryBytes_(
           std::max(options.memoryBytes == 0 ? DefaultMemory() : options.memoryBytes, kLeastMemory)),
-      timePoint_(options.timePoint ? *options.timePoint : Now()),
+      timePoint_(options.timePoint ? *options.timePoint : CurrentTimePoint()),
       pieces_(MostPointsOfPiece()) {
   coder_.transform = points.GetTransform();
+}
+
+RepositoryBuilder::RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+                                     std::filesystem::path temporaryFolder,
+                                     OOCPCRepositoryWriter& writer, AppendBase& base)
+    : RepositoryBuilder(points, options, std::move(temporaryFolder), writer) {
+  base_ = &base;
+  coder_ = base.coder;
+  grid_ = base.grid;
+  bytesBefore_ = writer.GetTotalBytes();
 }
 
 bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
@@ -114,39 +132,26 @@ bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
 Outcome RepositoryBuilder::Run(ImportReport& report) {
   if (Outcome outcome = CountPoints(); !outcome.Ok()) return outcome;
   const BlockBuilder blocks(points_, coder_.frameOffset);
-  NodeEmitter emitter(blocks, points_.GetRecordBytes(), writer_, options_.output.string());
+  NodeEmitter emitter(blocks, points_.GetRecordBytes(), writer_, options_.output.string(),
+                      base_ == nullptr ? StreamEnds{} : base_->ends,
+                      base_ == nullptr ? nullptr : base_->tree);
   if (Outcome outcome = DealPoints(); !outcome.Ok()) return outcome;
   if (Outcome outcome = SampleTop(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CreateColumns(); !outcome.Ok()) return outcome;
   if (Outcome outcome = BuildPieces(emitter); !outcome.Ok()) return outcome;
+  if (Outcome outcome = CheckExisting(); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteNodes(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteLod(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteSources(); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteIteration(emitter); !outcome.Ok()) return outcome;
-  const HRESULT code = writer_.Commit(Describe());
+  const HRESULT code = writer_.Commit(base_ == nullptr ? Describe() : DescribeAppended());
   if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
-  report.pointCount = points_.GetPointCount();
+  report.pointCount = points_.GetPointCount() - (base_ == nullptr ? 0 : base_->dissolvedCount);
   report.nodeCount = emitter.GetNodes().size();
-  report.blockCount = emitter.GetBlockCount();
-  report.storedBytes = writer_.GetTotalBytes();
+  report.blockCount =
+      emitter.GetEnds().blockCount - (base_ == nullptr ? 0 : base_->ends.blockCount);
+  report.storedBytes = writer_.GetTotalBytes() - bytesBefore_;
   return Outcome::Success();
-}
-
-/// The local frame and the cube of the octree for points in a box.
-void RepositoryBuilder::SetFrame(const StoredBox& box) {
-  const oocpc::Box3d source = BoxInFrame(box, points_.GetTransform(), {});
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    const bool near =
-        std::abs(source.min[axis]) < kNearOrigin && std::abs(source.max[axis]) < kNearOrigin;
-    coder_.frameOffset[axis] = near ? 0.0 : std::floor(source.min[axis] / 1000) * 1000;
-  }
-  const oocpc::Box3d local = BoxInFrame(box, points_.GetTransform(), coder_.frameOffset);
-  coder_.cube.min = local.min;
-  double edge = 0;
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    edge = std::max(edge, local.max[axis] - local.min[axis]);
-  }
-  coder_.cube.edge = edge > 0 ? edge : 1;
 }
 
 /// Records, codes, and points sorted by them at once.
@@ -176,19 +181,19 @@ Outcome RepositoryBuilder::CountPoints() {
   StoredBox box;
   // Where nothing is stated, the first count finds the box.
   if (!points_.GetStatedBox(box)) box = {};
-  for (bool isKnown = false; !isKnown;) {
-    SetFrame(box);
+  for (bool isKnown = base_ != nullptr; !isKnown;) {
+    coder_ = CoderFor(box, points_.GetTransform());
     StoredBox found;
     if (!CountCodes(found)) return Outcome::FromCode(oocpc::result::kStopped);
     isKnown = found == box;
     box = found;
     if (!isKnown) pieces_.Reset();
   }
+  if (base_ != nullptr && !CountCodes(box)) return Outcome::FromCode(oocpc::result::kStopped);
   while (pieces_.EndRound()) {
-    StoredBox same;
-    if (!CountCodes(same)) return Outcome::FromCode(oocpc::result::kStopped);
+    if (!CountCodes(box)) return Outcome::FromCode(oocpc::result::kStopped);
   }
-  grid_ = SamplingGrid::Choose(pieces_.GetCellCounts());
+  if (base_ == nullptr) grid_ = SamplingGrid::Choose(pieces_.GetCellCounts());
   return Outcome::Success();
 }
 
@@ -293,20 +298,22 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     root.blocks.resize(1);
     return emitter.Emit({}, root);
   }
-  const PieceBuilder builder(emitter.GetBlocks(), grid_);
-  TopLevels top(pieces, *candidates_, grid_);
+  ExistingTree* const existing = base_ == nullptr ? nullptr : base_->tree;
+  const PieceBuilder builder(emitter.GetBlocks(), grid_, existing);
+  TopLevels top(pieces, *candidates_, grid_, existing);
   FirstFailure failure;
   std::uint32_t next = 0;
   struct Started {
     std::uint32_t piece = 0;
     std::vector<TakenPoint> taken;
+    std::vector<std::uint64_t> above;
   };
   using Numbered = std::pair<std::uint32_t, std::shared_ptr<BuiltPiece>>;
   const auto start = [&](tbb::flow_control& control) {
-    Started started{next, {}};
+    Started started{next, {}, {}};
     if (next >= pieces.size() || !failure.HasNone()) {
       control.stop();
-    } else if (Outcome outcome = top.Next(started.taken); !outcome.Ok()) {
+    } else if (Outcome outcome = top.Next(started.taken, started.above); !outcome.Ok()) {
       failure.Note(std::move(outcome));
       control.stop();
     }
@@ -318,7 +325,7 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     LoadedPiece loaded;
     Outcome outcome = store_->Load(started.piece, loaded);
     if (outcome.Ok()) {
-      *built = builder.Build(pieces[started.piece], loaded, started.taken);
+      *built = builder.Build(pieces[started.piece], loaded, started.taken, started.above);
     } else {
       failure.Note(std::move(outcome));
     }
@@ -327,7 +334,8 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
   const auto emit = [&](const Numbered& built) {
     if (!failure.HasNone()) return;
     Outcome outcome = emitter.Emit(pieces[built.first], *built.second);
-    if (outcome.Ok() && !Report("writing", emitter.GetPointCount())) {
+    if (outcome.Ok() &&
+        !Report("writing", std::min(emitter.GetWrittenPoints(), points_.GetPointCount()))) {
       outcome = Outcome::FromCode(oocpc::result::kStopped);
     }
     if (!outcome.Ok()) failure.Note(std::move(outcome));
@@ -355,7 +363,17 @@ Outcome RepositoryBuilder::CheckTemporarySpace() const {
       "make room there, choose another disk for the repository, or allow more memory");
 }
 
+/// What could not be read of the points that are there already.
+Outcome RepositoryBuilder::CheckExisting() const {
+  if (base_ == nullptr) return Outcome::Success();
+  if (base_->dissolved != nullptr) {
+    if (Outcome outcome = base_->dissolved->GetFailure(); !outcome.Ok()) return outcome;
+  }
+  return base_->tree == nullptr ? Outcome::Success() : base_->tree->GetFailure();
+}
+
 Outcome RepositoryBuilder::CreateColumns() {
+  if (base_ != nullptr) return Outcome::Success();
   // A cloud without points has columns, too: empty ones.
   for (std::uint32_t column = 0; column <= points_.GetDimensions().size(); ++column) {
     for (const std::string& stream :
@@ -381,9 +399,11 @@ Outcome RepositoryBuilder::WriteNodes(const NodeEmitter& emitter) {
 
 Outcome RepositoryBuilder::WriteLod(const NodeEmitter& emitter) {
   BuiltLod lod;
-  if (Outcome outcome = BuildLod(emitter.GetPlan(), emitter.GetNodes(), coder_.cube, grid_, 0, lod);
-      !outcome.Ok())
+  const std::uint64_t iteration = base_ == nullptr ? 0 : base_->iterationCount;
+  if (Outcome outcome = BuildLod(emitter.ListTree(), coder_.cube, grid_, iteration, lod);
+      !outcome.Ok()) {
     return outcome;
+  }
   std::vector<std::uint8_t> block;
   lod.block.Encode(block);
   std::uint64_t position = 0;
@@ -399,6 +419,7 @@ Outcome RepositoryBuilder::WriteLod(const NodeEmitter& emitter) {
 
 Outcome RepositoryBuilder::WriteSources() {
   for (const auto& scan : points_.GetScans()) {
+    if (base_ != nullptr && base_->dissolvedCount > 0 && scan == points_.GetScans().back()) break;
     const SourceRecord record{scan->GetPath().filename().string(), scan->GetPointCount(),
                               scan->GetLeadingBytes(), scan->GetTrailingBytes()};
     const std::vector<std::uint8_t> head = record.EncodeHead();
@@ -415,13 +436,15 @@ Outcome RepositoryBuilder::WriteSources() {
 Outcome RepositoryBuilder::WriteIteration(const NodeEmitter& emitter) {
   OOCPCUpdateIteration iteration;
   iteration.timePoint = timePoint_;
-  iteration.acceleratorPayload = {0,
-                                  emitter.GetNodes().size() * OOCPCOctreeAcceleratorNode::kBytes};
+  const StreamEnds before = base_ == nullptr ? StreamEnds{} : base_->ends;
+  iteration.acceleratorPayload = {before.nodeCount * OOCPCOctreeAcceleratorNode::kBytes,
+                                  emitter.GetEnds().nodeCount * OOCPCOctreeAcceleratorNode::kBytes};
   iteration.lodPayload = lodPayload_;
-  iteration.pointCount = points_.GetPointCount();
-  iteration.addedPointCount = points_.GetPointCount();
-  iteration.blockCount = emitter.GetBlockCount();
-  iteration.addedBytes = writer_.GetTotalBytes() + OOCPCUpdateIteration::kRecordBytes;
+  iteration.pointCount = emitter.GetNodes().back().subtreePointCount;
+  iteration.addedPointCount = iteration.pointCount - (base_ == nullptr ? 0 : base_->pointCount);
+  iteration.blockCount = emitter.GetEnds().blockCount;
+  iteration.addedBytes =
+      writer_.GetTotalBytes() - bytesBefore_ + OOCPCUpdateIteration::kRecordBytes;
   std::vector<std::uint8_t> record;
   iteration.Stream(record);
   std::uint64_t position = 0;
@@ -461,6 +484,27 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
   catalogue.information.creationTime = timePoint_;
   catalogue.information.localFrameOffset = coder_.frameOffset;
   catalogue.information.generator = kGenerator;
+  return catalogue;
+}
+
+OOCPCCatalogue RepositoryBuilder::DescribeAppended() {
+  namespace chunk_type = oocpc::chunk_type;
+  OOCPCCatalogue catalogue = std::move(base_->catalogue);
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    catalogue.mortonSeed[axis] = coder_.cube.min[axis];
+    catalogue.mortonSeed[axis + 3] = coder_.cube.min[axis] + coder_.cube.edge;
+  }
+  OOCPCAcceleratorDescription accelerator;
+  accelerator.cubeMin = coder_.cube.min;
+  accelerator.cubeEdge = coder_.cube.edge;
+  catalogue.SetChunk(chunk_type::kAccelerator1, accelerator.EncodeChunk());
+  OOCPCUpdateIterationDescription iterations;
+  iterations.iterationCount = base_->iterationCount + 1;
+  catalogue.SetChunk(chunk_type::kUpdateIterations, iterations.EncodeChunk());
+  OOCPCLODDescription levelOfDetail;
+  levelOfDetail.blockCount = base_->iterationCount + 1;
+  catalogue.SetChunk(chunk_type::kLevelOfDetail, levelOfDetail.EncodeChunk());
+  catalogue.information.localFrameOffset = coder_.frameOffset;
   return catalogue;
 }
 

@@ -19,6 +19,26 @@
 
 namespace tarnhost {
 
+/// The present, as time points are counted: microseconds since 1970 UTC.
+[[nodiscard]] std::uint64_t CurrentTimePoint();
+
+/// Frame and cube of a cloud whose points lie in a box.
+[[nodiscard]] PointCoder CoderFor(const StoredBox& box, const PositionTransform& transform);
+
+/// What points are appended to.
+struct AppendBase {
+  ExistingTree* tree = nullptr;
+  PointCoder coder;   ///< into the cube of the new iteration
+  SamplingGrid grid;  ///< of the repository
+  StreamEnds ends;
+  OOCPCCatalogue catalogue;          ///< as it was committed
+  std::uint64_t iterationCount = 0;  ///< before
+  std::uint64_t pointCount = 0;      ///< of the newest iteration
+  /// Points of the set that are not new, but dealt anew; they are those of its last scan.
+  std::uint64_t dissolvedCount = 0;
+  const FallibleSource* dissolved = nullptr;
+};
+
 /// One import on its way from points to a committed repository. Used once, by one thread; works on
 /// several inside.
 ///
@@ -31,12 +51,15 @@ class RepositoryBuilder {
   /// `temporaryFolder` is where points are kept that do not fit into memory.
   RepositoryBuilder(const PointSet& points, const ImportOptions& options,
                     std::filesystem::path temporaryFolder, OOCPCRepositoryWriter& writer);
+  /// The same for points that come to a cloud, as its next iteration.
+  RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+                    std::filesystem::path temporaryFolder, OOCPCRepositoryWriter& writer,
+                    AppendBase& base);
 
   Outcome Run(ImportReport& report);
 
  private:
   [[nodiscard]] bool Report(const char* stage, std::uint64_t done) const;
-  void SetFrame(const StoredBox& box);
   [[nodiscard]] bool FitsIntoMemory() const;
   [[nodiscard]] std::uint64_t MostPointsOfPiece() const;
   Outcome CountPoints();
@@ -52,13 +75,17 @@ class RepositoryBuilder {
   Outcome WriteLod(const NodeEmitter& emitter);
   Outcome WriteSources();
   Outcome WriteIteration(const NodeEmitter& emitter);
+  [[nodiscard]] Outcome CheckExisting() const;
   [[nodiscard]] OOCPCCatalogue Describe() const;
+  [[nodiscard]] OOCPCCatalogue DescribeAppended();
   [[nodiscard]] std::array<std::uint8_t, 16> MakeIdentity() const;
 
   const PointSet& points_;
   const ImportOptions& options_;
   std::filesystem::path temporaryFolder_;
   OOCPCRepositoryWriter& writer_;
+  AppendBase* base_ = nullptr;     ///< null: a new repository
+  std::uint64_t bytesBefore_ = 0;  ///< in all streams
   std::uint64_t memoryBytes_;
   std::uint64_t timePoint_;
   PointCoder coder_;

@@ -111,7 +111,7 @@ Outcome CandidateStore::Get(std::size_t piece, unsigned level, LevelCandidates& 
                                    kept.count * sizeof(Candidate)});
 }
 
-Outcome TopLevels::Next(std::vector<TakenPoint>& taken) {
+Outcome TopLevels::Next(std::vector<TakenPoint>& taken, std::vector<std::uint64_t>& above) {
   const std::size_t piece = next_++;
   while (!open_.empty() && open_.back().end <= piece) open_.pop_back();
   if (open_.empty() && pieces_[piece].level > 0) {
@@ -131,6 +131,8 @@ Outcome TopLevels::Next(std::vector<TakenPoint>& taken) {
   }
   taken = std::move(taken_[piece]);
   taken_[piece] = {};
+  above.clear();
+  if (!open_.empty()) above = std::move(open_.back().taken[pieces_[piece].indexInLevel & 7u]);
   return Outcome::Success();
 }
 
@@ -142,7 +144,14 @@ Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, 
   std::vector<CellCandidate> best;
   if (Outcome outcome = FindBest(level, begin, end, best); !outcome.Ok()) return outcome;
   NodeSampler sampler(std::move(above));
-  sampler.Start(CellLevelOf(grid_, level), best.size(), points);
+  const unsigned cellLevel = CellLevelOf(grid_, level);
+  if (existing_ != nullptr) {
+    const std::uint32_t kept = existing_->FindInner(level, index);
+    if (kept != ExistingTree::kNone) {
+      sampler.Keep(existing_->ReadOwn(kept), cellLevel, OctreePlan::kNodeCapacity);
+    }
+  }
+  sampler.Start(cellLevel, best.size(), points);
   for (const auto& [candidate, piece] : best) {
     if (sampler.Take(candidate.code)) {
       taken_[piece].push_back({level, candidate.code, candidate.index});

@@ -66,12 +66,17 @@ class TopLevels {
  public:
   /// The arguments have to outlive it.
   TopLevels(std::span<const Piece> pieces, const CandidateStore& candidates,
-            const SamplingGrid& grid)
-      : pieces_(pieces), candidates_(candidates), grid_(grid), taken_(pieces.size()) {}
+            const SamplingGrid& grid, ExistingTree* existing = nullptr)
+      : pieces_(pieces),
+        candidates_(candidates),
+        grid_(grid),
+        existing_(existing),
+        taken_(pieces.size()) {}
 
   /// What was taken of the next piece, the first one at first: level after level, along the Morton
-  /// curve within a level.
-  Outcome Next(std::vector<TakenPoint>& taken);
+  /// curve within a level. `above` are the codes of everything that the nodes above it have in its
+  /// cell.
+  Outcome Next(std::vector<TakenPoint>& taken, std::vector<std::uint64_t>& above);
 
  private:
   /// A node above the pieces [begin, end).
@@ -96,6 +101,7 @@ class TopLevels {
   std::span<const Piece> pieces_;
   const CandidateStore& candidates_;
   const SamplingGrid& grid_;
+  ExistingTree* existing_;
   std::size_t next_ = 0;
   std::vector<Node> open_;  ///< from the root down to the next piece
   std::vector<std::vector<TakenPoint>> taken_;

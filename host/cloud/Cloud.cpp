@@ -137,6 +137,29 @@ Outcome Cloud::FindNewestIteration(std::uint64_t& iteration) const {
   return Outcome::Success();
 }
 
+Outcome Cloud::FindIterationAt(std::uint64_t time, std::uint64_t& iteration) const {
+  // Time points ascend.
+  std::uint64_t begin = 0;
+  std::uint64_t end = GetIterationCount();
+  OOCPCUpdateIteration record;
+  while (begin < end) {
+    const std::uint64_t middle = begin + (end - begin) / 2;
+    if (Outcome outcome = ReadIteration(middle, record); !outcome.Ok()) return outcome;
+    if (record.timePoint <= time) {
+      begin = middle + 1;
+    } else {
+      end = middle;
+    }
+  }
+  if (begin > 0) {
+    iteration = begin - 1;
+    return Outcome::Success();
+  }
+  return Outcome::Failure(result::kIndexOutOfRange,
+                          "the cloud has no iteration of that time or before", path_.string(),
+                          "tarn iterations tells the time points");
+}
+
 Outcome Cloud::ReadRoot(std::uint64_t iteration, OOCPCOctreeAcceleratorNode& root) {
   OOCPCUpdateIteration record;
   if (Outcome outcome = ReadIteration(iteration, record); !outcome.Ok()) return outcome;

@@ -64,6 +64,9 @@ class Cloud {
   Outcome ReadIteration(std::uint64_t iteration, OOCPCUpdateIteration& record) const;
   /// The newest iteration; kNoUpdateIterations when there is none.
   Outcome FindNewestIteration(std::uint64_t& iteration) const;
+  /// The newest iteration with no later time point, microseconds since 1970 UTC; kIndexOutOfRange
+  /// when there is none.
+  Outcome FindIterationAt(std::uint64_t time, std::uint64_t& iteration) const;
   Outcome ReadRoot(std::uint64_t iteration, OOCPCOctreeAcceleratorNode& root);
   Outcome ReadNode(std::uint64_t index, OOCPCOctreeAcceleratorNode& node) const;
   /// Visits the nodes of an iteration, parents before their children, children in their order.

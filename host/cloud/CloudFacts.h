@@ -1,6 +1,8 @@
 // What there is to tell about a repository.
 #pragma once
 
+#include <OOCPointCloud/OOCPCLODRecords.h>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -70,6 +72,11 @@ struct CloudFacts {
 /// Collects the facts of one iteration. With `statistics`, reads every value for means and for what
 /// contradicts itself; without, reads no point.
 Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, CloudFacts& facts);
+
+/// The level-of-detail block and node records of one iteration; none when it has none. Errors as
+/// CollectLevels.
+Outcome ReadLevelRecords(Cloud& cloud, std::uint64_t iteration, OOCPCLODBlock& block,
+                         std::vector<OOCPCLODNodeRecord>& records);
 
 /// The levels of detail of one iteration, from its node records; none when it has none.
 /// kStreamMissing, kStreamShort, and those of decoding.

@@ -30,12 +30,13 @@ Outcome ReadBlock(const Cloud& cloud, const OOCPCUpdItrLODPayload& payload, OOCP
 
 }  // namespace
 
-Outcome CollectLevels(Cloud& cloud, std::uint64_t iteration, std::vector<LevelFacts>& levels) {
-  levels.clear();
+Outcome ReadLevelRecords(Cloud& cloud, std::uint64_t iteration, OOCPCLODBlock& block,
+                         std::vector<OOCPCLODNodeRecord>& records) {
+  block = {};
+  records.clear();
   OOCPCUpdateIteration record;
   if (Outcome outcome = cloud.ReadIteration(iteration, record); !outcome.Ok()) return outcome;
   if (record.lodPayload.beginBytes == record.lodPayload.endBytes) return Outcome::Success();
-  OOCPCLODBlock block;
   if (Outcome outcome = ReadBlock(cloud, record.lodPayload, block); !outcome.Ok()) return outcome;
   const std::string name = OOCPCLODNodeStreamName(block.nodeStreamId);
   std::vector<std::uint8_t> bytes;
@@ -43,16 +44,27 @@ Outcome CollectLevels(Cloud& cloud, std::uint64_t iteration, std::vector<LevelFa
   if (bytes.size() / OOCPCLODNodeRecord::kBytes < block.entries.size()) {
     return Outcome::FromCode(result::kStreamShort, name);
   }
-  std::map<std::uint32_t, LevelFacts> found;
-  for (std::size_t i = 0; i < block.entries.size(); ++i) {
+  records.resize(block.entries.size());
+  for (std::size_t i = 0; i < records.size(); ++i) {
     std::uint8_t stored[OOCPCLODNodeRecord::kBytes];
     const std::size_t at = i * sizeof(stored);
     std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), sizeof(stored), stored);
-    OOCPCLODNodeRecord node;
-    const HRESULT code = OOCPCLODNodeRecord::Decode(stored, node);
+    const HRESULT code = OOCPCLODNodeRecord::Decode(stored, records[i]);
     if (oocpc::Failed(code)) {
       return Outcome::FromCode(code, name + ", record " + std::to_string(i));
     }
+  }
+  return Outcome::Success();
+}
+
+Outcome CollectLevels(Cloud& cloud, std::uint64_t iteration, std::vector<LevelFacts>& levels) {
+  levels.clear();
+  OOCPCLODBlock block;
+  std::vector<OOCPCLODNodeRecord> records;
+  Outcome outcome = ReadLevelRecords(cloud, iteration, block, records);
+  if (!outcome.Ok()) return outcome;
+  std::map<std::uint32_t, LevelFacts> found;
+  for (const OOCPCLODNodeRecord& node : records) {
     LevelFacts& level = found[node.level];
     level.level = node.level;
     level.spacing = std::ldexp(block.scale, -static_cast<int>(std::min(node.level, 1000u)));

@@ -12,7 +12,9 @@ namespace {
 /// Bytes of the head besides the file name: version, lengths and checksums, and its own seal.
 constexpr std::size_t kFixedHeadBytes = 2 + 4 + 3 * 8 + 3 * 4;
 
-HRESULT DecodeOne(std::span<const std::uint8_t>& rest, SourceRecord& record) {
+}  // namespace
+
+HRESULT DecodeSourceRecord(std::span<const std::uint8_t>& rest, SourceRecord& record) {
   if (rest.size() < kFixedHeadBytes) return result::kBadRecord;
   const auto nameBytes = oocpc::LoadLittleEndian<std::uint32_t>(rest.data() + 2);
   if (nameBytes > rest.size() - kFixedHeadBytes) return result::kBadRecord;
@@ -48,8 +50,6 @@ HRESULT DecodeOne(std::span<const std::uint8_t>& rest, SourceRecord& record) {
   return result::kOk;
 }
 
-}  // namespace
-
 std::vector<std::uint8_t> SourceRecord::EncodeHead() const {
   std::vector<std::uint8_t> head;
   oocpc::AppendLittleEndian(head, kVersion);
@@ -68,7 +68,7 @@ HRESULT DecodeSourceRecords(std::span<const std::uint8_t> stream,
   std::vector<SourceRecord> decoded;
   while (!stream.empty()) {
     SourceRecord record;
-    const HRESULT code = DecodeOne(stream, record);
+    const HRESULT code = DecodeSourceRecord(stream, record);
     if (oocpc::Failed(code)) return code;
     decoded.push_back(std::move(record));
   }

@@ -25,6 +25,9 @@ struct SourceRecord {
   [[nodiscard]] std::vector<std::uint8_t> EncodeHead() const;
 };
 
+/// Takes the first record off a stream; the record borrows from it. On failure `rest` stands
+/// anywhere in that record.
+[[nodiscard]] HRESULT DecodeSourceRecord(std::span<const std::uint8_t>& rest, SourceRecord& record);
 /// Takes a whole stream apart; the records borrow from it. kBadRecord, kChecksumMismatch and
 /// kUnknownVersion leave `records` as it was.
 [[nodiscard]] HRESULT DecodeSourceRecords(std::span<const std::uint8_t> stream,

@@ -1,13 +1,17 @@
 // Reads everything in a repository and checks everything that can be checked.
 #include "host/cloud/Verify.h"
 
+#include <OOCPointCloud/OOCPCRepositoryWriter.h>
+
 #include <algorithm>
 #include <cstring>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/cloud/VerifyLod.h"
+#include "host/cloud/VerifyOpening.h"
 
 namespace tarnhost {
 
@@ -16,6 +20,28 @@ namespace result = oocpc::result;
 namespace {
 
 using Node = OOCPCOctreeAcceleratorNode;
+
+std::uint32_t ColumnIdOf(const OOCPCMetaDataContainer& column) {
+  if (const auto* positions = dynamic_cast<const OOCPCStaticPositionsContainer*>(&column)) {
+    return positions->GetDescription().columnId;
+  }
+  const auto* values = dynamic_cast<const OOCPCStaticMetaDataContainer*>(&column);
+  return values == nullptr ? 0 : values->GetDescription().columnId;
+}
+
+/// A column under examination, and the streams that its faults are found in.
+struct ExaminedColumn {
+  explicit ExaminedColumn(OOCPCMetaDataContainer& examined)
+      : container(examined),
+        data(oocpc::ColumnDataStreamName(ColumnIdOf(examined))),
+        table(oocpc::ColumnTableStreamName(ColumnIdOf(examined))),
+        name("column " + std::string(examined.GetName()) + ": ") {}
+
+  OOCPCMetaDataContainer& container;
+  std::string data;
+  std::string table;
+  std::string name;
+};
 
 class Verifier {
  public:
@@ -40,9 +66,17 @@ class Verifier {
 
  private:
   struct BlockFacts {
+    bool isListed = false;  ///< its entry in the positions' table is sound: the next two are known
     std::uint64_t points = 0;
-    std::uint64_t firstPoint = 0;  ///< points of all blocks before
+    std::uint64_t firstPoint = 0;
+    bool hasBox = false;
     oocpc::Box3d box;
+    bool isSound = true;  ///< in all columns looked at so far
+  };
+  /// What is known of a subtree: false where something below could not be read.
+  struct Known {
+    bool points = true;
+    bool box = true;
   };
 
   void Add(HRESULT code, std::string stream, std::uint64_t record, std::uint64_t offset,
@@ -78,7 +112,9 @@ class Verifier {
     for (std::uint64_t i = 0; i < report_.nodes; ++i) {
       Node node;
       const Outcome outcome = cloud_.ReadNode(i, node);
-      if (!outcome.Ok()) AddNodeFault(outcome.code, i, outcome.what);
+      if (outcome.Ok()) continue;
+      AddNodeFault(outcome.code, i, outcome.what);
+      unreadable_.insert(i);
     }
   }
 
@@ -93,77 +129,91 @@ class Verifier {
     return Outcome::Success();
   }
 
-  void CheckColumn(OOCPCMetaDataContainer& column, bool positions) {
+  void CheckColumn(OOCPCMetaDataContainer& container, bool positions) {
+    const ExaminedColumn column(container);
     std::uint64_t count = 0;
-    const HRESULT code = column.GetBlockCount(count);
-    const std::string name = std::string("column ") + column.GetName();
+    const HRESULT code = container.GetBlockCount(count);
     if (oocpc::Failed(code)) {
-      Add(code, name, 0, 0, "the block table cannot be read");
-      return;
+      Add(code, column.table, 0, 0, column.name + "the block table cannot be read");
+      count = 0;
+    } else if (!positions && count != blocks_.size()) {
+      Add(result::kBadRecord, column.table, count, count * oocpc::BlockEntry::kBytes,
+          column.name + "it has another number of blocks than the positions");
     }
-    if (positions) {
-      blocks_.resize(count);
-    } else if (count != blocks_.size()) {
-      Add(result::kBadRecord, name, count, 0, "it has another number of blocks than the positions");
-    }
+    if (positions) blocks_.resize(count);
     nextValue_ = 0;
-    for (std::uint64_t block = 0; block < count; ++block) CheckBlock(column, positions, block);
+    for (std::uint64_t block = 0; block < count; ++block) {
+      const std::uint64_t before = report_.faultCount;
+      CheckBlock(column, positions, block);
+      if (block < blocks_.size() && report_.faultCount != before) blocks_[block].isSound = false;
+    }
+    for (std::uint64_t block = count; block < blocks_.size(); ++block) {
+      blocks_[block].isSound = false;
+    }
     report_.blocks += count;
   }
 
-  void CheckBlock(OOCPCMetaDataContainer& column, bool positions, std::uint64_t block) {
-    const std::string name = std::string("column ") + column.GetName();
+  void CheckBlock(const ExaminedColumn& column, bool positions, std::uint64_t block) {
     oocpc::BlockEntry entry;
-    HRESULT code = column.ReadBlockEntry(block, entry);
+    HRESULT code = column.container.ReadBlockEntry(block, entry);
     if (oocpc::Failed(code)) {
-      Add(code, name, block, block * oocpc::BlockEntry::kBytes, "its table entry is not sound");
+      Add(code, column.table, block, block * oocpc::BlockEntry::kBytes,
+          column.name + "the block's table entry is not sound");
       nextValue_.reset();
       return;
     }
-    CheckNumbering(entry, block, name);
-    code = column.ReadStoredBlock(block, values_);
+    CheckNumbering(column, entry, block);
+    if (positions) {
+      blocks_[block].isListed = true;
+      blocks_[block].points = entry.valueCount;
+      blocks_[block].firstPoint = entry.firstValue;
+    }
+    code = column.container.ReadStoredBlock(block, values_);
     if (oocpc::Failed(code)) {
-      Add(code, name, block, entry.offsetBytes, "its values cannot be read");
+      Add(code, column.data, block, entry.offsetBytes,
+          column.name + "the block's values cannot be read");
       return;
     }
-    CheckRange(column, entry, block, name);
+    CheckRange(column, entry, block);
     if (positions) {
-      DescribePositions(column, block, entry.valueCount);
-    } else if (block < blocks_.size() && blocks_[block].points != entry.valueCount) {
-      Add(result::kBadRecord, name, block, entry.offsetBytes,
-          "it has another number of values than there are positions");
+      DescribePositions(column.container, block);
+    } else if (block < blocks_.size() && blocks_[block].isListed &&
+               blocks_[block].points != entry.valueCount) {
+      Add(result::kBadRecord, column.table, block, block * oocpc::BlockEntry::kBytes,
+          column.name + "the block has another number of values than there are positions");
     }
-    if (column.GetStoredType().value == oocpc::ValueType::kString) CheckStrings(name, block, entry);
+    if (column.container.GetStoredType().value == oocpc::ValueType::kString) {
+      CheckStrings(column, block, entry);
+    }
   }
 
   /// The first value follows those of the blocks before, as far as their number is known.
-  void CheckNumbering(const oocpc::BlockEntry& entry, std::uint64_t block,
-                      const std::string& name) {
+  void CheckNumbering(const ExaminedColumn& column, const oocpc::BlockEntry& entry,
+                      std::uint64_t block) {
     if (nextValue_ && *nextValue_ != entry.firstValue) {
-      Add(result::kBadRecord, name, block, block * oocpc::BlockEntry::kBytes,
-          "its first value does not follow the blocks before");
+      Add(result::kBadRecord, column.table, block, block * oocpc::BlockEntry::kBytes,
+          column.name + "the block's first value does not follow the blocks before");
     }
     nextValue_ = entry.firstValue + entry.valueCount;
   }
 
   /// The minimum and the maximum that the table states have to be those of the values.
-  void CheckRange(OOCPCMetaDataContainer& column, const oocpc::BlockEntry& entry,
-                  std::uint64_t block, const std::string& name) {
-    const oocpc::BlockEntry again = oocpc::EncodeBlock(column.GetStoredType(), values_).entry;
+  void CheckRange(const ExaminedColumn& column, const oocpc::BlockEntry& entry,
+                  std::uint64_t block) {
+    const oocpc::BlockEntry again =
+        oocpc::EncodeBlock(column.container.GetStoredType(), values_).entry;
     if (again.minimumBits != entry.minimumBits || again.maximumBits != entry.maximumBits ||
         again.hasNan != entry.hasNan) {
-      Add(result::kBadRecord, name, block, entry.offsetBytes,
-          "its table entry states another range than its values have");
+      Add(result::kBadRecord, column.table, block, block * oocpc::BlockEntry::kBytes,
+          column.name + "the block's table entry states another range than its values have");
     }
   }
 
-  void DescribePositions(OOCPCMetaDataContainer& column, std::uint64_t block,
-                         std::uint64_t points) {
+  void DescribePositions(OOCPCMetaDataContainer& column, std::uint64_t block) {
     BlockFacts& facts = blocks_[block];
-    facts.points = points;
-    if (block > 0) facts.firstPoint = blocks_[block - 1].firstPoint + blocks_[block - 1].points;
     std::vector<std::uint8_t> local;
     if (oocpc::Failed(column.ReadBlock(block, local))) return;
+    facts.hasBox = true;
     for (std::size_t i = 0; i < local.size() / 24; ++i) {
       for (std::size_t axis = 0; axis < 3; ++axis) {
         const auto value = oocpc::LoadLittleEndian<double>(local.data() + 24 * i + 8 * axis);
@@ -173,33 +223,45 @@ class Verifier {
     }
   }
 
-  void CheckStrings(const std::string& name, std::uint64_t block, const oocpc::BlockEntry& entry) {
+  void CheckStrings(const ExaminedColumn& column, std::uint64_t block,
+                    const oocpc::BlockEntry& entry) {
     const auto* strings = cloud_.GetPointCloud().GetDataRepository()->GetStringRepository();
     const std::uint64_t count = strings == nullptr ? 0 : strings->GetCount();
     if (entry.valueCount > 0 && entry.maximumBits[0] >= count) {
-      Add(result::kStringNotFound, name, block, entry.offsetBytes,
-          "it refers to a text that the dictionary does not hold");
+      Add(result::kStringNotFound, column.data, block, entry.offsetBytes,
+          column.name + "the block refers to a text that the dictionary does not hold");
     }
   }
 
   void CheckIteration(std::uint64_t iteration) {
+    const std::uint64_t before = report_.faultCount;
+    const bool isRead = ReadIteration(iteration);
+    report_.intactIterations.push_back(isRead && report_.faultCount == before);
+  }
+
+  /// Checks what an iteration states. False when it needs something that cannot be read, whether
+  /// or not that is told here.
+  bool ReadIteration(std::uint64_t iteration) {
     OOCPCUpdateIteration record;
     const Outcome read = cloud_.ReadIteration(iteration, record);
     const std::uint64_t offset = iteration * OOCPCUpdateIteration::kRecordBytes;
     if (!read.Ok()) {
       Add(read.code, OOCPCUpdateIterationContainer::kStreamName, iteration, offset, read.what);
-      return;
+      return false;
     }
     report_.points += record.pointCount;
     blockUses_.assign(blocks_.size(), 0);
     visited_.clear();
+    const std::uint64_t rootIndex = record.acceleratorPayload.sizeBytes / Node::kBytes - 1;
     Node root;
     const Outcome found = cloud_.ReadRoot(iteration, root);
     if (!found.Ok()) {
-      Add(found.code, OOCPCAcceleratorContainer::kStreamName, 0, 0, found.what);
-      return;
+      if (!unreadable_.contains(rootIndex)) {
+        Add(found.code, OOCPCUpdateIterationContainer::kStreamName, iteration, offset,
+            "the root that it states cannot be read");
+      }
+      return false;
     }
-    const std::uint64_t rootIndex = record.acceleratorPayload.sizeBytes / Node::kBytes - 1;
     if (root.level != 0 || root.indexInLevel != 0) {
       AddNodeFault(result::kBadRecord, rootIndex, "the root is not the whole cube");
     }
@@ -207,38 +269,44 @@ class Verifier {
       AddNodeFault(result::kBadRecord, rootIndex,
                    "the root holds another number of points than the iteration states");
     }
-    CheckSubtree(rootIndex, root);
-    CheckBlockUses(iteration, record);
-    lod_.Check(iteration, record);
+    const Known known = CheckSubtree(rootIndex, root);
+    const bool areBlocksSound = CheckBlockUses(iteration, record, known.points);
+    return lod_.Check(iteration, record) && known.points && known.box && areBlocksSound;
   }
 
-  void CheckBlockUses(std::uint64_t iteration, const OOCPCUpdateIteration& record) {
+  /// True when all blocks that the iteration uses are sound in all columns.
+  bool CheckBlockUses(std::uint64_t iteration, const OOCPCUpdateIteration& record, bool isWhole) {
     std::uint64_t used = 0;
+    bool areSound = true;
     for (std::uint64_t block = 0; block < blockUses_.size(); ++block) {
-      used += blockUses_[block] > 0 ? 1u : 0u;
+      if (blockUses_[block] == 0) continue;
+      ++used;
+      areSound = areSound && blocks_[block].isSound;
       if (blockUses_[block] > 1) {
         Add(result::kBadRecord, OOCPCAcceleratorContainer::kStreamName, block, 0,
             "several nodes of iteration " + std::to_string(iteration) + " own block " +
                 std::to_string(block));
       }
-      if (blockUses_[block] > 0 && block >= record.blockCount) {
+      if (block >= record.blockCount) {
         Add(result::kBadRecord, OOCPCUpdateIterationContainer::kStreamName, iteration,
             iteration * OOCPCUpdateIteration::kRecordBytes,
             "the iteration uses block " + std::to_string(block) + ", which is not one of its own");
       }
     }
-    if (cloud_.GetIterationCount() == 1 && used != blocks_.size()) {
+    if (isWhole && cloud_.GetIterationCount() == 1 && used != blocks_.size()) {
       Add(result::kBadRecord, OOCPCAcceleratorContainer::kStreamName, 0, 0,
           std::to_string(blocks_.size() - used) + " blocks belong to no node");
     }
+    return areSound;
   }
 
-  /// Checks a node after its children; gives the tight box of its subtree in `box`. The depth of
-  /// the recursion is that of the tree, which the cells' levels bound.
-  void CheckSubtree(std::uint64_t index, const Node& node) {
+  /// Checks a node after its children. The depth of the recursion is that of the tree, which the
+  /// cells' levels bound.
+  Known CheckSubtree(std::uint64_t index, const Node& node) {
+    Known known;
     if (++visited_[index] > 1) {
       AddNodeFault(result::kBadRecord, index, "it has several parents");
-      return;
+      return known;
     }
     std::uint64_t points = node.ownPointCount;
     oocpc::Box3d box;
@@ -250,20 +318,39 @@ class Verifier {
       }
       empty = false;
     };
-    if (CheckOwnBlock(index, node)) extend(blocks_[node.blockId].box);
+    if (CheckOwnBlock(index, node)) {
+      known.box = blocks_[node.blockId].hasBox;
+      extend(blocks_[node.blockId].box);
+    } else if (node.ownPointCount > 0) {
+      known.box = false;
+    }
     for (std::size_t octant = 0; octant < node.children.size(); ++octant) {
       if (node.children[octant] == Node::kNoChild) continue;
       Node child;
-      if (!cloud_.ReadNode(node.children[octant], child).Ok()) continue;  // told above
+      if (!cloud_.ReadNode(node.children[octant], child).Ok()) {
+        if (!unreadable_.contains(node.children[octant])) {
+          AddNodeFault(result::kIndexOutOfRange, index, "it names a child that does not exist");
+        }
+        known = {false, false};
+        continue;
+      }
       CheckChild(node, octant, child);
       points += child.subtreePointCount;
       extend({child.corner1, child.corner2});
-      if (child.level == node.level + 1) CheckSubtree(node.children[octant], child);
+      if (child.level != node.level + 1) continue;
+      const Known below = CheckSubtree(node.children[octant], child);
+      known = {known.points && below.points, known.box && below.box};
     }
-    if (points != node.subtreePointCount) {
+    CheckSums(index, node, known, points, empty ? nullptr : &box);
+    return known;
+  }
+
+  void CheckSums(std::uint64_t index, const Node& node, const Known& known, std::uint64_t points,
+                 const oocpc::Box3d* box) {
+    if (known.points && points != node.subtreePointCount) {
       AddNodeFault(result::kBadRecord, index, "its points and its children's do not add up");
     }
-    if (!empty && (box.min != node.corner1 || box.max != node.corner2)) {
+    if (known.box && box != nullptr && (box->min != node.corner1 || box->max != node.corner2)) {
       AddNodeFault(result::kBadRecord, index, "its box is not the tight box of its points");
     }
   }
@@ -275,7 +362,7 @@ class Verifier {
     }
   }
 
-  /// True when the node owns a block whose facts are known.
+  /// True when the node owns a block that the table of the positions lists for it.
   bool CheckOwnBlock(std::uint64_t index, const Node& node) {
     if (node.ownPointCount == 0) {
       if (node.blockId != Node::kNoBlock) {
@@ -288,6 +375,7 @@ class Verifier {
       return false;
     }
     ++blockUses_[node.blockId];
+    if (!blocks_[node.blockId].isListed) return false;  // told where the table is checked
     if (blocks_[node.blockId].points != node.ownPointCount) {
       AddNodeFault(result::kBadRecord, index, "its block has another number of points");
       return false;
@@ -305,6 +393,7 @@ class Verifier {
   std::vector<std::string> names_;
   std::vector<BlockFacts> blocks_;
   std::vector<std::uint32_t> blockUses_;
+  std::unordered_set<std::uint64_t> unreadable_;  ///< nodes that were told to be so
   std::unordered_map<std::uint64_t, std::uint32_t> visited_;
   std::vector<std::uint8_t> values_;
   std::optional<std::uint64_t> nextValue_;  ///< of the column at hand
@@ -313,21 +402,52 @@ class Verifier {
 
 }  // namespace
 
+Outcome VerifyStreams(const RepositoryOpener& open, const std::filesystem::path& place,
+                      const std::function<bool(const ProgressReport&)>& progress,
+                      VerifyReport& report) {
+  report = {};
+  std::unique_ptr<OOCPCStreamRepository> repository;
+  const HRESULT found = open(repository);
+  if (oocpc::Failed(found)) return Outcome::FromCode(found, place.string());
+  std::unique_ptr<Cloud> cloud;
+  const Outcome opened = Cloud::Attach(std::move(repository), place, cloud);
+  if (opened.Ok()) return Verifier(*cloud, progress, report).Run();
+  if (opened.code == result::kAccessDenied || opened.code == result::kOutOfMemory) return opened;
+  const HRESULT again = open(repository);
+  if (oocpc::Failed(again)) return Outcome::FromCode(again, place.string());
+  report.faults = FindOpeningFaults(*repository, opened);
+  report.faultCount = report.faults.size();
+  return Outcome::Success();
+}
+
 Outcome VerifyRepository(const std::filesystem::path& folder,
                          const std::function<bool(const ProgressReport&)>& progress,
                          VerifyReport& report) {
-  report = {};
-  std::unique_ptr<Cloud> cloud;
-  Outcome opened = Cloud::Open(folder, cloud);
-  if (opened.code == result::kNotARepository || opened.code == result::kAccessDenied) {
-    return opened;
+  std::error_code ignored;
+  if (std::filesystem::is_regular_file(folder, ignored)) {
+    std::unique_ptr<Cloud> none;
+    return Cloud::Open(folder, none);  // which says what to do with a file
   }
-  if (!opened.Ok()) {
-    report.faultCount = 1;
-    report.faults.push_back({opened.code, opened.where, 0, 0, opened.what});
-    return Outcome::Success();
+  const auto open = [&](std::unique_ptr<OOCPCStreamRepository>& repository) {
+    std::unique_ptr<OOCPCFolderRepository> opened;
+    const HRESULT code = OOCPCFolderRepository::Open(folder, opened);
+    repository = std::move(opened);
+    return code;
+  };
+  Outcome outcome = VerifyStreams(open, folder, progress, report);
+  const std::filesystem::path copy = folder / OOCPCFolderStreamStore::kMainCopyFileName;
+  if (!outcome.Ok() || !std::filesystem::exists(copy, ignored)) return outcome;
+  // Writers make it whole or not at all.
+  std::shared_ptr<const OOCPCByteSource> bytes;
+  OOCPCCatalogue catalogue;
+  HRESULT code = OOCPCMapFile(copy, bytes);
+  if (!oocpc::Failed(code)) code = OOCPCDecodeMainStream(bytes->GetBytes(), catalogue);
+  if (oocpc::Failed(code)) {
+    ++report.faultCount;
+    report.faults.push_back({code, OOCPCFolderStreamStore::kMainCopyFileName, 0, 0,
+                             "the copy of the main stream is not sound"});
   }
-  return Verifier(*cloud, progress, report).Run();
+  return outcome;
 }
 
 }  // namespace tarnhost

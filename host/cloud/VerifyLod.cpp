@@ -32,20 +32,23 @@ void LodVerifier::AddRecordFault(HRESULT code, std::uint64_t number, std::string
   report_({code, nodeStream_, number, number * Record::kBytes, std::move(what)});
 }
 
-void LodVerifier::Check(std::uint64_t iteration, const OOCPCUpdateIteration& record) {
+bool LodVerifier::Check(std::uint64_t iteration, const OOCPCUpdateIteration& record) {
   iteration_ = iteration;
   blockOffset_ = record.lodPayload.beginBytes;
   tree_.clear();
   records_.clear();
   places_.clear();
-  if (record.lodPayload.beginBytes == record.lodPayload.endBytes) return;
-  if (!ReadBlock(record)) return;
+  if (record.lodPayload.beginBytes == record.lodPayload.endBytes) return true;
+  if (!ReadBlock(record)) return false;
   CheckHead(record);
   const std::uint64_t nodes = record.acceleratorPayload.sizeBytes / Node::kBytes;
-  if (nodes > 0) CollectTree(nodes - 1);
-  ReadRecords();
+  isTreeWhole_ = nodes == 0 || CollectTree(nodes - 1);
+  areRecordsWhole_ = ReadRecords();
   for (const auto& [number, read] : records_) CheckRecord(number, read);
-  for (const auto& [index, tree] : tree_) CheckPoints(tree);
+  if (areRecordsWhole_) {
+    for (const auto& [index, tree] : tree_) CheckPoints(tree);
+  }
+  return isTreeWhole_ && areRecordsWhole_;
 }
 
 bool LodVerifier::ReadBlock(const OOCPCUpdateIteration& record) {
@@ -91,26 +94,32 @@ void LodVerifier::CheckHead(const OOCPCUpdateIteration& record) {
   }
 }
 
-void LodVerifier::CollectTree(std::uint64_t root) {
+bool LodVerifier::CollectTree(std::uint64_t root) {
+  bool isWhole = true;
   std::vector<std::pair<std::uint64_t, std::uint64_t>> waiting{{root, Node::kNoChild}};
   while (!waiting.empty()) {
     const auto [index, parent] = waiting.back();
     waiting.pop_back();
     Node node;
+    if (tree_.contains(index)) continue;
     // What is wrong with the octree is told where the octree is checked.
-    if (tree_.contains(index) || !cloud_.ReadNode(index, node).Ok()) continue;
+    if (!cloud_.ReadNode(index, node).Ok()) {
+      isWhole = false;
+      continue;
+    }
     tree_.emplace(index, TreeNode{node, index, parent, {}});
     for (const std::uint64_t child : node.children) {
       if (child != Node::kNoChild) waiting.emplace_back(child, index);
     }
   }
+  return isWhole;
 }
 
-void LodVerifier::ReadRecords() {
+bool LodVerifier::ReadRecords() {
   const auto* stream = cloud_.GetInformation().FindStream(nodeStream_);
   if (stream == nullptr) {
     AddRecordFault(result::kStreamMissing, 0, "the stream of the nodes is not listed");
-    return;
+    return false;
   }
   if (stream->committedBytes != block_.entries.size() * std::uint64_t{Record::kBytes}) {
     AddRecordFault(result::kLodLengthMismatch, 0,
@@ -120,10 +129,11 @@ void LodVerifier::ReadRecords() {
   const Outcome outcome = cloud_.ReadStream(nodeStream_, bytes);
   if (!outcome.Ok()) {
     AddRecordFault(outcome.code, 0, outcome.what);
-    return;
+    return false;
   }
   const std::uint64_t count =
       std::min<std::uint64_t>(bytes.size() / Record::kBytes, block_.entries.size());
+  bool areSound = true;
   for (std::uint64_t i = 0; i < count; ++i) {
     std::uint8_t stored[Record::kBytes];
     std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(i * Record::kBytes), sizeof(stored),
@@ -132,14 +142,16 @@ void LodVerifier::ReadRecords() {
     const HRESULT code = Record::Decode(stored, record);
     if (oocpc::Failed(code)) {
       AddRecordFault(code, i, "the record is not sound");
+      areSound = false;
     } else {
       Take(i, record);
     }
   }
   const std::uint32_t levels = records_.empty() ? 0 : records_.back().second.level + 1;
-  if (count == block_.entries.size() && block_.levelCount != levels) {
+  if (areSound && count == block_.entries.size() && block_.levelCount != levels) {
     AddBlockFault(result::kBadRecord, "its block states another number of levels");
   }
+  return areSound;
 }
 
 /// Compares a record with its entry and with the records before it.
@@ -162,6 +174,7 @@ void LodVerifier::Take(std::uint64_t number, const Record& record) {
 void LodVerifier::CheckRecord(std::uint64_t number, const Record& record) {
   const auto found = tree_.find(record.nodeIndex);
   if (found == tree_.end()) {
+    if (!isTreeWhole_) return;
     AddRecordFault(result::kIndexOutOfRange, number, "the iteration has no such octree node");
     return;
   }
@@ -178,7 +191,7 @@ void LodVerifier::CheckRecord(std::uint64_t number, const Record& record) {
     AddRecordFault(result::kBadRecord, number, "its first point does not lie in its block");
   }
   const bool hasFiner = record.levelsInLeaf + std::size_t{1} < tree.records.size();
-  if (record.childMask != (hasFiner ? 1 : MaskOf(node))) {
+  if (areRecordsWhole_ && record.childMask != (hasFiner ? 1 : MaskOf(node))) {
     AddRecordFault(result::kBadRecord, number, "its children are not those of the octree");
   }
 }

@@ -21,8 +21,9 @@ class LodVerifier {
       : cloud_(cloud), report_(std::move(report)) {}
 
   /// Checks the block and the node records of an iteration. An iteration without a block has no
-  /// levels of detail, which is no fault.
-  void Check(std::uint64_t iteration, const OOCPCUpdateIteration& record);
+  /// levels of detail, which is no fault. False when something that it needs cannot be read,
+  /// whether or not that is told here.
+  bool Check(std::uint64_t iteration, const OOCPCUpdateIteration& record);
 
  private:
   /// A node of the octree, and what its records say.
@@ -35,8 +36,8 @@ class LodVerifier {
 
   bool ReadBlock(const OOCPCUpdateIteration& record);
   void CheckHead(const OOCPCUpdateIteration& record);
-  void CollectTree(std::uint64_t root);
-  void ReadRecords();
+  bool CollectTree(std::uint64_t root);
+  bool ReadRecords();
   void Take(std::uint64_t number, const OOCPCLODNodeRecord& record);
   void CheckRecord(std::uint64_t number, const OOCPCLODNodeRecord& record);
   void CheckPlace(std::uint64_t number, const TreeNode& tree, const OOCPCLODNodeRecord& record);
@@ -56,6 +57,8 @@ class LodVerifier {
   std::uint64_t blockOffset_ = 0;
   OOCPCLODBlock block_;
   std::string nodeStream_;
+  bool isTreeWhole_ = true;      ///< every node of the octree could be read
+  bool areRecordsWhole_ = true;  ///< and every record
   std::unordered_map<std::uint64_t, TreeNode> tree_;
   std::vector<std::pair<std::uint64_t, OOCPCLODNodeRecord>> records_;  ///< with their numbers
   std::set<std::pair<std::uint32_t, std::uint32_t>> places_;

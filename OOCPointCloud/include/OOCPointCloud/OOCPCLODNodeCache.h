@@ -48,7 +48,8 @@ class OOCPOINTCLOUD_API OOCPCLODNodeCache {
   /// Reads an iteration's LOD block and then its nodes; with `background` only the first node is
   /// there when the call returns. Codes: kLodNoOwner, kLodPayloadTooLong, kNoLodStream,
   /// kLodStreamUnusable, kLodContainerMissing, kLodShortRead, kLodBadVersion, kLodLengthMismatch,
-  /// kLodNoContainerForName, kLodNoLevelContainer, and those of StartNodeLoading.
+  /// kLodNoContainerForName, kLodNoLevelContainer, those of StartNodeLoading, and
+  /// kChecksumMismatch for a block that states a checksum and was altered.
   [[nodiscard]] virtual HRESULT LoadLODPayload(OOCPCUpdItrLODPayload payload, bool background) = 0;
   /// Waits for the background load. Its negative code when it failed, kFail in every other case,
   /// also when it ended well.
@@ -72,7 +73,8 @@ class OOCPOINTCLOUD_API OOCPCLODNodeCache {
   /// Not used: does nothing.
   virtual void ReservedSlot18() = 0;
   /// Loads the node records that belong to the LOD block read last. Takes `lodStream` over.
-  /// kLodNoRepository, kNoLodStream, kLodStreamUnusable, kLodShortRead, kWorkerNotCreated.
+  /// kLodNoRepository, kNoLodStream, kLodStreamUnusable, kLodShortRead, kWorkerNotCreated; of a
+  /// block with a checksum also kChecksumMismatch and kBadRecord.
   [[nodiscard]] virtual HRESULT StartNodeLoading(std::unique_ptr<OOCPCIInputStream> lodStream,
                                                  bool background) = 0;
   /// The container of that name for the level of this cache; it stays the cache's. For a name that

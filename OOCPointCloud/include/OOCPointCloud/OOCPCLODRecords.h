@@ -44,6 +44,21 @@ struct OOCPCLODHeader {
   [[nodiscard]] OOCPOINTCLOUD_API static OOCPCLODHeader Decode(const std::uint8_t (&bytes)[kBytes]);
 };
 
+/// The extension of a level-of-detail block that is sealed: a mark, and the CRC-32C of everything in
+/// the block but the extension. The node records of a sealed block carry checksums, too. Blocks of
+/// other writers have another extension or none, and nothing that could be checked.
+struct OOCPOINTCLOUD_API OOCPCLODSeal {
+  static constexpr std::uint16_t kBytes = 8;
+  /// The letters CRC1.
+  static constexpr std::uint32_t kMark = 0x31435243;
+
+  std::uint32_t checksum = 0;
+
+  void Encode(std::vector<std::uint8_t>& out) const;
+  /// False when the extension is no seal.
+  [[nodiscard]] static bool Decode(std::span<const std::uint8_t> extension, OOCPCLODSeal& seal);
+};
+
 /// Names one node of the octree in a level-of-detail block: 9 bytes on disk.
 struct OOCPCLODNodeEntry {
   std::uint8_t childMask = 0;
@@ -59,7 +74,7 @@ struct OOCPOINTCLOUD_API OOCPCLODBlock {
   std::uint64_t nodeStreamId = 0;
   std::vector<OOCPCLODNodeEntry> entries;  ///< one per node record, in their order
 
-  /// Appends the block. Its extension is the CRC-32C of everything else in it.
+  /// Appends the block. Its extension is its seal.
   void Encode(std::vector<std::uint8_t>& out) const;
   /// Decodes a block that Encode made. kLodShortRead, kLodBadVersion, kLodLengthMismatch;
   /// kBadRecord for one that was not made so; kChecksumMismatch. These leave the object as it was.

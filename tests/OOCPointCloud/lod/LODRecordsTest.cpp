@@ -88,19 +88,20 @@ Bytes Encoded(const OOCPCLODBlock& block) {
   return bytes;
 }
 
-/// The bytes with the checksum that stands at a place computed anew.
-Bytes SealedAt(Bytes bytes, std::size_t at) {
+/// The bytes with the checksum that stands at a place computed anew. It leaves itself out and
+/// `mark` bytes before.
+Bytes SealedAt(Bytes bytes, std::size_t at, std::size_t mark = 0) {
   const std::span<const std::uint8_t> all(bytes);
-  const std::uint32_t sum = oocpc::Crc32c(all.subspan(at + 4), oocpc::Crc32c(all.first(at)));
+  const std::uint32_t sum = oocpc::Crc32c(all.subspan(at + 4), oocpc::Crc32c(all.first(at - mark)));
   for (std::size_t i = 0; i < 4; ++i) bytes[at + i] = static_cast<std::uint8_t>(sum >> (8 * i));
   return bytes;
 }
-Bytes Sealed(Bytes block) { return SealedAt(std::move(block), 26); }
+Bytes Sealed(Bytes block) { return SealedAt(std::move(block), 30, 4); }
 
 TEST(LODBlock, IsByteForByteAsDocumented) {
   EXPECT_EQ(Encoded(SampleBlock()),
-            BytesOf("01 00  02 00 00 00  02 00 00 00  03 00 00 00  00 00 00 00  04 00"
-                    "00 00 00 00 00 00  EE 0F 40 E3"
+            BytesOf("01 00  02 00 00 00  02 00 00 00  03 00 00 00  00 00 00 00  08 00"
+                    "00 00 00 00 00 00  43 52 43 31  40 FC 84 45"
                     "00 00 00 00 00 00 E0 3F"
                     "00 00 00 00 00 00 F0 3F  00 00 00 00 00 00 00 C0"
                     "00 00 00 00 00 00 10 40"
@@ -175,9 +176,12 @@ TEST(LODBlock, IsRefusedWhenANewerOrForeignWriterMadeIt) {
     ExpectRefused(Sealed(bytes), result::kBadRecord, "byte " + std::to_string(at));
   }
   Bytes longer = whole;
-  longer[18] = 5;
+  longer[18] = 9;
   longer.insert(longer.begin() + 26, 0);
   ExpectRefused(longer, result::kBadRecord, "another extension");
+  Bytes marked = whole;
+  marked[26] ^= 1;
+  ExpectRefused(marked, result::kBadRecord, "another mark");
 }
 
 TEST(LODBlock, IsRefusedWhenAnyByteIsAltered) {
@@ -187,7 +191,7 @@ TEST(LODBlock, IsRefusedWhenAnyByteIsAltered) {
     bytes[at] ^= 0x40;
     OOCPCLODBlock block;
     EXPECT_TRUE(oocpc::Failed(block.Decode(bytes))) << at;
-    if (at >= 26) ExpectRefused(bytes, result::kChecksumMismatch, std::to_string(at));
+    if (at >= 30) ExpectRefused(bytes, result::kChecksumMismatch, std::to_string(at));
   }
 }
 

@@ -228,4 +228,86 @@ TEST_F(LodLoading, ReplacesWhatWasLoadedBefore) {
   EXPECT_EQ(rig.Inside().NodeEntries().size(), 2u);
 }
 
+/// A sealed block with two node records.
+class SealedLod : public LodCaches {
+ protected:
+  SealedLod() {
+    OOCPCLODBlock block;
+    block.levelCount = 1;
+    block.scale = 0.25;
+    block.nodeStreamId = 7;
+    block.entries = {{0, 1}, {0, 2}};
+    block.Encode(block_);
+    for (std::uint32_t i = 0; i < 2; ++i) {
+      OOCPCLODNodeRecord record;
+      record.indexInLevel = i;
+      record.level = 5;
+      record.pointCount = SampleNodeWord(i);
+      record.firstPoint = SampleNodeValue(i);
+      record.Encode(records_);
+    }
+  }
+
+  HRESULT LoadAs(const Bytes& block, const Bytes& records, bool background = false) {
+    rig.payload = {0, block.size()};
+    rig.Streams().Add(kLod, block);
+    rig.Streams().Add(NodeStreamName(7), records);
+    return rig.Load(background);
+  }
+
+  Bytes block_;
+  Bytes records_;
+};
+
+TEST_F(SealedLod, IsLoadedWhenItIsWhole) {
+  ASSERT_EQ(LoadAs(block_, records_), result::kOk);
+  EXPECT_EQ(Find(*rig.cache, 1), SampleNode(1));
+  ASSERT_EQ(LoadAs(block_, records_, true), result::kOk);
+  static_cast<void>(rig.cache->WaitForNodeLoading());
+  EXPECT_EQ(Find(*rig.cache, 1), SampleNode(1));
+}
+
+TEST_F(SealedLod, IsRefusedWhenAnyByteOfTheBlockIsAltered) {
+  for (std::size_t at = 0; at < block_.size(); ++at) {
+    Bytes altered = block_;
+    altered[at] ^= 0x40;
+    const HRESULT code = LoadAs(altered, records_);
+    const bool isMark = at >= 26 && at < 30;
+    if (isMark) {
+      EXPECT_EQ(code, result::kOk) << "without its mark it is a block without a seal";
+      EXPECT_EQ(Find(*rig.cache, 1), SampleNode(1));
+    } else {
+      EXPECT_TRUE(oocpc::Failed(code)) << "byte " << at;
+    }
+    if (at >= 30) {
+      EXPECT_EQ(code, result::kChecksumMismatch) << "byte " << at;
+    }
+  }
+}
+
+TEST_F(SealedLod, IsRefusedWhenANodeRecordIsAltered) {
+  for (std::size_t at = 0; at < records_.size(); ++at) {
+    Bytes altered = records_;
+    altered[at] ^= 0x40;
+    EXPECT_EQ(LoadAs(block_, altered), result::kChecksumMismatch) << "byte " << at;
+  }
+}
+
+TEST_F(SealedLod, TellsInTheBackgroundThatANodeRecordIsAltered) {
+  Bytes altered = records_;
+  altered[OOCPCLODNodeRecord::kBytes + 100] ^= 1;
+  ASSERT_EQ(LoadAs(block_, altered, true), result::kOk);
+  EXPECT_EQ(rig.cache->WaitForNodeLoading(), result::kChecksumMismatch);
+  EXPECT_EQ(Find(*rig.cache, 1).code, result::kChecksumMismatch);
+}
+
+TEST_F(SealedLod, IsRefusedWhenItEndsWithinItsEntries) {
+  Bytes cut = block_;
+  cut.pop_back();
+  rig.payload = {0, block_.size()};
+  rig.Streams().Add(kLod, cut);
+  rig.Streams().Add(NodeStreamName(7), records_);
+  EXPECT_EQ(rig.Load(), result::kLodShortRead);
+}
+
 }  // namespace

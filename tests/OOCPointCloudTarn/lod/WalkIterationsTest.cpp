@@ -262,4 +262,13 @@ TEST_F(LodCaches, WalkNothingWithoutUpdateIterations) {
   EXPECT_TRUE(rig.AllStreamsDestroyed());
 }
 
+TEST_F(WalkIterations, RefusesABlockWhoseSealIsBroken) {
+  std::vector<LodBlock> blocks = Blocks(2);
+  blocks[0].extension.clear();
+  OOCPCLODSeal{12345}.Encode(blocks[0].extension);
+  Attach(blocks);
+  EXPECT_EQ(Walk(), result::kChecksumMismatch);
+  EXPECT_FALSE(HasLevelContainer());
+}
+
 }  // namespace

@@ -36,7 +36,12 @@ struct Lod {
       node.corner2 = {3, 4, static_cast<double>(nodes.size())};
       nodes.push_back(node);
     }
-    const Outcome outcome = BuildLod(plan, nodes, kCube, grid, 3, built);
+    std::vector<LodTreeNode> tree;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+      const auto parts = plan.PartsOf(plan.nodes[i]);
+      tree.push_back({i, nodes[i], {parts.begin(), parts.end()}});
+    }
+    const Outcome outcome = BuildLod(tree, kCube, grid, 3, built);
     EXPECT_TRUE(outcome.Ok()) << outcome.what;
     EXPECT_EQ(built.records.size() % Record::kBytes, 0u);
     for (std::size_t at = 0; at + Record::kBytes <= built.records.size(); at += Record::kBytes) {

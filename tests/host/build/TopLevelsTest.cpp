@@ -80,12 +80,11 @@ Samples BuildInPieces(const Codes& codes, std::uint64_t most, bool inFile,
     SubtreeRoot root{pieces[piece].level, pieces[piece].indexInLevel, {}};
     std::set<std::uint64_t> rows;
     std::vector<TakenPoint> taken;
-    EXPECT_TRUE(top.Next(taken).Ok());
+    EXPECT_TRUE(top.Next(taken, root.above).Ok());
     for (const TakenPoint& point : taken) {
       const std::uint64_t row = points[piece][point.index].point;
       EXPECT_EQ(points[piece][point.index].code, point.code);
       samples[{point.level, pieces[piece].CellOf(point.level), 0}].insert(numbers[piece][row]);
-      root.above.push_back(point.code);
       rows.insert(row);
     }
     std::erase_if(points[piece], [&](const CodedPoint& p) { return rows.contains(p.point); });

@@ -272,7 +272,8 @@ TEST_F(ContradictoryLod, IsToldWhenAColumnIsNumberedAnew) {
   VerifyReport report;
   ASSERT_TRUE(IsOk(VerifyRepository(folder_.Repository(), {}, report)));
   ASSERT_GE(report.faultCount, 1u);
-  EXPECT_EQ(report.faults[0].what, "its first value does not follow the blocks before");
+  EXPECT_EQ(report.faults[0].what,
+            "column return_number: the block's first value does not follow the blocks before");
   EXPECT_EQ(report.faults[0].record, 1u);
 }
 

@@ -1,0 +1,110 @@
+// tarn repair
+#include "apps/tarn/Commands.h"
+#include "apps/tarn/Faults.h"
+#include "apps/tarn/Messages.h"
+#include "apps/tarn/Progress.h"
+#include "host/repair/Repair.h"
+
+namespace tarnapp {
+
+namespace {
+
+struct Arguments {
+  tarnhost::RepairOptions options;
+  bool json = false;
+  bool quiet = false;
+};
+
+void PrintAsJson(const Arguments& arguments, const tarnhost::RepairReport& report) {
+  PrintJson({{"sound", report.faultCount == 0},
+             {"fault_count", report.faultCount},
+             {"faults", FaultsJson(report.faults)},
+             {"dry_run", arguments.options.dryRun},
+             {"main_replaced", report.changesMain && !arguments.options.dryRun},
+             {"main_from_copy", report.fromCopy},
+             {"iterations_before", report.iterationsBefore},
+             {"iterations_after", report.iterationsAfter},
+             {"points_before", report.pointsBefore},
+             {"points_after", report.pointsAfter},
+             {"damaged_iterations", report.damagedIterations},
+             {"backup", report.backup.string()}});
+}
+
+std::string Iterations(std::uint64_t count) {
+  return Grouped(count) + (count == 1 ? " iteration" : " iterations");
+}
+
+void PrintLoss(const tarnhost::RepairReport& report) {
+  const std::uint64_t lost = report.iterationsBefore - report.iterationsAfter;
+  if (lost == 0) {
+    std::printf("nothing is lost: %s, %s points in the last\n",
+                Iterations(report.iterationsAfter).c_str(), Grouped(report.pointsAfter).c_str());
+    return;
+  }
+  std::printf("lost: %s of %s\n", Iterations(lost).c_str(),
+              Grouped(report.iterationsBefore).c_str());
+  if (report.pointsBefore > report.pointsAfter) {
+    std::printf("lost: %s of %s points\n",
+                Grouped(report.pointsBefore - report.pointsAfter).c_str(),
+                Grouped(report.pointsBefore).c_str());
+  }
+  std::printf("the last iteration is now %s, with %s points\n",
+              Grouped(report.iterationsAfter - 1).c_str(), Grouped(report.pointsAfter).c_str());
+}
+
+void PrintAsText(const Arguments& arguments, const tarnhost::RepairReport& report) {
+  if (arguments.quiet) return;
+  PrintFaultLines(report.faults);
+  if (report.faultCount == 0) {
+    std::printf("sound: there is nothing to repair\n");
+    return;
+  }
+  if (!report.changesMain) {
+    std::printf("the newest iteration is intact; nothing was changed\n");
+  } else {
+    std::printf(arguments.options.dryRun ? "a repair would give this:\n" : "repaired\n");
+    if (report.fromCopy) std::printf("the main stream is taken from its copy\n");
+    PrintLoss(report);
+  }
+  for (const std::uint64_t iteration : report.damagedIterations) {
+    std::printf("iteration %s is damaged and stays so\n", Grouped(iteration).c_str());
+  }
+  if (!report.backup.empty()) {
+    std::printf("the former main stream is kept as %s\n", report.backup.string().c_str());
+  }
+}
+
+int Run(Arguments& arguments) {
+  arguments.options.progress = ShowProgress(arguments.quiet || arguments.json);
+  tarnhost::RepairReport report;
+  const tarnhost::Outcome outcome = tarnhost::RepairRepository(arguments.options, report);
+  if (!outcome.Ok()) {
+    if (!arguments.quiet && !arguments.json) PrintFaultLines(report.faults);
+    return ReportFailure(outcome);
+  }
+  if (arguments.json) {
+    PrintAsJson(arguments, report);
+  } else {
+    PrintAsText(arguments, report);
+  }
+  return kDone;
+}
+
+}  // namespace
+
+void AddRepair(CLI::App& app, Action& action) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand(
+      "repair", "Bring a damaged repository back to its newest intact iteration");
+  command->footer(
+      "Only the main stream is replaced, and the former one is kept beside it.\n"
+      "Example:\n  tarn repair --dry-run street.tarn\n  tarn repair street.tarn");
+  command->add_option("REPOSITORY", arguments->options.repository, "The repository")->required();
+  command->add_flag("--dry-run", arguments->options.dryRun,
+                    "Say what would be brought back and lost, and change nothing");
+  command->add_flag("--json", arguments->json, "Print the facts as JSON");
+  command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
+  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
+}
+
+}  // namespace tarnapp
