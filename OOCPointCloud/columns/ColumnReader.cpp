@@ -56,9 +56,15 @@ HRESULT ColumnReader::ReadBlock(std::uint64_t blockId, std::vector<std::uint8_t>
   return Failed(code) ? code : ReadBlock(entry, values);
 }
 
+HRESULT ColumnReader::ReadStored(const BlockEntry& entry, std::span<const std::uint8_t>& stored) {
+  const HRESULT code = Open();
+  if (Failed(code)) return code;
+  return ViewOrRead(*data_, entry.offsetBytes, entry.storedBytes, scratch_, stored);
+}
+
 HRESULT ColumnReader::ReadBlock(const BlockEntry& entry, std::vector<std::uint8_t>& values) {
   std::span<const std::uint8_t> stored;
-  const HRESULT code = ViewOrRead(*data_, entry.offsetBytes, entry.storedBytes, scratch_, stored);
+  const HRESULT code = ReadStored(entry, stored);
   if (Failed(code)) return code;
   return DecodeBlock(type_, entry, stored, values);
 }

@@ -112,15 +112,39 @@ HRESULT DecodeResidualBlock(ColumnType type, const BlockEntry& entry, Stored sto
   return DecodeResiduals(type, stored, values) ? result::kOk : result::kBadRecord;
 }
 
-}  // namespace
-
-HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry, std::span<const std::uint8_t> stored,
-                    std::vector<std::uint8_t>& values) {
+// What holds of every block, however it is encoded.
+HRESULT CheckSeal(ColumnType type, const BlockEntry& entry, Stored stored) {
   if (entry.valueCount > kMaximumBlockValues || stored.size() != entry.storedBytes ||
       !IsPossibleRange(type, entry)) {
     return result::kBadRecord;
   }
-  if (Crc32c(stored) != entry.dataChecksum) return result::kChecksumMismatch;
+  return Crc32c(stored) == entry.dataChecksum ? result::kOk : result::kChecksumMismatch;
+}
+
+}  // namespace
+
+HRESULT CheckStoredBlock(ColumnType type, const BlockEntry& entry,
+                         std::span<const std::uint8_t> stored) {
+  const HRESULT code = CheckSeal(type, entry, stored);
+  if (Failed(code)) return code;
+  std::uint64_t expected = stored.size();
+  if (entry.encoding == BlockEncoding::kRaw) expected = DecodedBytes(type, entry);
+  if (entry.encoding == BlockEncoding::kConstant) expected = ValueBytes(type);
+  if (entry.encoding == BlockEncoding::kBitPacked) {
+    if (IsFloatingPoint(type.value)) return result::kBadRecord;
+    expected = 0;
+    for (std::size_t i = 0; i < type.components; ++i) {
+      const unsigned bits = OffsetBits(entry.minimumBits[i], entry.maximumBits[i]);
+      expected += PackedBytes(entry.valueCount, bits);
+    }
+  }
+  return stored.size() == expected ? result::kOk : result::kBadRecord;
+}
+
+HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry, std::span<const std::uint8_t> stored,
+                    std::vector<std::uint8_t>& values) {
+  const HRESULT code = CheckSeal(type, entry, stored);
+  if (Failed(code)) return code;
   switch (entry.encoding) {
     case BlockEncoding::kRaw:
       return DecodeRaw(type, entry, stored, values);

@@ -36,21 +36,6 @@ OOCPCIQuery::NodeAccelerator* OOCPCIQuery::MakeNodeAccelerator(
   return nullptr;
 }
 
-bool OOCPCIQuery::Satisfy(const char* const* records, const unsigned* sizes,
-                          NodeAccelerator* accelerator) const {
-  if (accelerator != nullptr && accelerator->GetResult() != ClassifyResult::kSome) {
-    return accelerator->GetResult() == ClassifyResult::kAll;
-  }
-  return Satisfy(records, sizes);
-}
-
-bool OOCPCIQuery::Satisfy(const char* record, unsigned size, NodeAccelerator* accelerator) const {
-  if (accelerator != nullptr && accelerator->GetResult() != ClassifyResult::kSome) {
-    return accelerator->GetResult() == ClassifyResult::kAll;
-  }
-  return Satisfy(record, size);
-}
-
 QelUnicodeString OOCPCIQuery::GetMetaName(std::uint64_t index) const {
   if (index >= metaDataNames_.size()) return {};
   return metaDataNames_[static_cast<std::size_t>(index)];

@@ -9,23 +9,21 @@ namespace {
 
 using Operator = OOCPCIQuery::BitwiseOperator;
 
-bool EvaluateLeaf(const OOCPCBooleanASTQueryVal& leaf, const char* records, unsigned a,
-                  unsigned b) {
+[[gnu::always_inline]] inline bool EvaluateLeaf(const OOCPCBooleanASTQueryVal& leaf,
+                                                const char* records, unsigned a, unsigned b) {
   const OOCPCIQuery* const query = leaf.GetQuery();
   if (query == nullptr || leaf.binding == nullptr) return false;
   auto& binding = static_cast<MetaDataBinding&>(*leaf.binding);
   const std::size_t count = binding.m_recordPointers.size();
   if (records == nullptr && count != 0) return false;
   const std::uint32_t offset = std::uint32_t{a} * std::uint32_t{b};
+  const char** const pointers = binding.m_recordPointers.data();
+  const unsigned* const sizes = binding.m_sizes.data();
   for (std::size_t i = 0; i < count; ++i) {
-    binding.m_recordPointers[i] = records + std::size_t{offset} + binding.m_offsets[i];
+    pointers[i] = records + std::size_t{offset} + binding.m_offsets[i];
   }
-  if (query->Satisfy(binding.m_recordPointers.data(), binding.m_sizes.data(),
-                     binding.m_accelerator)) {
-    return true;
-  }
-  if (count == 0) return false;
-  return query->Satisfy(binding.m_recordPointers[0], binding.m_sizes[0], binding.m_accelerator);
+  if (query->Satisfy(pointers, sizes, binding.m_accelerator)) return true;
+  return count != 0 && query->Satisfy(pointers[0], sizes[0], binding.m_accelerator);
 }
 
 }  // namespace
@@ -67,7 +65,11 @@ bool TarnOOCBooleanExpressionEvaluator::EvaluateExpression(OOCPCBooleanAST* node
     }
     const Operator op = static_cast<const OOCPCBooleanASTBinaryOp*>(node)->GetOperator();
     if (op != Operator::kAnd && op != Operator::kOr && op != Operator::kXor) return inverted;
-    const bool answer = EvaluateExpression(firstAsked, records, a, b);
+    // Most operands are leaves; they need no call of their own.
+    const bool answer =
+        firstAsked != nullptr && firstAsked->kind == OOCPCBooleanAST::kQueryLeaf
+            ? EvaluateLeaf(static_cast<const OOCPCBooleanASTQueryVal&>(*firstAsked), records, a, b)
+            : EvaluateExpression(firstAsked, records, a, b);
     if (op == Operator::kAnd && !answer) return inverted;
     if (op == Operator::kOr && answer) return !inverted;
     if (op == Operator::kXor && answer) inverted = !inverted;

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "OOCPointCloud/support/Bytes.h"
+#include "host/cloud/NodeWalk.h"
 
 namespace tarnhost {
 
@@ -61,6 +62,7 @@ Outcome Cloud::LoadColumns() {
       pointCloud_.GetMetaDataContainer(kPositionName));
   if (positions == nullptr) return Outcome::FromCode(result::kNoPositions, path_.string());
   transform_ = {positions->GetDescription().scale, positions->GetDescription().offset};
+  positionsColumnId_ = positions->GetDescription().columnId;
   std::vector<const OOCPCStaticMetaDataContainer*> found;
   for (const std::string& name : pointCloud_.GetMetaDataNames()) {
     const auto* container = dynamic_cast<const OOCPCStaticMetaDataContainer*>(
@@ -72,7 +74,8 @@ Outcome Cloud::LoadColumns() {
   });
   for (const auto* container : found) {
     const OOCPCMetaDataDescription& description = container->GetDescription();
-    columns_.push_back({description.name, description.type, description.description});
+    columns_.push_back(
+        {description.name, description.type, description.description, description.columnId});
   }
   return Outcome::Success();
 }
@@ -175,31 +178,16 @@ Outcome Cloud::ReadNode(std::uint64_t index, OOCPCOctreeAcceleratorNode& node) c
 
 Outcome Cloud::WalkNodes(std::uint64_t iteration,
                          const std::function<Descend(const OOCPCOctreeAcceleratorNode&)>& visit) {
-  OOCPCOctreeAcceleratorNode node;
-  if (Outcome outcome = ReadRoot(iteration, node); !outcome.Ok()) return outcome;
-  OOCPCUpdateIteration record;
-  if (Outcome outcome = ReadIteration(iteration, record); !outcome.Ok()) return outcome;
-  // A tree visits no more nodes than the stream holds; altered links that share nodes could visit
-  // them without end.
-  std::uint64_t left = record.acceleratorPayload.sizeBytes / OOCPCOctreeAcceleratorNode::kBytes;
-  std::vector<std::uint64_t> waiting;
+  NodeWalk walk(*this);
+  if (Outcome outcome = walk.Start(iteration); !outcome.Ok()) return outcome;
   while (true) {
-    if (left-- == 0) {
-      return AttachFailure(result::kBadRecord, path_, OOCPCAcceleratorContainer::kStreamName);
-    }
+    OOCPCOctreeAcceleratorNode node;
+    bool hasNode = false;
+    if (Outcome outcome = walk.Next(node, hasNode); !outcome.Ok()) return outcome;
+    if (!hasNode) return Outcome::Success();
     const Descend descend = visit(node);
     if (descend == Descend::kStop) return Outcome::Success();
-    if (descend == Descend::kIntoChildren) {
-      for (std::size_t i = node.children.size(); i-- > 0;) {
-        if (node.children[i] != OOCPCOctreeAcceleratorNode::kNoChild) {
-          waiting.push_back(node.children[i]);
-        }
-      }
-    }
-    if (waiting.empty()) return Outcome::Success();
-    const std::uint64_t next = waiting.back();
-    waiting.pop_back();
-    if (Outcome outcome = ReadNode(next, node); !outcome.Ok()) return outcome;
+    if (descend == Descend::kPastSubtree) walk.SkipSubtree();
   }
 }
 

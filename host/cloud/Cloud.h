@@ -25,6 +25,7 @@ struct CloudColumn {
   std::string name;
   oocpc::ColumnType type;
   std::string description;
+  std::uint32_t columnId = 0;  ///< names its streams
 };
 
 /// A run of points in storage order.
@@ -51,6 +52,8 @@ class Cloud {
   [[nodiscard]] const OOCPCRepositoryInformation& GetInformation() const;
   [[nodiscard]] const oocpc::Vector3d& GetFrameOffset() const;
   [[nodiscard]] const PositionTransform& GetTransform() const { return transform_; }
+  /// Names the streams of the positions.
+  [[nodiscard]] std::uint32_t GetPositionsColumnId() const { return positionsColumnId_; }
   /// All columns but the positions, in the order in which they are stored.
   [[nodiscard]] const std::vector<CloudColumn>& GetColumns() const { return columns_; }
   /// The sources; their bytes stay valid while the cloud is open.
@@ -81,6 +84,7 @@ class Cloud {
   std::filesystem::path path_;
   TarnOOCPointCloud pointCloud_;
   PositionTransform transform_;
+  std::uint32_t positionsColumnId_ = 0;
   std::vector<CloudColumn> columns_;
   std::unique_ptr<OOCPCIInputStream> sourceStream_;
   std::vector<std::uint8_t> sourceBytes_;

@@ -74,6 +74,13 @@ LasWriter::LasWriter(const LasFrame& frame, LasHeader header, std::unique_ptr<Ou
 
 Outcome LasWriter::WriteBlock(std::uint64_t count, const std::int32_t* xyz,
                               std::span<const std::span<const std::uint8_t>> columns) {
+  Outcome outcome = FormatBlock(count, xyz, columns, records_);
+  return outcome.Ok() ? Write(records_) : outcome;
+}
+
+Outcome LasWriter::FormatBlock(std::uint64_t count, const std::int32_t* xyz,
+                               std::span<const std::span<const std::uint8_t>> columns,
+                               LasRecords& records) const {
   const std::size_t stride = layout_.GetRecordBytes();
   const auto& fields = layout_.GetFields();
   if (columns.size() != fields.size()) return Outcome::FromCode(oocpc::result::kBadRecord);
@@ -82,24 +89,35 @@ Outcome LasWriter::WriteBlock(std::uint64_t count, const std::int32_t* xyz,
       return Outcome::FromCode(oocpc::result::kBadRecord, fields[i].dimension.name);
     }
   }
-  records_.assign(count * stride, 0);
+  records.pointCount = count;
+  records.returnCounts = {};
+  records.least.fill(std::numeric_limits<std::int32_t>::max());
+  records.greatest.fill(std::numeric_limits<std::int32_t>::min());
+  records.bytes.assign(count * stride, 0);
   for (std::uint64_t i = 0; i < count; ++i) {
-    std::memcpy(records_.data() + i * stride, xyz + 3 * i, 12);
-    CountPoint(xyz + 3 * i, columns[returnNumberField_][i]);
+    std::memcpy(records.bytes.data() + i * stride, xyz + 3 * i, 12);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      records.least[axis] = std::min(records.least[axis], xyz[3 * i + axis]);
+      records.greatest[axis] = std::max(records.greatest[axis], xyz[3 * i + axis]);
+    }
+    ++records.returnCounts[columns[returnNumberField_][i] & 15u];
   }
   for (std::size_t i = 0; i < fields.size(); ++i) {
-    ScatterField(fields[i], columns[i].data(), count, stride, records_.data());
+    ScatterField(fields[i], columns[i].data(), count, stride, records.bytes.data());
   }
-  pointCount_ += count;
-  return file_->Write(records_);
+  return Outcome::Success();
 }
 
-void LasWriter::CountPoint(const std::int32_t* xyz, std::uint8_t returnNumber) {
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    least_[axis] = std::min(least_[axis], xyz[axis]);
-    greatest_[axis] = std::max(greatest_[axis], xyz[axis]);
+Outcome LasWriter::Write(const LasRecords& records) {
+  pointCount_ += records.pointCount;
+  for (std::size_t i = 0; i < returnCounts_.size(); ++i) {
+    returnCounts_[i] += records.returnCounts[i];
   }
-  ++returnCounts_[returnNumber & 15u];
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    least_[axis] = std::min(least_[axis], records.least[axis]);
+    greatest_[axis] = std::max(greatest_[axis], records.greatest[axis]);
+  }
+  return file_->Write(records.bytes);
 }
 
 Outcome LasWriter::Finish(bool wholeSource) {

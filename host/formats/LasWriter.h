@@ -22,6 +22,15 @@ struct LasFrame {
   std::uint64_t sourcePointCount = 0;           ///< points between the two in the source
 };
 
+/// Point records made ready to be written, and what the header will say of them.
+struct LasRecords {
+  std::vector<std::uint8_t> bytes;
+  std::uint64_t pointCount = 0;
+  std::array<std::uint64_t, 16> returnCounts{};
+  std::array<std::int32_t, 3> least{};
+  std::array<std::int32_t, 3> greatest{};
+};
+
 /// Writes points block by block. The file appears under its name at Finish(); destroyed before, the
 /// writer leaves nothing. One thread at a time.
 class LasWriter {
@@ -36,6 +45,12 @@ class LasWriter {
   /// one after the other (count * ValueBytes(type) bytes).
   Outcome WriteBlock(std::uint64_t count, const std::int32_t* xyz,
                      std::span<const std::span<const std::uint8_t>> columns);
+  /// The first half of WriteBlock: any thread may make records ready while another one writes.
+  Outcome FormatBlock(std::uint64_t count, const std::int32_t* xyz,
+                      std::span<const std::span<const std::uint8_t>> columns,
+                      LasRecords& records) const;
+  /// The second half.
+  Outcome Write(const LasRecords& records);
   /// Writes the end and the header. With `wholeSource`, exactly the points of the source were
   /// written and the header comes out byte for byte as it was; else counts, bounds and the offsets
   /// of what stands behind the points are those of the points written. Nothing may be written
@@ -45,7 +60,6 @@ class LasWriter {
 
  private:
   LasWriter(const LasFrame& frame, LasHeader header, std::unique_ptr<OutputFile> file);
-  void CountPoint(const std::int32_t* xyz, std::uint8_t returnNumber);
   Outcome DescribeWhatWasWritten();
   void SetCounts();
   void SetBounds();
@@ -56,7 +70,7 @@ class LasWriter {
   LasRecordLayout layout_;
   std::unique_ptr<OutputFile> file_;
   std::size_t returnNumberField_ = 0;
-  std::vector<std::uint8_t> records_;
+  LasRecords records_;
   std::uint64_t pointCount_ = 0;
   std::array<std::uint64_t, 16> returnCounts_{};
   std::array<std::int32_t, 3> least_{};

@@ -3,12 +3,9 @@
 
 #include <algorithm>
 
-#include "host/select/QueryText.h"
-#include "host/select/QueryTyping.h"
+#include "host/select/QueryReading.h"
 
 namespace tarnhost {
-
-namespace result = oocpc::result;
 
 namespace {
 
@@ -28,26 +25,10 @@ Outcome BoundQuery::Open(Cloud& cloud, const std::string& text, bool local,
 }
 
 Outcome BoundQuery::Prepare(const std::string& text, bool local) {
-  std::vector<QueryClause> clauses;
-  QueryDiagnosis diagnosis;
-  if (!ReadQueryText(text, clauses, diagnosis)) {
-    return Outcome::Failure(result::kQueryRejected, diagnosis.message,
-                            ShowPosition(text, diagnosis.position), diagnosis.hint);
-  }
   std::vector<RecordField> fields;
-  if (Outcome outcome = FitQueryToCloud(cloud_, text, clauses, fields); !outcome.Ok()) {
-    return outcome;
-  }
-  if (Outcome outcome = PointRecords::Open(cloud_, std::move(fields), records_); !outcome.Ok()) {
-    return outcome;
-  }
-  expression_.SetPointCloud(&cloud_.GetPointCloud());
-  expression_.SetInputString(local ? text
-                                   : MoveIntoLocalFrame(text, clauses, cloud_.GetFrameOffset()));
-  const HRESULT code = expression_.ComputeBooleanAST();
-  if (oocpc::Failed(code) || expression_.GetBooleanAST() == nullptr) {
-    return Outcome::FromCode(oocpc::Failed(code) ? code : result::kFail, text);
-  }
+  Outcome outcome = ReadQuery(cloud_, text, local, NameTypes::kOnePerName, fields, expression_);
+  if (outcome.Ok()) outcome = PointRecords::Open(cloud_, std::move(fields), records_);
+  if (!outcome.Ok()) return outcome;
   return Bind();
 }
 

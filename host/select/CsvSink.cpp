@@ -80,72 +80,72 @@ Outcome CsvSink::Begin(Cloud& cloud) {
   if (Outcome outcome = OutputFile::Create(output_, file_); !outcome.Ok()) return outcome;
   std::vector<std::string> names;
   for (const CloudColumn& column : cloud.GetColumns()) names.push_back(column.name);
-  columns_.resize(names.size());
   if (Outcome outcome = file_->Write(HeaderLine()); !outcome.Ok()) return outcome;
-  return BlockReader::Open(cloud, names, reader_);
+  return values_.Open(cloud, std::move(names));
 }
 
 std::string CsvSink::HeaderLine() const {
   std::string line = "x,y,z";
   for (const CloudColumn& column : cloud_->GetColumns()) {
-    if (column.name == "DEF_COLOR" && column.type.components == 3) {
-      line += ",red,green,blue";
-      continue;
-    }
-    for (std::size_t i = 0; i < column.type.components; ++i) {
-      const bool several = column.type.components > 1;
-      line += "," + Field(several ? column.name + "_" + std::to_string(i) : column.name);
-    }
+    for (const std::string& name : ComponentNames(column)) line += "," + Field(name);
   }
   return line + "\n";
 }
 
-Outcome CsvSink::Consume(const OOCPCOctreeAcceleratorNode& node,
-                         std::span<const std::uint32_t> points) {
-  if (Outcome outcome = reader_.ReadPositions(node, xyz_); !outcome.Ok()) return outcome;
-  for (std::size_t i = 0; i < columns_.size(); ++i) {
-    if (Outcome outcome = reader_.ReadColumn(i, node, columns_[i]); !outcome.Ok()) return outcome;
+Outcome CsvSink::Prepare(const OOCPCOctreeAcceleratorNode& node,
+                         std::span<const std::uint32_t> points, std::unique_ptr<SinkPart>& part) {
+  const SelectedValues* values = nullptr;
+  if (Outcome outcome = values_.Read(node, points, values); !outcome.Ok()) return outcome;
+  auto made = std::make_unique<BytesPart>();
+  for (std::size_t point = 0; point < points.size(); ++point) {
+    AppendCoordinates(*values, point, made->bytes);
+    for (std::size_t i = 0; i < values->GetColumnCount(); ++i) {
+      AppendColumn(*values, i, point, made->bytes);
+    }
+    made->bytes += '\n';
   }
-  lines_.clear();
-  for (const std::uint32_t point : points) {
-    AppendCoordinates(point);
-    for (std::size_t i = 0; i < columns_.size(); ++i) AppendColumn(i, point);
-    lines_ += '\n';
-  }
-  return file_->Write(lines_);
+  part = std::move(made);
+  return Outcome::Success();
 }
 
-void CsvSink::AppendCoordinates(std::uint32_t point) {
+Outcome CsvSink::Consume(const OOCPCOctreeAcceleratorNode& /*node*/,
+                         std::span<const std::uint32_t> /*points*/, SinkPart* part) {
+  return file_->Write(static_cast<BytesPart&>(*part).bytes);
+}
+
+void CsvSink::AppendCoordinates(const SelectedValues& values, std::size_t point,
+                                std::string& lines) const {
   const PositionTransform& transform = cloud_->GetTransform();
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const double value =
-        static_cast<double>(xyz_[3 * std::size_t{point} + axis]) * transform.scale[axis] +
+        static_cast<double>(values.GetPositions()[3 * point + axis]) * transform.scale[axis] +
         transform.offset[axis];
-    if (axis > 0) lines_ += ',';
+    if (axis > 0) lines += ',';
     if (decimals_[axis] < 0) {
-      AppendNumber(lines_, value);
+      AppendNumber(lines, value);
       continue;
     }
     std::array<char, 400> digits;
     const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value,
                                    std::chars_format::fixed, decimals_[axis]);
-    lines_.append(digits.data(), end.ptr);
+    lines.append(digits.data(), end.ptr);
   }
 }
 
-void CsvSink::AppendColumn(std::size_t column, std::uint32_t point) {
+void CsvSink::AppendColumn(const SelectedValues& values, std::size_t column, std::size_t point,
+                           std::string& lines) const {
   const oocpc::ColumnType type = cloud_->GetColumns()[column].type;
   const std::size_t bytes = oocpc::ComponentBytes(type.value);
-  const std::uint8_t* value = columns_[column].data() + point * bytes * type.components;
+  const std::uint8_t* value = values.GetColumn(column).data() + point * bytes * type.components;
   for (std::size_t i = 0; i < type.components; ++i, value += bytes) {
-    lines_ += ',';
+    lines += ',';
     std::string text;
     const auto* strings = cloud_->GetPointCloud().GetDataRepository()->GetStringRepository();
     if (type.value == ValueType::kString && strings != nullptr &&
         !oocpc::Failed(strings->GetString(LoadLittleEndian<std::uint32_t>(value), text))) {
-      lines_ += Field(text);
+      lines += Field(text);
     } else {
-      AppendValue(lines_, type.value, value);
+      AppendValue(lines, type.value, value);
     }
   }
 }

@@ -93,8 +93,8 @@ bool Fits(const ActualRange& range, ClauseType type) {
 
 class Fitter {
  public:
-  Fitter(Cloud& cloud, std::string_view text, std::vector<RecordField>& fields)
-      : cloud_(cloud), text_(text), fields_(fields) {}
+  Fitter(Cloud& cloud, std::string_view text, NameTypes types, std::vector<RecordField>& fields)
+      : cloud_(cloud), text_(text), types_(types), fields_(fields) {}
 
   Outcome Fit(const QueryClause& clause) {
     switch (clause.kind) {
@@ -129,8 +129,11 @@ class Fitter {
   }
 
   Outcome AddMetaData(const QueryClause& clause) {
-    const auto known = std::ranges::find(fields_, clause.name, &RecordField::name);
-    if (known != fields_.end() && known->source != RecordField::Source::kPosition) {
+    const auto known = std::ranges::find_if(fields_, [&](const RecordField& field) {
+      return field.name == clause.name && field.source != RecordField::Source::kPosition &&
+             (types_ == NameTypes::kOnePerName || field.type == clause.type);
+    });
+    if (known != fields_.end()) {
       if (known->type == clause.type) return Outcome::Success();
       return Refuse(clause.typeSpan.begin,
                     "\"" + clause.name + "\" is asked as " + ClauseTypeWord(clause.type) +
@@ -214,6 +217,7 @@ class Fitter {
 
   Cloud& cloud_;
   std::string_view text_;
+  NameTypes types_;
   std::vector<RecordField>& fields_;
 };
 
@@ -252,9 +256,10 @@ std::vector<std::string> ListQueryNames(const Cloud& cloud) {
 }
 
 Outcome FitQueryToCloud(Cloud& cloud, std::string_view text,
-                        const std::vector<QueryClause>& clauses, std::vector<RecordField>& fields) {
+                        const std::vector<QueryClause>& clauses, std::vector<RecordField>& fields,
+                        NameTypes types) {
   fields.clear();
-  Fitter fitter(cloud, text, fields);
+  Fitter fitter(cloud, text, types, fields);
   for (const QueryClause& clause : clauses) {
     if (Outcome outcome = fitter.Fit(clause); !outcome.Ok()) return outcome;
   }

@@ -28,11 +28,16 @@ struct RecordField {
   ClauseType type = ClauseType::kDouble;  ///< of the value in the record; unused for kPosition
 };
 
-/// The fields that a query's records need, each name once, in the order of the text. Refuses, with
-/// the place in the text and what would work: names that the cloud does not have, types that do not
-/// hold the column's values without loss, and two types for one name.
+/// With how many types a query may ask for one name. A record holds one value a name.
+enum class NameTypes : std::uint8_t { kOnePerName, kAny };
+
+/// The fields that a query needs, each name (with kAny: each name and type) once, in the order of
+/// the text. Refuses, with the place in the text and what would work: names that the cloud does not
+/// have, types that do not hold the column's values without loss, and, unless `types` allows them,
+/// two types for one name.
 Outcome FitQueryToCloud(Cloud& cloud, std::string_view text,
-                        const std::vector<QueryClause>& clauses, std::vector<RecordField>& fields);
+                        const std::vector<QueryClause>& clauses, std::vector<RecordField>& fields,
+                        NameTypes types = NameTypes::kOnePerName);
 
 /// The names that a query may use: those of the columns, and x, y, z, red, green, blue.
 [[nodiscard]] std::vector<std::string> ListQueryNames(const Cloud& cloud);

@@ -1,4 +1,4 @@
-// Where selected points go: LAS and CSV files.
+// Where selected points go: LAS, CSV and PLY files, statistics, several of these at once.
 #pragma once
 
 #include <filesystem>
@@ -9,10 +9,12 @@
 #include "host/common/OutputFile.h"
 #include "host/formats/LasWriter.h"
 #include "host/select/Select.h"
+#include "host/select/SelectedValues.h"
 
 namespace tarnhost {
 
-/// Makes the sink for a file by the ending of its name: .las or .csv. kScanUnsupported for others.
+/// Makes the sink for a file by the ending of its name: .las, .ply or .csv. kScanUnsupported for
+/// others.
 Outcome MakeFileSink(const std::filesystem::path& output, std::unique_ptr<SelectionSink>& sink);
 
 /// Writes selected points to a LAS file with the header and records of the cloud's first source.
@@ -20,17 +22,22 @@ class LasSink final : public SelectionSink {
  public:
   explicit LasSink(std::filesystem::path output) : output_(std::move(output)) {}
   Outcome Begin(Cloud& cloud) override;
-  Outcome Consume(const OOCPCOctreeAcceleratorNode& node,
-                  std::span<const std::uint32_t> points) override;
+  Outcome Prepare(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  std::unique_ptr<SinkPart>& part) override;
+  Outcome Consume(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  SinkPart* part) override;
   Outcome End(const SelectReport& report) override;
 
  private:
   std::filesystem::path output_;
   Cloud* cloud_ = nullptr;
   std::unique_ptr<LasWriter> writer_;
-  BlockReader reader_;
-  std::vector<std::int32_t> xyz_;
-  std::vector<std::vector<std::uint8_t>> columns_;
+  ThreadValues values_;
+};
+
+/// Bytes that a sink made of a node's points and writes as they are.
+struct BytesPart final : SinkPart {
+  std::string bytes;
 };
 
 /// Writes selected points as text: a line of names, then a line a point. Coordinates are the
@@ -40,24 +47,64 @@ class CsvSink final : public SelectionSink {
  public:
   explicit CsvSink(std::filesystem::path output) : output_(std::move(output)) {}
   Outcome Begin(Cloud& cloud) override;
-  Outcome Consume(const OOCPCOctreeAcceleratorNode& node,
-                  std::span<const std::uint32_t> points) override;
+  Outcome Prepare(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  std::unique_ptr<SinkPart>& part) override;
+  Outcome Consume(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  SinkPart* part) override;
   Outcome End(const SelectReport& report) override;
 
  private:
-  void AppendCoordinates(std::uint32_t point);
-  void AppendColumn(std::size_t column, std::uint32_t point);
+  void AppendCoordinates(const SelectedValues& values, std::size_t point, std::string& lines) const;
+  void AppendColumn(const SelectedValues& values, std::size_t column, std::size_t point,
+                    std::string& lines) const;
   [[nodiscard]] std::string HeaderLine() const;
 
   std::filesystem::path output_;
   Cloud* cloud_ = nullptr;
   std::unique_ptr<OutputFile> file_;
-  BlockReader reader_;
   std::array<int, 3> decimals_{};
-  std::vector<std::int32_t> xyz_;
-  std::vector<std::vector<std::uint8_t>> columns_;
-  std::string lines_;
+  ThreadValues values_;
 };
+
+/// Writes selected points as binary little-endian PLY: x, y and z are the source's coordinates as
+/// doubles, the rest goes by the names of the columns. 64-bit integers, which PLY lacks, become
+/// doubles; strings are their numbers in the dictionary.
+class PlySink final : public SelectionSink {
+ public:
+  explicit PlySink(std::filesystem::path output) : output_(std::move(output)) {}
+  Outcome Begin(Cloud& cloud) override;
+  Outcome Prepare(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  std::unique_ptr<SinkPart>& part) override;
+  Outcome Consume(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  SinkPart* part) override;
+  Outcome End(const SelectReport& report) override;
+
+ private:
+  [[nodiscard]] std::string Header(std::uint64_t count) const;
+
+  std::filesystem::path output_;
+  Cloud* cloud_ = nullptr;
+  std::unique_ptr<OutputFile> file_;
+  ThreadValues values_;
+};
+
+/// Hands points to several sinks, one after the other.
+class TeeSink final : public SelectionSink {
+ public:
+  explicit TeeSink(std::vector<SelectionSink*> sinks) : sinks_(std::move(sinks)) {}
+  Outcome Begin(Cloud& cloud) override;
+  Outcome Prepare(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  std::unique_ptr<SinkPart>& part) override;
+  Outcome Consume(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  SinkPart* part) override;
+  Outcome End(const SelectReport& report) override;
+
+ private:
+  std::vector<SelectionSink*> sinks_;  ///< borrowed
+};
+
+/// The names under which files show the components of a column: red, green and blue of the colours.
+[[nodiscard]] std::vector<std::string> ComponentNames(const CloudColumn& column);
 
 /// Decimals that show every multiple of `scale` exactly, or -1 when no 15 do.
 [[nodiscard]] int DecimalsOf(double scale);

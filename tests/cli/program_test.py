@@ -492,10 +492,68 @@ class ProgramTest(unittest.TestCase):
         self.assert_fails(run("query", self.cloud, '#num{type=int}("gps_time", >, 5)'),
                           "type=double")
 
-    def test_two_types_for_one_name_are_refused(self):
-        self.assert_fails(
-            run("query", self.cloud, '#or(#num{type=int}("classification", ==, 2),'
-                '#num{type=uint8_t}("classification", ==, 6))'), "as uint8_t here and as int before")
+    def test_two_types_for_one_name_work_but_cannot_be_checked_record_by_record(self):
+        text = ('#or(#num{type=int}("classification", ==, 2),'
+                '#num{type=uint8_t}("classification", ==, 6))')
+        one = text.replace("uint8_t", "int")
+        self.assertEqual(run("query", self.cloud, text, "--count").stdout,
+                         run("query", self.cloud, one, "--count").stdout)
+        self.assert_fails(run("query", self.cloud, text, "--check"),
+                          "as uint8_t here and as int before")
+
+    def test_check_says_that_both_ways_agree(self):
+        text = '#and(#num{type=double}("z", >, 5), #num{type=int}("intensity", <, 20000))'
+        done = run("query", self.cloud, text, "--check")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("the same record by record", done.stdout)
+        facts = json.loads(run("query", self.cloud, text, "--check", "--json").stdout)
+        self.assertTrue(facts["sound"])
+        self.assertEqual(facts["compared"], facts["points"])
+        self.assertEqual(facts["selected"], facts["counted"])
+
+    def test_check_takes_no_output(self):
+        done = run("query", self.cloud, "#true()", "--check", "-o", self.path("x.las"))
+        self.assertEqual(done.returncode, 2)
+
+    def test_limit_stops_after_so_many_points(self):
+        out = self.path("few.csv")
+        self.assertEqual(run("query", self.cloud, "#true()", "--limit", 7, "-o", out).returncode, 0)
+        with open(out) as file:
+            self.assertEqual(len(file.readlines()), 8)
+        self.assertEqual(run("query", self.cloud, "#true()", "--limit", 7, "--count").stdout, "7\n")
+        self.assertEqual(run("query", self.cloud, "#true()", "--limit", 0, "--count").stdout, "0\n")
+
+    def test_statistics_as_text_and_as_json(self):
+        text = '#num{type=int}("classification", ==, 2)'
+        done = run("query", self.cloud, text, "--stats")
+        self.assertIn("dimension", done.stdout)
+        facts = json.loads(run("query", self.cloud, text, "--stats", "--json").stdout)
+        self.assertEqual(facts["statistics"]["classification"],
+                         {"count": facts["selected"], "nan": 0, "min": 2, "max": 2, "mean": 2.0})
+        self.assertLess(facts["statistics"]["x"]["min"], facts["statistics"]["x"]["max"])
+
+    def test_explain_tells_the_plan_and_what_was_read(self):
+        text = '#and(#num{type=uint8_t}("classification", ==, 2), #num{type=double}("z", >, 5))'
+        done = run("query", self.cloud, text, "--explain")
+        for part in ("plan:", "classification = 2", "blocks:", "bytes read"):
+            self.assertIn(part, done.stdout)
+        plan = json.loads(run("query", self.cloud, text, "--explain", "--json").stdout)["plan"]
+        self.assertEqual(len(plan["tests"]), 2)
+        self.assertIn("classification", [column["name"] for column in plan["columns"]])
+
+    def test_ply_holds_the_points(self):
+        out = self.path("out.ply")
+        done = run("query", self.cloud, "#true()", "--limit", 1000, "-o", out)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        with open(out, "rb") as file:
+            data = file.read()
+        head, points = data.split(b"end_header\n", 1)
+        self.assertIn(b"element vertex 1000\n", head)
+        sizes = {b"double": 8, b"float": 4, b"uint": 4, b"int": 4, b"ushort": 2, b"short": 2,
+                 b"uchar": 1, b"char": 1}
+        stride = sum(sizes[line.split()[1]] for line in head.split(b"\n")
+                     if line.startswith(b"property"))
+        self.assertEqual(len(points), 1000 * stride)
 
     def test_iteration_that_is_not_there_is_refused(self):
         self.assert_fails(run("query", self.cloud, "#true()", "--iteration", 3), "iteration 3",

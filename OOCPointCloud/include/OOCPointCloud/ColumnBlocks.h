@@ -74,6 +74,12 @@ struct EncodedBlock {
                                                     std::span<const std::uint8_t> stored,
                                                     std::vector<std::uint8_t>& values);
 
+/// Checks of a stored block what DecodeBlock checks of it before it decodes, for readers that work
+/// on the stored bytes themselves: the entry's range, the checksum, and for raw, constant and
+/// bit-packed blocks the exact length. The same codes. Safe from several threads at once.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT CheckStoredBlock(ColumnType type, const BlockEntry& entry,
+                                                         std::span<const std::uint8_t> stored);
+
 /// Largest number of values a block may state; larger counts from a file are refused.
 inline constexpr std::uint32_t kMaximumBlockValues = 1u << 24;
 
@@ -101,6 +107,8 @@ class OOCPOINTCLOUD_API ColumnReader {
   /// does not number them through. What `values` holds after a failure is not defined.
   [[nodiscard]] HRESULT ReadValues(std::uint64_t first, std::uint64_t count,
                                    std::vector<std::uint8_t>& values);
+  /// A block's bytes as they are stored, neither checked nor decoded. Valid until the next call.
+  [[nodiscard]] HRESULT ReadStored(const BlockEntry& entry, std::span<const std::uint8_t>& stored);
   /// Opens the column's streams unless they are open; what they read from then stays alive.
   [[nodiscard]] HRESULT Open();
 

@@ -69,8 +69,19 @@ class OOCPOINTCLOUD_API OOCPCIQuery {
   /// As the virtual forms, but asks the accelerator first (null: nothing is known): wholly inside
   /// answers true and wholly outside false without a test.
   [[nodiscard]] bool Satisfy(const char* const* records, const unsigned* sizes,
-                             NodeAccelerator* accelerator) const;
-  [[nodiscard]] bool Satisfy(const char* record, unsigned size, NodeAccelerator* accelerator) const;
+                             NodeAccelerator* accelerator) const {
+    if (accelerator != nullptr && accelerator->GetResult() != ClassifyResult::kSome) {
+      return accelerator->GetResult() == ClassifyResult::kAll;
+    }
+    return Satisfy(records, sizes);
+  }
+  [[nodiscard]] bool Satisfy(const char* record, unsigned size,
+                             NodeAccelerator* accelerator) const {
+    if (accelerator != nullptr && accelerator->GetResult() != ClassifyResult::kSome) {
+      return accelerator->GetResult() == ClassifyResult::kAll;
+    }
+    return Satisfy(record, size);
+  }
 
   [[nodiscard]] std::uint64_t GetNumberOfMetadata() const { return metaDataNames_.size(); }
   /// Name of one metadata; the empty string when `index` is not below GetNumberOfMetadata().

@@ -22,7 +22,8 @@ class SummingSink final : public tarnhost::SelectionSink {
     return tarnhost::BlockReader::Open(cloud, {}, reader_);
   }
   tarnhost::Outcome Consume(const OOCPCOctreeAcceleratorNode& node,
-                            std::span<const std::uint32_t> points) override {
+                            std::span<const std::uint32_t> points,
+                            tarnhost::SinkPart* /*part*/) override {
     tarnhost::Outcome outcome = reader_.ReadPositions(node, xyz_);
     if (!outcome.Ok()) return outcome;
     count += points.size();

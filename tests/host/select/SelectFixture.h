@@ -75,7 +75,8 @@ class DigestSink final : public tarnhost::SelectionSink {
     return tarnhost::BlockReader::Open(cloud, {}, reader_);
   }
   tarnhost::Outcome Consume(const OOCPCOctreeAcceleratorNode& node,
-                            std::span<const std::uint32_t> points) override {
+                            std::span<const std::uint32_t> points,
+                            tarnhost::SinkPart* /*part*/) override {
     std::vector<std::int32_t> xyz;
     if (tarnhost::Outcome outcome = reader_.ReadPositions(node, xyz); !outcome.Ok()) return outcome;
     EXPECT_FALSE(points.empty());

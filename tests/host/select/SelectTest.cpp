@@ -61,8 +61,8 @@ TEST(Select, HandsEveryPointOnceToTheSink) {
 class OrderSink final : public tarnhost::SelectionSink {
  public:
   Outcome Begin(tarnhost::Cloud&) override { return Outcome::Success(); }
-  Outcome Consume(const OOCPCOctreeAcceleratorNode& node,
-                  std::span<const std::uint32_t> points) override {
+  Outcome Consume(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
+                  tarnhost::SinkPart* /*part*/) override {
     for (const std::uint32_t point : points) order.push_back(node.firstPoint + point);
     return Outcome::Success();
   }
@@ -184,7 +184,8 @@ class FailingSink final : public tarnhost::SelectionSink {
  public:
   explicit FailingSink(int at) : at_(at) {}
   Outcome Begin(tarnhost::Cloud&) override { return At(0); }
-  Outcome Consume(const OOCPCOctreeAcceleratorNode&, std::span<const std::uint32_t>) override {
+  Outcome Consume(const OOCPCOctreeAcceleratorNode&, std::span<const std::uint32_t>,
+                  tarnhost::SinkPart* /*part*/) override {
     return At(1);
   }
   Outcome End(const SelectReport&) override { return At(2); }
