@@ -2,6 +2,7 @@
 #include <array>
 
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/select/CheckSelection.h"
@@ -17,7 +18,7 @@ struct Arguments {
   std::string repository;
   std::string output;
   tarnhost::SelectOptions options;
-  std::uint64_t iteration = 0;
+  IterationChoice iteration;
   std::uint64_t limit = 0;
   bool count = false;
   bool stats = false;
@@ -173,14 +174,16 @@ int Check(const Arguments& arguments, tarnhost::Cloud& cloud) {
   return report.IsSound() ? kDone : kFailed;
 }
 
-int Run(Arguments& arguments, bool hasIteration, bool hasLimit) {
-  if (hasIteration) arguments.options.iteration = arguments.iteration;
+int Run(Arguments& arguments, bool hasLimit) {
   if (hasLimit) arguments.options.limit = arguments.limit;
   const bool isTerse = arguments.count || arguments.json;
   arguments.options.progress = ShowProgress(arguments.quiet || isTerse);
   std::unique_ptr<tarnhost::Cloud> cloud;
   tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  std::uint64_t iteration = 0;
+  if (outcome.Ok()) outcome = FindIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
+  arguments.options.iteration = iteration;
   if (arguments.check) return Check(arguments, *cloud);
   std::unique_ptr<tarnhost::SelectionSink> file;
   if (!arguments.output.empty()) outcome = tarnhost::MakeFileSink(arguments.output, file);
@@ -230,9 +233,7 @@ void AddQuery(CLI::App& app, Action& action) {
   command->add_flag("--json", arguments->json, "Print the facts as JSON")->excludes("--count");
   command->add_flag("--local", arguments->options.local,
                     "Constants are in the repository's local frame");
-  CLI::Option* iteration =
-      command->add_option("--iteration", arguments->iteration, "Iteration; default the newest")
-          ->check(IsWholeNumber());
+  AddIterationOptions(*command, arguments->iteration);
   CLI::Option* limit = command->add_option("--limit", arguments->limit, "Stop after so many points")
                            ->check(IsWholeNumber());
   command->add_flag("--stats", arguments->stats,
@@ -248,10 +249,8 @@ void AddQuery(CLI::App& app, Action& action) {
       ->excludes("--explain")
       ->excludes(limit);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
-  command->callback([arguments, iteration, limit, &action] {
-    action = [arguments, iteration, limit] {
-      return Run(*arguments, iteration->count() > 0, limit->count() > 0);
-    };
+  command->callback([arguments, limit, &action] {
+    action = [arguments, limit] { return Run(*arguments, limit->count() > 0); };
   });
 }
 
