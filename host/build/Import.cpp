@@ -19,7 +19,7 @@ Outcome OpenScans(const ImportOptions& options, PointSet& points, ImportReport& 
   std::vector<std::unique_ptr<ScanFile>> scans;
   for (const fs::path& input : options.inputs) {
     std::unique_ptr<ScanFile> scan;
-    if (Outcome outcome = OpenLas(input, scan); !outcome.Ok()) return outcome;
+    if (Outcome outcome = OpenScan(input, scan); !outcome.Ok()) return outcome;
     std::error_code ignored;
     report.sourceBytes += fs::file_size(input, ignored);
     scans.push_back(std::move(scan));

@@ -121,7 +121,7 @@ class FirstFailure {
 
 }  // namespace
 
-RepositoryBuilder::RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+RepositoryBuilder::RepositoryBuilder(PointSet& points, const ImportOptions& options,
                                      std::filesystem::path temporaryFolder,
                                      OOCPCRepositoryWriter& writer)
     : points_(points),
@@ -138,11 +138,13 @@ bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
 }
 
 Outcome RepositoryBuilder::Run(ImportReport& report) {
+  if (Outcome outcome = PreparePoints(); !outcome.Ok()) return outcome;
   FindFrame();
   const BlockBuilder blocks(points_, frameOffset_);
   NodeEmitter emitter(blocks, points_.GetRecordBytes(), writer_, options_.output.string());
   if (Outcome outcome = CountPoints(); !outcome.Ok()) return outcome;
   if (Outcome outcome = DealPoints(); !outcome.Ok()) return outcome;
+  points_.Release();
   if (Outcome outcome = SampleTop(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CreateColumns(); !outcome.Ok()) return outcome;
   if (Outcome outcome = BuildPieces(emitter); !outcome.Ok()) return outcome;
@@ -157,6 +159,13 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
   report.blockCount = emitter.GetBlockCount();
   report.storedBytes = writer_.GetTotalBytes();
   return Outcome::Success();
+}
+
+/// What is decompressed here is given back before pieces are built, which then take that memory.
+Outcome RepositoryBuilder::PreparePoints() {
+  ScanWorkspace workspace{memoryBytes_ / 2, temporaryFolder_, {}};
+  workspace.progress = [this](std::uint64_t done) { return Report("decompressing", done); };
+  return points_.Prepare(workspace);
 }
 
 void RepositoryBuilder::FindFrame() {

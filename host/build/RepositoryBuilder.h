@@ -29,13 +29,14 @@ namespace tarnhost {
 class RepositoryBuilder {
  public:
   /// `temporaryFolder` is where points are kept that do not fit into memory.
-  RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+  RepositoryBuilder(PointSet& points, const ImportOptions& options,
                     std::filesystem::path temporaryFolder, OOCPCRepositoryWriter& writer);
 
   Outcome Run(ImportReport& report);
 
  private:
   [[nodiscard]] bool Report(const char* stage, std::uint64_t done) const;
+  Outcome PreparePoints();
   void FindFrame();
   [[nodiscard]] std::uint64_t CodeOf(const std::int32_t* xyz) const;
   [[nodiscard]] std::uint64_t MostPointsOfPiece() const;
@@ -54,7 +55,7 @@ class RepositoryBuilder {
   [[nodiscard]] OOCPCCatalogue Describe() const;
   [[nodiscard]] std::array<std::uint8_t, 16> MakeIdentity() const;
 
-  const PointSet& points_;
+  PointSet& points_;
   const ImportOptions& options_;
   std::filesystem::path temporaryFolder_;
   OOCPCRepositoryWriter& writer_;

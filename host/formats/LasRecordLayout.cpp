@@ -30,6 +30,16 @@ std::string TextAt(const std::uint8_t* bytes, std::size_t length) {
   return {bytes, std::find(bytes, bytes + length, std::uint8_t{0})};
 }
 
+/// Copies one field of constant width out of many records.
+template <std::size_t kBytes>
+void GatherBytes(const std::uint8_t* field, std::size_t stride,
+                 std::span<const std::uint64_t> points, std::uint8_t* out) {
+  for (const std::uint64_t point : points) {
+    std::memcpy(out, field + point * stride, kBytes);
+    out += kBytes;
+  }
+}
+
 bool HasGpsTime(std::uint8_t format) { return format >= 3 || format == 1; }
 bool HasColor(std::uint8_t format) {
   return format == 2 || format == 3 || format == 5 || format == 7 || format == 8 || format == 10;
@@ -189,6 +199,39 @@ void LasRecordLayout::Gather(const LasField& field, const std::uint8_t* record,
     return;
   }
   std::memcpy(value, from, oocpc::ValueBytes(field.dimension.type));
+}
+
+void LasRecordLayout::GatherRows(std::size_t dimension, const std::uint8_t* records,
+                                 std::span<const std::uint64_t> points, std::uint8_t* out) const {
+  const LasField& field = fields_[dimension];
+  const std::size_t stride = recordBytes_;
+  const std::uint8_t* from = records + field.offsetBytes;
+  const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
+  if (field.bits != 0) {
+    const unsigned mask = (1u << field.bits) - 1u;
+    for (const std::uint64_t point : points) {
+      *out++ = static_cast<std::uint8_t>((from[point * stride] >> field.shift) & mask);
+    }
+    return;
+  }
+  switch (bytes) {
+    case 1:
+      return GatherBytes<1>(from, stride, points, out);
+    case 2:
+      return GatherBytes<2>(from, stride, points, out);
+    case 4:
+      return GatherBytes<4>(from, stride, points, out);
+    case 6:
+      return GatherBytes<6>(from, stride, points, out);
+    case 8:
+      return GatherBytes<8>(from, stride, points, out);
+    default:
+      break;
+  }
+  for (const std::uint64_t point : points) {
+    std::memcpy(out, from + point * stride, bytes);
+    out += bytes;
+  }
 }
 
 void LasRecordLayout::Scatter(const LasField& field, const std::uint8_t* value,

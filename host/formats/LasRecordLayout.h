@@ -36,6 +36,9 @@ class LasRecordLayout {
 
   /// Value of a field of one record: ValueBytes(type) bytes at `value`.
   static void Gather(const LasField& field, const std::uint8_t* record, std::uint8_t* value);
+  /// Values of the field that stands at `dimension`, of the rows named: as ScanFile says.
+  void GatherRows(std::size_t dimension, const std::uint8_t* records,
+                  std::span<const std::uint64_t> rows, std::uint8_t* out) const;
   /// Puts a value into a record whose bits of this field are zero.
   static void Scatter(const LasField& field, const std::uint8_t* value, std::uint8_t* record);
 

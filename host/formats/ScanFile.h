@@ -2,10 +2,12 @@
 #pragma once
 
 #include <OOCPointCloud/ColumnType.h>
+#include <OOCPointCloud/Repositories.h>
 #include <OOCPointCloud/Types.h>
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -28,6 +30,14 @@ struct PositionTransform {
   oocpc::Vector3d offset{};
 };
 
+/// What a scan may use to get ready for reading.
+struct ScanWorkspace {
+  std::uint64_t memoryBytes = 0;  ///< most to take until Release(); what is taken is deducted
+  std::filesystem::path temporaryFolder;  ///< for what does not fit; nothing stays there
+  /// Told how many points are ready; may be empty, false stops.
+  std::function<bool(std::uint64_t points)> progress;
+};
+
 /// A scan opened for reading. Const operations are safe from several threads at once.
 class ScanFile {
  public:
@@ -41,6 +51,11 @@ class ScanFile {
   [[nodiscard]] virtual const PositionTransform& GetTransform() const = 0;
   /// All dimensions but the position, in the order of the record.
   [[nodiscard]] virtual const std::vector<Dimension>& GetDimensions() const = 0;
+  /// Makes the points ready to be read, as often as wanted; without it they must not be. A
+  /// compressed scan is decompressed here, once, and tells here what of it is damaged.
+  virtual Outcome Prepare(ScanWorkspace& /*workspace*/) { return Outcome::Success(); }
+  /// Gives back what Prepare() took. Points must not be read any more; all else stays.
+  virtual void Release() {}
   /// Stored integers of the points [first, first + count): three per point.
   virtual void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const = 0;
   /// Bytes of one point's record. A record begins with the three stored integers of its position.
@@ -58,8 +73,11 @@ class ScanFile {
   [[nodiscard]] virtual std::span<const std::uint8_t> GetTrailingBytes() const = 0;
 };
 
-/// Opens a LAS file of any version 1.0 to 1.4, point formats 0 to 10, after checking everything
-/// that its header states against the file's size.
-Outcome OpenLas(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan);
+/// Opens a LAS or LAZ file of any version 1.0 to 1.4, point formats 0 to 10, after checking
+/// everything that its header states against the file's size.
+Outcome OpenScan(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan);
+
+/// Maps a scan file into memory. kIoError, kScanNotRecognised for a folder, kAccessDenied.
+Outcome MapScan(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource>& bytes);
 
 }  // namespace tarnhost
