@@ -40,6 +40,15 @@ void GatherBytes(const std::uint8_t* field, std::size_t stride,
   }
 }
 
+/// Spreads values of constant width over records of `stride` bytes.
+template <std::size_t kBytes>
+void ScatterBytes(const std::uint8_t* values, std::uint64_t count, std::size_t stride,
+                  std::uint8_t* field) {
+  for (std::uint64_t i = 0; i < count; ++i, values += kBytes, field += stride) {
+    std::memcpy(field, values, kBytes);
+  }
+}
+
 bool HasGpsTime(std::uint8_t format) { return format >= 3 || format == 1; }
 bool HasColor(std::uint8_t format) {
   return format == 2 || format == 3 || format == 5 || format == 7 || format == 8 || format == 10;
@@ -231,6 +240,32 @@ void LasRecordLayout::GatherRows(std::size_t dimension, const std::uint8_t* reco
   for (const std::uint64_t point : points) {
     std::memcpy(out, from + point * stride, bytes);
     out += bytes;
+  }
+}
+
+void LasRecordLayout::ScatterRows(std::size_t dimension, const std::uint8_t* values,
+                                  std::uint64_t count, std::uint8_t* records) const {
+  const LasField& field = fields_[dimension];
+  std::uint8_t* to = records + field.offsetBytes;
+  const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
+  if (field.bits == 0) {
+    switch (bytes) {
+      case 1:
+        return ScatterBytes<1>(values, count, recordBytes_, to);
+      case 2:
+        return ScatterBytes<2>(values, count, recordBytes_, to);
+      case 4:
+        return ScatterBytes<4>(values, count, recordBytes_, to);
+      case 6:
+        return ScatterBytes<6>(values, count, recordBytes_, to);
+      case 8:
+        return ScatterBytes<8>(values, count, recordBytes_, to);
+      default:
+        break;
+    }
+  }
+  for (std::uint64_t i = 0; i < count; ++i, values += bytes, records += recordBytes_) {
+    Scatter(field, values, records);
   }
 }
 

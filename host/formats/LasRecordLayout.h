@@ -39,6 +39,10 @@ class LasRecordLayout {
   /// Values of the field that stands at `dimension`, of the rows named: as ScanFile says.
   void GatherRows(std::size_t dimension, const std::uint8_t* records,
                   std::span<const std::uint64_t> rows, std::uint8_t* out) const;
+  /// Puts the values of the field that stands at `dimension` into `count` records in a row, whose
+  /// bits of this field are zero.
+  void ScatterRows(std::size_t dimension, const std::uint8_t* values, std::uint64_t count,
+                   std::uint8_t* records) const;
   /// Puts a value into a record whose bits of this field are zero.
   static void Scatter(const LasField& field, const std::uint8_t* value, std::uint8_t* record);
 

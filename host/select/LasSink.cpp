@@ -29,14 +29,14 @@ std::string Ending(const std::filesystem::path& path) {
 
 Outcome MakeFileSink(const std::filesystem::path& output, std::unique_ptr<SelectionSink>& sink) {
   const std::string ending = Ending(output);
-  if (ending == ".las") {
+  if (ending == ".las" || ending == ".laz") {
     sink = std::make_unique<LasSink>(output);
   } else if (ending == ".csv") {
     sink = std::make_unique<CsvSink>(output);
   } else {
     return Outcome::Failure(oocpc::result::kScanUnsupported,
                             "points cannot be written as \"" + ending + "\"", output.string(),
-                            "let the name end in .las or .csv");
+                            "let the name end in .las, .laz or .csv");
   }
   return Outcome::Success();
 }
@@ -47,7 +47,7 @@ Outcome LasSink::Begin(Cloud& cloud) {
   if (Outcome outcome = FrameForLas(cloud, frame); !outcome.Ok()) return outcome;
   if (Outcome outcome = LasWriter::Create(output_, frame, writer_); !outcome.Ok()) return outcome;
   std::vector<std::string> names;
-  if (Outcome outcome = ColumnsForLas(cloud, *writer_, names); !outcome.Ok()) return outcome;
+  if (Outcome outcome = ColumnsForLas(cloud, writer_->GetLayout(), names); !outcome.Ok()) return outcome;
   columns_.resize(names.size());
   return BlockReader::Open(cloud, names, reader_);
 }
