@@ -11,9 +11,13 @@
 
 namespace tarnhost::laz {
 
+// What takes a coder is inlined into the loop over the points, all of it: a decoder whose address
+// is never needed lives in registers, which makes up for a third of the speed.
 #if defined(__GNUC__)
+#define TARNHOST_LAZ_INLINE_LAMBDA __attribute__((always_inline))
 #define TARNHOST_LAZ_INLINE __attribute__((always_inline)) inline
 #else
+#define TARNHOST_LAZ_INLINE_LAMBDA
 #define TARNHOST_LAZ_INLINE inline
 #endif
 

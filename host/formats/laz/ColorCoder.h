@@ -24,9 +24,10 @@ class ColorCoder {
     std::uint32_t changes = 0;
     if constexpr (!Coder::kDecodes) changes = ChangesOf(last, color);
     changes = coder.Symbol(changes_, changes);
-    const auto changed = [changes](unsigned bit) { return (changes >> bit & 1u) != 0; };
+    const auto changed = [changes](unsigned bit)
+                             TARNHOST_LAZ_INLINE_LAMBDA { return (changes >> bit & 1u) != 0; };
     // Low and high bytes, given and to be returned.
-    const auto byte = [&](unsigned model, int prediction, int given) {
+    const auto byte = [&](unsigned model, int prediction, int given) TARNHOST_LAZ_INLINE_LAMBDA {
       const auto code = static_cast<std::uint8_t>(given - prediction);
       return static_cast<std::uint8_t>(prediction +
                                        static_cast<int>(coder.Symbol(bytes_[model], code)));

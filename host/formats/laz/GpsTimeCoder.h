@@ -132,7 +132,7 @@ class GpsTimeCoder {
   }
 
   template <typename Coder>
-  void BeginSequence(Coder& coder, std::uint64_t time) {
+  TARNHOST_LAZ_INLINE void BeginSequence(Coder& coder, std::uint64_t time) {
     const auto last = static_cast<std::int32_t>(sequences_[current_].time >> 32);
     newest_ = (newest_ + 1) & 3u;
     const std::int32_t high = errors_.Code(coder, last, static_cast<std::int32_t>(time >> 32), 8);

@@ -89,7 +89,8 @@ class Point10Coder {
     std::uint32_t changes = 0;
     if constexpr (!kDecodes) changes = ChangesOf(point);
     changes = coder.Symbol(changes_, changes);
-    const auto byte = [&](auto& bank, std::uint8_t last, std::uint8_t given) {
+    const auto byte = [&](auto& bank, std::uint8_t last,
+                          std::uint8_t given) TARNHOST_LAZ_INLINE_LAMBDA {
       return static_cast<std::uint8_t>(coder.Symbol(bank.template Get<kDecodes>(last), given));
     };
     point.returnBits = (changes & kReturns) != 0

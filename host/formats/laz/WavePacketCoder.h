@@ -24,7 +24,7 @@ class WavePacketCoder {
 
   /// `last` and `packet` are the bytes of the record; `packet` is read from or written to.
   template <typename Coder>
-  void Code(Coder& coder, const std::uint8_t* last, std::uint8_t* packet) {
+  TARNHOST_LAZ_INLINE void Code(Coder& coder, const std::uint8_t* last, std::uint8_t* packet) {
     packet[0] = static_cast<std::uint8_t>(coder.Symbol(index_, packet[0]));
     CodeOffset(coder, last, packet);
     CodeNumber(coder, size_, 0, last + 9, packet + 9);
@@ -36,7 +36,8 @@ class WavePacketCoder {
 
  private:
   template <typename Coder>
-  void CodeOffset(Coder& coder, const std::uint8_t* last, std::uint8_t* packet) {
+  TARNHOST_LAZ_INLINE void CodeOffset(Coder& coder, const std::uint8_t* last,
+                                      std::uint8_t* packet) {
     const auto lastOffset = oocpc::LoadLittleEndian<std::uint64_t>(last + 1);
     const auto following = lastOffset + oocpc::LoadLittleEndian<std::uint32_t>(last + 9);
     auto offset = oocpc::LoadLittleEndian<std::uint64_t>(packet + 1);
@@ -64,8 +65,9 @@ class WavePacketCoder {
   }
 
   template <typename Coder, unsigned kContexts>
-  static void CodeNumber(Coder& coder, IntegerCoder<32, kContexts>& integers, unsigned context,
-                         const std::uint8_t* last, std::uint8_t* number) {
+  TARNHOST_LAZ_INLINE static void CodeNumber(Coder& coder, IntegerCoder<32, kContexts>& integers,
+                                             unsigned context, const std::uint8_t* last,
+                                             std::uint8_t* number) {
     const std::int32_t value =
         integers.Code(coder, oocpc::LoadLittleEndian<std::int32_t>(last),
                       oocpc::LoadLittleEndian<std::int32_t>(number), context);
