@@ -15,9 +15,17 @@ namespace {
 
 using Numbers = std::vector<std::uint64_t>;
 
+/// Numbers of 32 bits give the same bytes as when they are widened.
+void RequireSameFromNarrowNumbers(const Numbers& numbers, const Bytes& coded) {
+  const std::vector<std::uint32_t> narrow(numbers.begin(), numbers.end());
+  if (!std::equal(numbers.begin(), numbers.end(), narrow.begin())) return;
+  Bytes same;
+  Require(EncodeNumbers(std::span<const std::uint32_t>(narrow), same) && same == coded);
+}
+
 void RequireRoundTrip(const Numbers& numbers) {
   TokenCounts counts;
-  Require(counts.Add(numbers));
+  Require(counts.Add(std::span<const std::uint64_t>(numbers)));
   const TokenShares shares = TokenShares::Of(counts);
   std::uint32_t sum = 0;
   for (std::size_t token = 0; token < TokenCounts::kTokens; ++token) {
@@ -26,7 +34,8 @@ void RequireRoundTrip(const Numbers& numbers) {
   }
   Require(sum == kShares);
   Bytes coded;
-  EncodeNumbers(numbers, counts, coded);
+  Require(EncodeNumbers(std::span<const std::uint64_t>(numbers), coded));
+  RequireSameFromNarrowNumbers(numbers, coded);
   coded.shrink_to_fit();
   Numbers back(numbers.size());
   std::span<const std::uint8_t> rest(coded);

@@ -24,7 +24,8 @@ constexpr T kBelowAll = std::is_floating_point_v<T> ? -std::numeric_limits<T>::i
                                                     : std::numeric_limits<T>::lowest();
 
 template <typename T>
-Range FindRange(const std::uint8_t* at, std::size_t count, std::size_t stride) {
+[[gnu::always_inline]] inline Range FindRange(const std::uint8_t* at, std::size_t count,
+                                              std::size_t stride) {
   T minimum = kAboveAll<T>;
   T maximum = kBelowAll<T>;
   bool hasNan = false;
@@ -36,6 +37,12 @@ Range FindRange(const std::uint8_t* at, std::size_t count, std::size_t stride) {
     maximum = value > maximum ? value : maximum;
   }
   return {WidenBits(minimum), WidenBits(maximum), hasNan};
+}
+
+/// Values side by side can be compared several at once.
+template <typename T>
+Range FindRangeOfColumn(const std::uint8_t* at, std::size_t count, std::size_t stride) {
+  return stride == sizeof(T) ? FindRange<T>(at, count, sizeof(T)) : FindRange<T>(at, count, stride);
 }
 
 template <typename T>
@@ -68,7 +75,7 @@ void DescribeRange(ColumnType type, std::span<const std::uint8_t> values, BlockE
   for (std::size_t component = 0; component < type.components; ++component) {
     const Range range = VisitComponentType(type.value, [&](auto tag) {
       using T = typename decltype(tag)::Type;
-      return FindRange<T>(values.data() + component * sizeof(T), count, stride);
+      return FindRangeOfColumn<T>(values.data() + component * sizeof(T), count, stride);
     });
     entry.minimumBits[component] = range.minimumBits;
     entry.maximumBits[component] = range.maximumBits;

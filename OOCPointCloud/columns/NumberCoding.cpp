@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <type_traits>
 
 #include "OOCPointCloud/columns/NumberFrequencies.h"
 #include "OOCPointCloud/columns/NumberLanes.h"
@@ -14,106 +15,221 @@
 namespace oocpc {
 namespace {
 
-/// Bits one behind the other, the low ones first.
+using Bytes = std::vector<std::uint8_t>;
+
+/// Bits one behind the other, the low ones first, into memory that has room for them and for eight
+/// bytes more.
 class BitWriter {
  public:
-  explicit BitWriter(std::vector<std::uint8_t>& out) : out_(out) {}
+  explicit BitWriter(std::uint8_t* out) : out_(out) {}
+  /// Up to 57 bits; those of `value` above them are zero.
   void Put(std::uint64_t value, unsigned bits) {
-    if (bits == 0) return;
     pending_ |= value << filled_;
-    if (filled_ + bits >= 64) {
-      Emit(8);
-      pending_ = filled_ == 0 ? 0 : value >> (64 - filled_);
-      filled_ = filled_ + bits - 64;
-    } else {
-      filled_ += bits;
-    }
+    filled_ += bits;
+    std::memcpy(out_, &pending_, sizeof(pending_));
+    out_ += filled_ / 8;
+    const unsigned stored = filled_ & ~7u;
+    pending_ = pending_ >> stored / 2 >> stored / 2;  // 64 at once would be too many
+    filled_ &= 7u;
   }
-  void Finish() { Emit((filled_ + 7) / 8); }
+  /// Behind the last byte that has bits.
+  [[nodiscard]] std::uint8_t* GetEnd() const { return out_ + (filled_ > 0 ? 1 : 0); }
 
  private:
-  void Emit(std::size_t bytes) {
-    std::uint8_t raw[8];
-    std::memcpy(raw, &pending_, sizeof(raw));
-    out_.insert(out_.end(), raw, raw + bytes);
-  }
-  std::vector<std::uint8_t>& out_;
+  std::uint8_t* out_;
   std::uint64_t pending_ = 0;
   unsigned filled_ = 0;
 };
 
 /// What the encoder needs of each token.
 struct TokenCode {
+  // A state is below share * 2^20 when it is divided by the share, so the product of both does not
+  // leave 64 bits, and is off by less than would change the quotient.
+  static constexpr unsigned kInverseBits = 44;
+
+  std::uint64_t inverse = 0;  ///< 2^44 / share, rounded up
+  std::uint64_t end = 0;      ///< from this state on, 16 bits go out first
   std::uint32_t start = 0;
-  std::uint32_t share = 0;
-  double inverse = 0;
+  std::uint32_t others = 0;  ///< shares of all other tokens
 };
 
-std::array<TokenCode, TokenCounts::kTokens> MakeCodes(const TokenShares& shares) {
-  std::array<TokenCode, TokenCounts::kTokens> codes;
+using TokenCodes = std::array<TokenCode, TokenCounts::kTokens>;
+
+TokenCodes MakeCodes(const TokenShares& shares) {
+  TokenCodes codes;
   std::uint32_t start = 0;
   for (std::size_t token = 0; token < codes.size(); ++token) {
-    const std::uint32_t share = shares.shares[token];
-    codes[token] = {start, share, share == 0 ? 0 : 1.0 / share};
-    start += share;
+    const std::uint64_t share = shares.shares[token];
+    if (share == 0) continue;
+    codes[token].inverse = ((std::uint64_t{1} << TokenCode::kInverseBits) + share - 1) / share;
+    codes[token].end = share << (32 - kShareBits);
+    codes[token].start = start;
+    codes[token].others = kShares - static_cast<std::uint32_t>(share);
+    start += static_cast<std::uint32_t>(share);
   }
   return codes;
 }
 
-/// Appends the words of a lane's tokens, which a decoder reads forwards, and the first state.
-void EncodeLane(std::span<const std::uint64_t> numbers,
-                const std::array<TokenCode, TokenCounts::kTokens>& codes,
-                std::vector<std::uint16_t>& words, std::vector<std::uint8_t>& out) {
-  words.clear();
+/// Encodes from its end to its front, into words that a decoder reads forwards.
+struct Lane {
   std::uint32_t state = kLeastState;
-  for (std::size_t i = numbers.size(); i-- > 0;) {
-    const TokenCode& code = codes[TokenOf(numbers[i]).token];
-    if (state >= std::uint64_t{code.share} << (32 - kShareBits)) {
-      words.push_back(static_cast<std::uint16_t>(state));
-      state >>= 16;
-    }
-    // The half keeps the rounded quotient off the next whole number.
-    const auto quotient = static_cast<std::uint32_t>((state + 0.5) * code.inverse);
-    state = (quotient << kShareBits) + (state - quotient * code.share) + code.start;
+  const std::uint8_t* token = nullptr;  ///< behind the next one
+  std::uint16_t* word = nullptr;        ///< the last one written
+
+  void Encode(const TokenCodes& codes) {
+    const TokenCode& code = codes[*--token];
+    const bool full = state >= code.end;
+    *(word - 1) = static_cast<std::uint16_t>(state);
+    word -= full ? 1 : 0;
+    state >>= full ? 16 : 0;
+    const auto quotient =
+        static_cast<std::uint32_t>(state * code.inverse >> TokenCode::kInverseBits);
+    state += quotient * code.others + code.start;
   }
-  AppendLittleEndian(out, state);
+};
+
+/// Memory that a thread works in. Unusually much is not kept.
+struct EncodeBuffer {
+  EncodeBuffer() = default;
+  EncodeBuffer(const EncodeBuffer&) = delete;
+  EncodeBuffer& operator=(const EncodeBuffer&) = delete;
+
+  Bytes tokens;
+  Bytes bits;
+  std::vector<std::uint16_t> words;
+
+  void Fit(std::size_t numbers, std::size_t numberBytes) {
+    Grow(tokens, numbers);
+    Grow(bits, numbers * numberBytes + kLanes * 2 * sizeof(std::uint64_t));
+    Grow(words, numbers + kLanes);
+  }
+  void Release() {
+    if (tokens.size() <= kKeptNumbers) return;
+    Bytes().swap(tokens);
+    Bytes().swap(bits);
+    std::vector<std::uint16_t>().swap(words);
+  }
+
+ private:
+  static constexpr std::size_t kKeptNumbers = std::size_t{1} << 17;
+  template <typename T>
+  static void Grow(std::vector<T>& vector, std::size_t size) {
+    if (vector.size() < size) vector.resize(size);
+  }
+};
+
+/// Finds and counts the tokens of a lane's numbers, and writes what they do not tell; gives the end
+/// of that.
+template <typename Number>
+std::uint8_t* Tokenize(std::span<const Number> numbers, std::uint8_t* tokens, TokenCounts& counts,
+                       std::uint8_t* bits) {
+  // Equal tokens often follow each other; counting in two tables they need not wait for each other.
+  std::array<std::array<std::uint32_t, TokenCounts::kTokens>, 2> counted{};
+  BitWriter writer(bits);
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    const NumberToken token = TokenOf(numbers[i]);
+    tokens[i] = token.token;
+    ++counted[i % 2][token.token];
+    writer.Put(numbers[i] & ((std::uint64_t{1} << token.rawBits) - 1), token.rawBits);
+  }
+  for (std::size_t token = 0; token < TokenCounts::kTokens; ++token) {
+    counts.counts[token] += counted[0][token] + counted[1][token];
+  }
+  return writer.GetEnd();
+}
+
+/// All lanes have the same number of tokens left, or one more.
+void EncodeLanes(std::span<Lane> lanes, std::span<const std::size_t> counts,
+                 const TokenCodes& codes) {
+  const std::size_t common = *std::ranges::min_element(counts);
+  for (std::size_t lane = 0; lane < lanes.size(); ++lane) {
+    if (counts[lane] > common) lanes[lane].Encode(codes);
+  }
+  if (lanes.size() == kLanes) {
+    // Side by side, and in registers: each waits for its own multiplication only.
+    Lane a = lanes[0];
+    Lane b = lanes[1];
+    Lane c = lanes[2];
+    Lane d = lanes[3];
+    for (std::size_t i = 0; i < common; ++i) {
+      a.Encode(codes);
+      b.Encode(codes);
+      c.Encode(codes);
+      d.Encode(codes);
+    }
+    lanes[0] = a;
+    lanes[1] = b;
+    lanes[2] = c;
+    lanes[3] = d;
+  } else {
+    for (Lane& lane : lanes) {
+      for (std::size_t i = 0; i < common; ++i) lane.Encode(codes);
+    }
+  }
+}
+
+void AppendBytes(Bytes& out, const void* from, std::size_t bytes) {
   const std::size_t at = out.size();
-  out.resize(at + words.size() * sizeof(std::uint16_t));
-  std::reverse(words.begin(), words.end());
-  if (!words.empty()) std::memcpy(out.data() + at, words.data(), out.size() - at);
+  out.resize(at + bytes);
+  if (bytes > 0) std::memcpy(out.data() + at, from, bytes);
+}
+
+template <typename Number>
+bool AreCodable(std::span<const Number> numbers) {
+  Number all = 0;
+  for (const Number number : numbers) all |= number;
+  return all < kCodedNumbersEnd;
 }
 
 }  // namespace
 
-void EncodeNumbers(std::span<const std::uint64_t> numbers, const TokenCounts& counts,
-                   std::vector<std::uint8_t>& out) {
-  const TokenShares shares = TokenShares::Of(counts);
+template <typename Number>
+bool EncodeNumbers(std::span<const Number> numbers, Bytes& out) {
+  if (!AreCodable(numbers)) return false;
+  thread_local EncodeBuffer buffer;
+  buffer.Fit(numbers.size(), sizeof(Number));
+  const std::size_t laneCount = LaneCount(numbers.size());
+  std::array<Lane, kLanes> lanes;
+  std::array<std::size_t, kLanes> counts{};
+  std::array<std::uint16_t*, kLanes> wordsEnd{};
+  std::array<std::span<const std::uint8_t>, kLanes> bits;
+  TokenCounts tokenCounts;
+  tokenCounts.total = numbers.size();
+  std::uint8_t* nextBits = buffer.bits.data();
+  for (std::size_t lane = 0; lane < laneCount; ++lane) {
+    const std::size_t begin = LaneBegin(numbers.size(), laneCount, lane);
+    const std::size_t end = LaneBegin(numbers.size(), laneCount, lane + 1);
+    counts[lane] = end - begin;
+    std::uint8_t* const bitsEnd = Tokenize(numbers.subspan(begin, end - begin),
+                                           buffer.tokens.data() + begin, tokenCounts, nextBits);
+    bits[lane] = {nextBits, bitsEnd};
+    nextBits = bitsEnd;
+    // A word of its own before each lane's: the next word's place is written before it is needed.
+    wordsEnd[lane] = buffer.words.data() + end + lane + 1;
+    lanes[lane].token = buffer.tokens.data() + end;
+    lanes[lane].word = wordsEnd[lane];
+  }
+  const TokenShares shares = TokenShares::Of(tokenCounts);
+  EncodeLanes(std::span(lanes).first(laneCount), std::span(counts).first(laneCount),
+              MakeCodes(shares));
   shares.Encode(out);
-  const auto codes = MakeCodes(shares);
-  const std::size_t lanes = LaneCount(numbers.size());
-  const std::size_t sizesAt = out.size();
-  out.resize(sizesAt + lanes * kLaneSizesBytes);
-  std::vector<std::uint16_t> words;
-  const auto note = [&](std::size_t index, std::size_t begin) {
-    const auto size = static_cast<std::uint32_t>(out.size() - begin);
-    std::memcpy(out.data() + sizesAt + index * sizeof(size), &size, sizeof(size));
-  };
-  for (std::size_t lane = 0; lane < lanes; ++lane) {
-    const std::size_t first = LaneBegin(numbers.size(), lanes, lane);
-    const auto part = numbers.subspan(first, LaneBegin(numbers.size(), lanes, lane + 1) - first);
-    std::size_t begin = out.size();
-    EncodeLane(part, codes, words, out);
-    note(2 * lane, begin);
-    begin = out.size();
-    BitWriter bits(out);
-    for (const std::uint64_t number : part) {
-      const unsigned raw = TokenOf(number).rawBits;
-      bits.Put(number & ((std::uint64_t{1} << raw) - 1), raw);
-    }
-    bits.Finish();
-    note(2 * lane + 1, begin);
+  for (std::size_t lane = 0; lane < laneCount; ++lane) {
+    const auto words = static_cast<std::size_t>(wordsEnd[lane] - lanes[lane].word);
+    AppendLittleEndian(out, static_cast<std::uint32_t>(sizeof(std::uint32_t) + 2 * words));
+    AppendLittleEndian(out, static_cast<std::uint32_t>(bits[lane].size()));
+  }
+  for (std::size_t lane = 0; lane < laneCount; ++lane) {
+    AppendLittleEndian(out, lanes[lane].state);
+    AppendBytes(out, lanes[lane].word,
+                static_cast<std::size_t>(wordsEnd[lane] - lanes[lane].word) * 2);
+    AppendBytes(out, bits[lane].data(), bits[lane].size());
   }
   out.resize(out.size() + kLanePadding);
+  buffer.Release();
+  return true;
 }
+
+template bool EncodeNumbers(std::span<const std::uint32_t> numbers, Bytes& out);
+template bool EncodeNumbers(std::span<const std::uint64_t> numbers, Bytes& out);
 
 }  // namespace oocpc

@@ -19,15 +19,19 @@ struct TokenCounts {
   std::uint64_t rawBits = 0;
   std::uint64_t total = 0;
 
-  /// False when a number is too large to be coded.
-  [[nodiscard]] bool Add(std::span<const std::uint64_t> numbers);
-  /// Bytes that coding the numbers takes, to a few percent.
-  [[nodiscard]] std::uint64_t EstimateBytes() const;
+  /// False when a number is too large to be coded. `Number` is std::uint32_t or std::uint64_t, here
+  /// and below.
+  template <typename Number>
+  [[nodiscard]] bool Add(std::span<const Number> numbers);
+  /// Bytes that coding so many numbers takes, of which those that were added are a sample; to a few
+  /// percent when they are all.
+  [[nodiscard]] std::uint64_t EstimateBytes(std::uint64_t numbers) const;
 };
 
-/// Appends the coded numbers, which `counts` describes; at least one.
-void EncodeNumbers(std::span<const std::uint64_t> numbers, const TokenCounts& counts,
-                   std::vector<std::uint8_t>& out);
+/// Appends the coded numbers, at least one; nothing, and false, when one is too large to be coded.
+/// What it appends does not depend on the type of the numbers.
+template <typename Number>
+[[nodiscard]] bool EncodeNumbers(std::span<const Number> numbers, std::vector<std::uint8_t>& out);
 
 /// Decodes as many numbers as `numbers` holds, at least one, from the front of `coded`, which is
 /// moved behind them. False when the bytes are not those of so many numbers.

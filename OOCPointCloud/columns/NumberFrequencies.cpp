@@ -8,8 +8,9 @@
 
 namespace oocpc {
 
-bool TokenCounts::Add(std::span<const std::uint64_t> numbers) {
-  for (const std::uint64_t number : numbers) {
+template <typename Number>
+bool TokenCounts::Add(std::span<const Number> numbers) {
+  for (const Number number : numbers) {
     if (number >= kCodedNumbersEnd) return false;
     const NumberToken token = TokenOf(number);
     ++counts[token.token];
@@ -19,7 +20,10 @@ bool TokenCounts::Add(std::span<const std::uint64_t> numbers) {
   return true;
 }
 
-std::uint64_t TokenCounts::EstimateBytes() const {
+template bool TokenCounts::Add(std::span<const std::uint32_t> numbers);
+template bool TokenCounts::Add(std::span<const std::uint64_t> numbers);
+
+std::uint64_t TokenCounts::EstimateBytes(std::uint64_t numbers) const {
   double bits = static_cast<double>(rawBits);
   unsigned used = 0;
   for (const std::uint32_t count : counts) {
@@ -28,6 +32,7 @@ std::uint64_t TokenCounts::EstimateBytes() const {
     bits += count * std::log2(static_cast<double>(total) / count);
   }
   constexpr unsigned kHeadBytes = 24;
+  bits *= static_cast<double>(numbers) / static_cast<double>(total);
   return static_cast<std::uint64_t>(bits / 8) + kHeadBytes + used * kShareBits / 8;
 }
 

@@ -21,13 +21,17 @@ struct NumberToken {
   std::uint8_t rawBits;
 };
 
-[[nodiscard]] inline NumberToken TokenOf(std::uint64_t number) {
-  if (number < kOwnTokens) return {static_cast<std::uint8_t>(number), 0};
-  const auto bits = static_cast<unsigned>(std::bit_width(number));
+/// `Number` is an unsigned integer of 32 or 64 bits.
+template <typename Number>
+[[nodiscard]] constexpr NumberToken TokenOf(Number number) {
+  // Without a branch: small and large numbers take turns.
+  const auto bits = static_cast<unsigned>(std::bit_width(number | Number{kOwnTokens}));
   const unsigned raw = bits - 1 - kTokenBits;
   const auto behindFirst = static_cast<unsigned>(number >> raw & 3u);
   const unsigned token = static_cast<unsigned>(kOwnTokens) + (bits - kShortestSplit) * 4;
-  return {static_cast<std::uint8_t>(token + behindFirst), static_cast<std::uint8_t>(raw)};
+  const bool own = number < kOwnTokens;
+  return {static_cast<std::uint8_t>(own ? static_cast<unsigned>(number) : token + behindFirst),
+          static_cast<std::uint8_t>(own ? 0 : raw)};
 }
 
 /// The least number of a token, and how many bits follow.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <type_traits>
 
 #include "OOCPointCloud/columns/NumberCoding.h"
 #include "OOCPointCloud/columns/NumberDictionary.h"
@@ -22,49 +23,68 @@ constexpr std::uint8_t kAll = kDifferences | kRelative;
 }  // namespace transform
 
 /// A transform is chosen by so many runs of neighbours.
-constexpr std::size_t kSampleRun = 256;
-constexpr std::size_t kSampleRuns = 12;
+constexpr std::size_t kSampleRun = 128;
+constexpr std::size_t kSampleRuns = 16;
 constexpr std::size_t kHeadBytes = 2;
 
 /// Read as signed: small numbers of either sign become small numbers.
-std::uint64_t Zigzag(std::uint64_t number) { return (number << 1) ^ (0 - (number >> 63)); }
+template <typename Number>
+Number Zigzag(Number number) {
+  return static_cast<Number>(number << 1) ^ (0 - (number >> (8 * sizeof(Number) - 1)));
+}
 std::uint64_t UndoZigzag(std::uint64_t number) { return (number >> 1) ^ (0 - (number & 1)); }
 
 /// The residuals of the values [first, first + count) of a component. The first value of a block is
 /// its base, so its residual is 0.
-void MakeResiduals(const ValuePlanes& planes, std::size_t component, std::uint8_t how,
-                   std::size_t first, std::span<std::uint64_t> residuals) {
-  const Numbers& plane = planes.components[component];
+template <typename Planes, typename Number>
+void MakeResiduals(const Planes& planes, std::size_t component, std::uint8_t how, std::size_t first,
+                   std::span<Number> residuals) {
+  const std::vector<Number>& plane = planes.components[component];
   const bool relative = (how & transform::kRelative) != 0 && component != 1;
-  const Numbers& other = planes.components[relative ? 1 : component];
-  const bool differences = (how & transform::kDifferences) != 0;
-  for (std::size_t i = 0; i < residuals.size(); ++i) {
-    const std::size_t at = first + i;
-    const std::size_t before = differences && at > 0 ? at - 1 : 0;
-    std::uint64_t residual = plane[at] - plane[before];
-    if (relative) residual -= other[at] - other[before];
-    residuals[i] = Zigzag(residual);
+  const Number* const own = plane.data() + first;
+  const Number* const other = planes.components[relative ? 1 : component].data() + first;
+  const auto fill = [&](auto residualAt) {
+    for (std::size_t i = 0; i < residuals.size(); ++i) residuals[i] = Zigzag<Number>(residualAt(i));
+  };
+  if ((how & transform::kDifferences) == 0) {
+    const Number base = plane[0];
+    const Number otherBase = planes.components[relative ? 1 : component][0];
+    relative ? fill([&](std::size_t i) { return (own[i] - base) - (other[i] - otherBase); })
+             : fill([&](std::size_t i) { return own[i] - base; });
+    return;
   }
+  if (first == 0) {
+    residuals[0] = 0;
+    residuals = residuals.subspan(1);
+  }
+  const std::size_t before = first == 0 ? 0 : 1;  // of the first residual: the number before it
+  const Number* const x = own - before;
+  const Number* const y = other - before;
+  relative ? fill([&](std::size_t i) { return (x[i + 1] - x[i]) - (y[i + 1] - y[i]); })
+           : fill([&](std::size_t i) { return x[i + 1] - x[i]; });
 }
 
-std::uint64_t EstimateOfSample(const ValuePlanes& planes, std::uint8_t how) {
+template <typename Planes>
+std::uint64_t EstimateOfSample(const Planes& planes, std::uint8_t how) {
+  using Number = typename std::remove_cvref_t<decltype(planes.components[0])>::value_type;
   const std::size_t count = planes.components[0].size();
   std::uint64_t bytes = 0;
-  std::array<std::uint64_t, kSampleRun> residuals;
+  std::array<Number, kSampleRun> residuals;
   for (std::size_t component = 0; component < planes.components.size(); ++component) {
     TokenCounts counts;
     for (std::size_t run = 0; run < kSampleRuns; ++run) {
       const std::size_t first = run * (count / kSampleRuns);
       const auto part = std::span(residuals).first(std::min(kSampleRun, count - first));
       MakeResiduals(planes, component, how, first, part);
-      if (!counts.Add(part)) return ~std::uint64_t{0};
+      if (!counts.Add(std::span<const Number>(part))) return ~std::uint64_t{0};
     }
-    bytes += counts.EstimateBytes();
+    bytes += counts.EstimateBytes(count);
   }
   return bytes;
 }
 
-std::uint8_t ChooseTransform(const ValuePlanes& planes) {
+template <typename Planes>
+std::uint8_t ChooseTransform(const Planes& planes) {
   std::uint8_t best = transform::kDifferences;
   std::uint64_t bestBytes = ~std::uint64_t{0};
   for (std::uint8_t how = 0; how <= transform::kAll; ++how) {
@@ -86,28 +106,56 @@ std::size_t ComponentAt(std::uint8_t how, std::size_t place) {
 
 /// Appends the number of dictionary entries, and the entries.
 bool EncodeDictionary(const Numbers& dictionary, std::vector<std::uint8_t>& out) {
-  TokenCounts counts;
-  if (!counts.Add(dictionary)) return false;
   AppendLittleEndian(out, static_cast<std::uint32_t>(dictionary.size()));
-  EncodeNumbers(dictionary, counts, out);
-  return true;
+  return EncodeNumbers(std::span<const std::uint64_t>(dictionary), out);
 }
 
 /// Appends a component: its base, its dictionary or none, and its residuals, which are used up.
-bool EncodeComponent(std::uint64_t base, bool mayRepeat, std::span<std::uint64_t> residuals,
+template <typename Number>
+bool EncodeComponent(std::uint64_t base, bool mayRepeat, std::span<Number> residuals,
                      std::vector<std::uint8_t>& out) {
   AppendLittleEndian(out, base);
-  const auto dictionary = mayRepeat ? MakeDictionary(residuals) : std::nullopt;
-  if (dictionary) {
-    if (!EncodeDictionary(*dictionary, out)) return false;
-    ReplaceByPlaces(*dictionary, residuals);
-  } else {
-    AppendLittleEndian(out, std::uint32_t{0});
+  if constexpr (sizeof(Number) == sizeof(std::uint64_t)) {
+    if (const auto dictionary = mayRepeat ? MakeDictionary(residuals) : std::nullopt) {
+      if (!EncodeDictionary(*dictionary, out)) return false;
+      ReplaceByPlaces(*dictionary, residuals);
+      return EncodeNumbers(std::span<const Number>(residuals), out);
+    }
   }
-  TokenCounts counts;
-  if (!counts.Add(residuals)) return false;
-  EncodeNumbers(residuals, counts, out);
-  return true;
+  AppendLittleEndian(out, std::uint32_t{0});
+  return EncodeNumbers(std::span<const Number>(residuals), out);
+}
+
+/// The number, as 64 bits, of which a plane has the low ones.
+std::uint64_t BaseOf(ColumnType type, const ValuePlanes& planes, std::size_t component,
+                     std::span<const std::uint8_t> /*values*/) {
+  (void)type;
+  return planes.components[component][0];
+}
+std::uint64_t BaseOf(ColumnType type, const NarrowPlanes& /*planes*/, std::size_t component,
+                     std::span<const std::uint8_t> values) {
+  return VisitComponentType(type.value, [&](auto tag) {
+    using T = typename decltype(tag)::Type;
+    return WidenBits(LoadComponent<T>(values.data() + component * sizeof(T)));
+  });
+}
+
+template <typename Planes>
+std::vector<std::uint8_t> EncodePlanes(ColumnType type, std::span<const std::uint8_t> values,
+                                       const Planes& planes) {
+  using Component = std::remove_cvref_t<decltype(planes.components[0])>;
+  const std::uint8_t how = ChooseTransform(planes);
+  const bool mayRepeat = ComponentBytes(type.value) == 8;
+  std::vector<std::uint8_t> out{how, planes.decimals};
+  out.reserve(values.size() / 2);
+  Component residuals(planes.components[0].size());
+  for (std::size_t place = 0; place < planes.components.size(); ++place) {
+    const std::size_t component = ComponentAt(how, place);
+    MakeResiduals(planes, component, how, 0, std::span(residuals));
+    const std::uint64_t base = BaseOf(type, planes, component, values);
+    if (!EncodeComponent(base, mayRepeat, std::span(residuals), out)) return {};
+  }
+  return out;
 }
 
 /// What a thread decodes into. Unusually large buffers are not kept.
@@ -201,17 +249,10 @@ void RestoreComponent(std::uint8_t how, std::uint64_t base, const std::uint64_t*
 }  // namespace
 
 std::vector<std::uint8_t> EncodeResiduals(ColumnType type, std::span<const std::uint8_t> values) {
-  const ValuePlanes planes = ValuePlanes::Of(type, values);
-  const std::uint8_t how = ChooseTransform(planes);
-  const bool mayRepeat = ComponentBytes(type.value) == 8;
-  std::vector<std::uint8_t> out{how, planes.decimals};
-  Numbers residuals(planes.components[0].size());
-  for (std::size_t place = 0; place < planes.components.size(); ++place) {
-    const std::size_t component = ComponentAt(how, place);
-    MakeResiduals(planes, component, how, 0, residuals);
-    if (!EncodeComponent(planes.components[component][0], mayRepeat, residuals, out)) return {};
+  if (const auto narrow = NarrowPlanes::Of(type, values)) {
+    return EncodePlanes(type, values, *narrow);
   }
-  return out;
+  return EncodePlanes(type, values, ValuePlanes::Of(type, values));
 }
 
 bool DecodeResiduals(ColumnType type, std::span<const std::uint8_t> coded,

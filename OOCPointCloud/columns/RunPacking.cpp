@@ -17,7 +17,8 @@ struct RunRange {
 };
 
 template <typename T>
-RunRange<T> DescribeRun(const std::uint8_t* values, std::size_t count, std::size_t stride) {
+[[gnu::always_inline]] inline RunRange<T> FindRunRange(const std::uint8_t* values,
+                                                       std::size_t count, std::size_t stride) {
   T least = LoadComponent<T>(values);
   T greatest = least;
   for (std::size_t i = 1; i < count; ++i) {
@@ -26,6 +27,13 @@ RunRange<T> DescribeRun(const std::uint8_t* values, std::size_t count, std::size
     greatest = std::max(greatest, value);
   }
   return {least, OffsetBits(WidenBits(least), WidenBits(greatest))};
+}
+
+/// Values side by side can be compared several at once.
+template <typename T>
+RunRange<T> DescribeRun(const std::uint8_t* values, std::size_t count, std::size_t stride) {
+  return stride == sizeof(T) ? FindRunRange<T>(values, count, sizeof(T))
+                             : FindRunRange<T>(values, count, stride);
 }
 
 /// Calls `run` with the tag of the component type, the place of the first value, and their number,

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <type_traits>
 
 #include "OOCPointCloud/columns/ComponentTypes.h"
 #include "OOCPointCloud/columns/DecimalNumbers.h"
@@ -39,16 +40,30 @@ bool FillWithMultiples(ColumnType type, std::span<const std::uint8_t> values, un
   return true;
 }
 
-template <typename T>
-void FillWithIntegers(ColumnType type, std::span<const std::uint8_t> values, ValuePlanes& planes) {
+template <typename T, typename Planes>
+void FillWithIntegers(ColumnType type, std::span<const std::uint8_t> values, Planes& planes) {
   const std::size_t stride = ValueBytes(type);
   for (std::size_t component = 0; component < type.components; ++component) {
     const std::uint8_t* from = values.data() + component * sizeof(T);
-    for (std::uint64_t& number : planes.components[component]) {
-      number = WidenBits(LoadComponent<T>(from));
+    for (auto& number : planes.components[component]) {
+      number =
+          static_cast<std::remove_reference_t<decltype(number)>>(WidenBits(LoadComponent<T>(from)));
       from += stride;
     }
   }
+}
+
+/// Whether the numbers, which were values of type T, differ by less than 2^29.
+template <typename T>
+bool LieClose(std::span<const std::uint32_t> numbers) {
+  constexpr std::int64_t kClose = std::int64_t{1} << 29;
+  std::int64_t least = static_cast<T>(numbers[0]);
+  std::int64_t greatest = least;
+  for (const std::uint32_t number : numbers) {
+    least = std::min<std::int64_t>(least, static_cast<T>(number));
+    greatest = std::max<std::int64_t>(greatest, static_cast<T>(number));
+  }
+  return greatest - least < kClose;
 }
 
 /// Floating-point numbers by their bits.
@@ -79,6 +94,24 @@ ValuePlanes ValuePlanes::Of(ColumnType type, std::span<const std::uint8_t> value
     }
   });
   return planes;
+}
+
+std::optional<NarrowPlanes> NarrowPlanes::Of(ColumnType type,
+                                             std::span<const std::uint8_t> values) {
+  return VisitComponentType(type.value, [&](auto tag) -> std::optional<NarrowPlanes> {
+    using T = typename decltype(tag)::Type;
+    if constexpr (std::is_integral_v<T> && sizeof(T) <= sizeof(std::uint32_t)) {
+      NarrowPlanes planes;
+      planes.components.assign(type.components,
+                               std::vector<std::uint32_t>(values.size() / ValueBytes(type)));
+      FillWithIntegers<T>(type, values, planes);
+      const auto close = [](const auto& numbers) { return LieClose<T>(numbers); };
+      if (sizeof(T) < sizeof(std::uint32_t) || std::ranges::all_of(planes.components, close)) {
+        return planes;
+      }
+    }
+    return std::nullopt;
+  });
 }
 
 bool IsPossibleDecimals(ColumnType type, std::uint8_t decimals) {

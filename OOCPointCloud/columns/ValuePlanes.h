@@ -4,6 +4,7 @@
 #include <OOCPointCloud/ColumnType.h>
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -22,6 +23,18 @@ struct ValuePlanes {
   std::uint8_t decimals = kAsTheyAre;
 
   [[nodiscard]] static ValuePlanes Of(ColumnType type, std::span<const std::uint8_t> values);
+};
+
+/// Integers that lie close enough together for 32 bits: modulo 2^32, differences of neighbours in
+/// two components, and differences of these, are what they are modulo 2^64.
+struct NarrowPlanes {
+  static constexpr std::uint8_t decimals = ValuePlanes::kAsTheyAre;
+
+  std::vector<std::vector<std::uint32_t>> components;
+
+  /// Nothing when the values are no such integers.
+  [[nodiscard]] static std::optional<NarrowPlanes> Of(ColumnType type,
+                                                      std::span<const std::uint8_t> values);
 };
 
 /// Whether values of this type can have been taken apart so.

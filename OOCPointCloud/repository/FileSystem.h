@@ -1,15 +1,55 @@
-// What the folder store asks of the operating system; one implementation per system.
+// What writing a repository asks of the operating system; one implementation per system. Every
+// change to the disk goes through here, and a watcher can make each of them fail.
 #pragma once
 
+#include <OOCPointCloud/Export.h>
+#include <OOCPointCloud/ResultCodes.h>
 #include <OOCPointCloud/Types.h>
 
 #include <filesystem>
 #include <span>
+#include <vector>
 
 namespace oocpc::detail {
 
+/// A change to the disk that is about to be made.
+struct FileChange {
+  enum class Kind {
+    kOpen,        ///< opens a file for appending, making it when it is not there
+    kAppend,      ///< appends `bytes` to the file `path`
+    kTruncate,    ///< cuts the file `path` to `length` bytes
+    kSync,        ///< makes the file's bytes durable
+    kSyncFolder,  ///< makes the names in the folder `path` durable
+    kMakeFolder,
+    kReplace,   ///< gives the file or folder `path` the name `target`, in one step
+    kExchange,  ///< lets `path` and `target` change their names, in one step
+    kRemove,    ///< removes a file or an empty folder
+  };
+  Kind kind;
+  std::filesystem::path path;
+  std::filesystem::path target;
+  std::span<const std::uint8_t> bytes;
+  std::uint64_t length = 0;
+};
+
+/// Asked before each change to the disk, by any thread that makes one. For tests of what a disk
+/// that fails, or a process that ends, leaves behind.
+class OOCPOINTCLOUD_API FileWatcher {
+ public:
+  FileWatcher() = default;
+  FileWatcher(const FileWatcher&) = delete;
+  FileWatcher& operator=(const FileWatcher&) = delete;
+  virtual ~FileWatcher();
+  /// kOk: the change is made. kNothingDone: it is left out and called done. A negative code: it
+  /// fails with that code; of an append, the first `written` bytes are written first.
+  [[nodiscard]] virtual HRESULT Ask(const FileChange& change, std::size_t& written) = 0;
+};
+
+/// Sets the watcher of this process, null for none. Not while files are being changed.
+OOCPOINTCLOUD_API void WatchFiles(FileWatcher* watcher);
+
 /// An open file that is written at its end. Moved, not copied; closes itself.
-class AppendFile {
+class OOCPOINTCLOUD_API AppendFile {
  public:
   AppendFile() = default;
   AppendFile(AppendFile&& other) noexcept;
@@ -31,18 +71,53 @@ class AppendFile {
 
   static constexpr std::intptr_t kClosed = -1;
   std::intptr_t handle_ = kClosed;
+  std::filesystem::path path_;
 };
 
+/// A lock on a file, which one process at a time can hold. The system lets go of it when the
+/// process ends, however it ends; a file that is left over locks nobody out.
+class OOCPOINTCLOUD_API FileLock {
+ public:
+  FileLock() = default;
+  FileLock(FileLock&& other) noexcept;
+  FileLock& operator=(FileLock&& other) noexcept;
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  ~FileLock();
+
+  /// Takes the lock without waiting, making the file when it is not there; kBeingWritten when
+  /// another holds it.
+  [[nodiscard]] static HRESULT Take(const std::filesystem::path& file, FileLock& lock);
+
+ private:
+  static constexpr std::intptr_t kClosed = -1;
+  std::intptr_t handle_ = kClosed;
+};
+
+/// Reads a file whole; kStreamMissing when there is none.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT ReadWholeFile(const std::filesystem::path& path,
+                                                      std::vector<std::uint8_t>& bytes);
 /// Bytes in a file, 0 when there is none.
-[[nodiscard]] HRESULT GetFileLength(const std::filesystem::path& path, std::uint64_t& length);
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT GetFileLength(const std::filesystem::path& path,
+                                                      std::uint64_t& length);
 /// kAlreadyExists when something of that name is there.
-[[nodiscard]] HRESULT MakeFolder(const std::filesystem::path& folder);
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT MakeFolder(const std::filesystem::path& folder);
 /// kNotARepository when it is not there or not a folder.
-[[nodiscard]] HRESULT CheckFolder(const std::filesystem::path& folder);
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT CheckFolder(const std::filesystem::path& folder);
 /// Returns when the names in a folder are on stable storage.
-[[nodiscard]] HRESULT SyncFolder(const std::filesystem::path& folder);
-/// Puts `from` in the place of `to` in one step.
-[[nodiscard]] HRESULT ReplaceFile(const std::filesystem::path& from,
-                                  const std::filesystem::path& to);
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT SyncFolder(const std::filesystem::path& folder);
+/// Puts `from` in the place of `to`, which may be there, in one step.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT ReplaceFile(const std::filesystem::path& from,
+                                                    const std::filesystem::path& to);
+/// Gives a folder another name, where nothing may be yet (kAlreadyExists).
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT MoveFolder(const std::filesystem::path& from,
+                                                   const std::filesystem::path& to);
+/// Lets two folders change their names in one step, or, where the system cannot do that, in three.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT ExchangeFolders(const std::filesystem::path& a,
+                                                        const std::filesystem::path& b);
+/// Removes a file; one that is not there is no failure.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT RemoveFile(const std::filesystem::path& path);
+/// Removes a folder and all that is in it; one that is not there is no failure.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT RemoveFolder(const std::filesystem::path& folder);
 
 }  // namespace oocpc::detail

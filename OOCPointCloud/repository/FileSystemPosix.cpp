@@ -3,10 +3,12 @@
 
 #include <OOCPointCloud/ResultCodes.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -30,17 +32,38 @@ auto Retry(Call call) {
 
 HRESULT Check(int answer) { return answer < 0 ? ResultFromErrno(errno) : result::kOk; }
 
+std::atomic<FileWatcher*> watcher{nullptr};
+
+// True when the watcher, if there is one, lets the change be made; `answer` is what to answer
+// otherwise.
+bool IsAllowed(const FileChange& change, HRESULT& answer, std::size_t* written = nullptr) {
+  FileWatcher* asked = watcher.load(std::memory_order_relaxed);
+  if (asked == nullptr) return true;
+  std::size_t ignored = 0;
+  const HRESULT code = asked->Ask(change, written == nullptr ? ignored : *written);
+  if (code == result::kOk) return true;
+  answer = code == result::kNothingDone ? result::kOk : code;
+  return false;
+}
+
 int Descriptor(std::intptr_t handle) { return static_cast<int>(handle); }
+
+using Kind = FileChange::Kind;
 
 }  // namespace
 
+FileWatcher::~FileWatcher() = default;
+
+void WatchFiles(FileWatcher* asked) { watcher.store(asked, std::memory_order_relaxed); }
+
 AppendFile::AppendFile(AppendFile&& other) noexcept
-    : handle_(std::exchange(other.handle_, kClosed)) {}
+    : handle_(std::exchange(other.handle_, kClosed)), path_(std::move(other.path_)) {}
 
 AppendFile& AppendFile::operator=(AppendFile&& other) noexcept {
   if (this != &other) {
     Close();
     handle_ = std::exchange(other.handle_, kClosed);
+    path_ = std::move(other.path_);
   }
   return *this;
 }
@@ -53,15 +76,23 @@ void AppendFile::Close() {
 }
 
 HRESULT AppendFile::Open(const std::filesystem::path& path, AppendFile& file) {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kOpen, path, {}, {}}, answer)) return answer;
   const int descriptor =
       Retry([&] { return ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666); });
   if (descriptor < 0) return ResultFromErrno(errno);
   file.Close();
   file.handle_ = descriptor;
+  file.path_ = path;
   return result::kOk;
 }
 
 HRESULT AppendFile::Append(std::span<const std::uint8_t> bytes) {
+  HRESULT answer = result::kOk;
+  std::size_t torn = 0;
+  if (!IsAllowed({Kind::kAppend, path_, {}, bytes}, answer, &torn)) {
+    bytes = bytes.first(std::min(torn, bytes.size()));
+  }
   while (!bytes.empty()) {
     const std::size_t length = std::min(bytes.size(), kLargestWrite);
     const ssize_t written =
@@ -70,7 +101,7 @@ HRESULT AppendFile::Append(std::span<const std::uint8_t> bytes) {
     if (written == 0) return result::kIoError;  // otherwise this would go on for ever
     bytes = bytes.subspan(static_cast<std::size_t>(written));
   }
-  return result::kOk;
+  return answer;
 }
 
 HRESULT AppendFile::GetLength(std::uint64_t& length) const {
@@ -81,11 +112,64 @@ HRESULT AppendFile::GetLength(std::uint64_t& length) const {
 }
 
 HRESULT AppendFile::Truncate(std::uint64_t length) {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kTruncate, path_, {}, {}, length}, answer)) return answer;
   return Check(Retry([&] { return ::ftruncate(Descriptor(handle_), static_cast<off_t>(length)); }));
 }
 
 HRESULT AppendFile::Sync() {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kSync, path_, {}, {}}, answer)) return answer;
   return Check(Retry([&] { return ::fsync(Descriptor(handle_)); }));
+}
+
+FileLock::FileLock(FileLock&& other) noexcept : handle_(std::exchange(other.handle_, kClosed)) {}
+
+FileLock& FileLock::operator=(FileLock&& other) noexcept {
+  if (this != &other) std::swap(handle_, other.handle_);
+  return *this;
+}
+
+FileLock::~FileLock() {
+  if (handle_ != kClosed) ::close(Descriptor(handle_));
+}
+
+HRESULT FileLock::Take(const std::filesystem::path& file, FileLock& lock) {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kOpen, file, {}, {}}, answer)) return answer;
+  while (true) {
+    FileLock taken;
+    taken.handle_ = Retry([&] { return ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666); });
+    if (taken.handle_ < 0) return ResultFromErrno(errno);
+    if (Retry([&] { return ::flock(Descriptor(taken.handle_), LOCK_EX | LOCK_NB); }) != 0) {
+      return errno == EWOULDBLOCK ? result::kBeingWritten : ResultFromErrno(errno);
+    }
+    // Meanwhile the file may have been replaced, with its folder: then it locks nobody out.
+    struct stat held {};
+    struct stat named {};
+    if (::fstat(Descriptor(taken.handle_), &held) != 0) return ResultFromErrno(errno);
+    if (::stat(file.c_str(), &named) != 0) {
+      if (errno == ENOENT) continue;
+      return ResultFromErrno(errno);
+    }
+    if (held.st_dev != named.st_dev || held.st_ino != named.st_ino) continue;
+    lock = std::move(taken);
+    return result::kOk;
+  }
+}
+
+HRESULT ReadWholeFile(const std::filesystem::path& path, std::vector<std::uint8_t>& bytes) {
+  const int descriptor = Retry([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC); });
+  if (descriptor < 0) return errno == ENOENT ? result::kStreamMissing : ResultFromErrno(errno);
+  bytes.clear();
+  std::uint8_t buffer[1u << 16];
+  ssize_t count = 0;
+  while ((count = Retry([&] { return ::read(descriptor, buffer, sizeof(buffer)); })) > 0) {
+    bytes.insert(bytes.end(), buffer, buffer + count);
+  }
+  const HRESULT code = count < 0 ? ResultFromErrno(errno) : result::kOk;
+  ::close(descriptor);
+  return code;
 }
 
 HRESULT GetFileLength(const std::filesystem::path& path, std::uint64_t& length) {
@@ -100,6 +184,8 @@ HRESULT GetFileLength(const std::filesystem::path& path, std::uint64_t& length) 
 }
 
 HRESULT MakeFolder(const std::filesystem::path& folder) {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kMakeFolder, folder, {}, {}}, answer)) return answer;
   if (::mkdir(folder.c_str(), 0777) == 0) return result::kOk;
   return errno == EEXIST ? result::kAlreadyExists : ResultFromErrno(errno);
 }
@@ -113,6 +199,8 @@ HRESULT CheckFolder(const std::filesystem::path& folder) {
 }
 
 HRESULT SyncFolder(const std::filesystem::path& folder) {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kSyncFolder, folder, {}, {}}, answer)) return answer;
   const int descriptor =
       Retry([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
   if (descriptor < 0) return ResultFromErrno(errno);
@@ -122,7 +210,58 @@ HRESULT SyncFolder(const std::filesystem::path& folder) {
 }
 
 HRESULT ReplaceFile(const std::filesystem::path& from, const std::filesystem::path& to) {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kReplace, from, to, {}}, answer)) return answer;
   return Check(std::rename(from.c_str(), to.c_str()));
+}
+
+HRESULT MoveFolder(const std::filesystem::path& from, const std::filesystem::path& to) {
+  struct stat status {};
+  // An empty folder, too, would be replaced without a word.
+  if (::lstat(to.c_str(), &status) == 0) return result::kAlreadyExists;
+  const HRESULT moved = ReplaceFile(from, to);
+  if (!Failed(moved)) return moved;
+  return ::lstat(to.c_str(), &status) == 0 ? result::kAlreadyExists : moved;
+}
+
+HRESULT ExchangeFolders(const std::filesystem::path& a, const std::filesystem::path& b) {
+#if defined(RENAME_EXCHANGE)
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kExchange, a, b, {}}, answer)) return answer;
+  if (::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0) {
+    return result::kOk;
+  }
+  if (errno != EINVAL && errno != ENOSYS) return ResultFromErrno(errno);
+#endif
+  std::filesystem::path aside = a;
+  aside += ".aside";
+  HRESULT code = ReplaceFile(b, aside);
+  if (Failed(code)) return code;
+  code = ReplaceFile(a, b);
+  if (!Failed(code)) return ReplaceFile(aside, a);
+  // What was there goes back, where that can be done; the failure to tell is the first one.
+  static_cast<void>(ReplaceFile(aside, b));
+  return code;
+}
+
+HRESULT RemoveFile(const std::filesystem::path& path) {
+  HRESULT answer = result::kOk;
+  if (!IsAllowed({Kind::kRemove, path, {}, {}}, answer)) return answer;
+  return std::remove(path.c_str()) == 0 || errno == ENOENT ? result::kOk : ResultFromErrno(errno);
+}
+
+HRESULT RemoveFolder(const std::filesystem::path& folder) {
+  std::error_code error;
+  const auto status = std::filesystem::symlink_status(folder, error);
+  if (!std::filesystem::exists(status)) return result::kOk;
+  if (std::filesystem::is_directory(status)) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+      const HRESULT removed = RemoveFolder(entry.path());
+      if (Failed(removed)) return removed;
+    }
+    if (error) return ResultFromErrno(error.value());
+  }
+  return RemoveFile(folder);
 }
 
 }  // namespace oocpc::detail

@@ -2,13 +2,13 @@
 #include <OOCPointCloud/ResultCodes.h>
 #include <OOCPointCloud/StreamStore.h>
 
-#include <system_error>
 #include <utility>
 
 #include "OOCPointCloud/repository/FileSystem.h"
 
 using oocpc::Failed;
 using oocpc::detail::AppendFile;
+using oocpc::detail::FileLock;
 
 namespace {
 
@@ -35,6 +35,7 @@ struct OOCPCFolderStreamStore::OpenFiles {
   }
 
   std::map<std::string, AppendFile> byName;
+  std::shared_ptr<FileLock> lock = std::make_shared<FileLock>();
 };
 
 OOCPCFolderStreamStore::OOCPCFolderStreamStore(std::filesystem::path folder)
@@ -42,19 +43,28 @@ OOCPCFolderStreamStore::OOCPCFolderStreamStore(std::filesystem::path folder)
 
 OOCPCFolderStreamStore::~OOCPCFolderStreamStore() = default;
 
+std::shared_ptr<const void> OOCPCFolderStreamStore::ShareLock() const { return files_->lock; }
+
 HRESULT OOCPCFolderStreamStore::Create(const std::filesystem::path& folder,
                                        std::unique_ptr<OOCPCFolderStreamStore>& store) {
   store.reset();
   const HRESULT made = oocpc::detail::MakeFolder(folder);
   if (Failed(made)) return made;
-  // The new name must be durable too. A parent that may be written but not read cannot be synced.
-  const HRESULT synced = oocpc::detail::SyncFolder(folder / "..");
-  if (Failed(synced) && synced != oocpc::result::kAccessDenied) {
-    std::error_code ignored;
-    std::filesystem::remove(folder, ignored);
-    return synced;
+  std::unique_ptr<OOCPCFolderStreamStore> created(new OOCPCFolderStreamStore(folder));
+  HRESULT code = FileLock::Take(folder / kLockFileName, *created->files_->lock);
+  // Both names must be durable, the folder's last: who finds the folder finds the lock. A parent
+  // that may be written but not read cannot be synced.
+  if (!Failed(code)) code = oocpc::detail::SyncFolder(folder);
+  if (!Failed(code)) {
+    code = oocpc::detail::SyncFolder(folder / "..");
+    if (code == oocpc::result::kAccessDenied) code = oocpc::result::kOk;
   }
-  store.reset(new OOCPCFolderStreamStore(folder));
+  if (Failed(code)) {
+    // The failure to report is the first one.
+    static_cast<void>(oocpc::detail::RemoveFolder(folder));
+    return code;
+  }
+  store = std::move(created);
   return oocpc::result::kOk;
 }
 
@@ -63,8 +73,15 @@ HRESULT OOCPCFolderStreamStore::Open(const std::filesystem::path& folder,
   store.reset();
   const HRESULT found = oocpc::detail::CheckFolder(folder);
   if (Failed(found)) return found;
-  store.reset(new OOCPCFolderStreamStore(folder));
-  return oocpc::result::kOk;
+  std::unique_ptr<OOCPCFolderStreamStore> opened(new OOCPCFolderStreamStore(folder));
+  const HRESULT locked = FileLock::Take(folder / kLockFileName, *opened->files_->lock);
+  if (!Failed(locked)) store = std::move(opened);
+  return locked;
+}
+
+HRESULT OOCPCFolderStreamStore::ReadMain(std::vector<std::uint8_t>& bytes) {
+  const HRESULT read = oocpc::detail::ReadWholeFile(folder_ / kMainFileName, bytes);
+  return read == oocpc::result::kStreamMissing ? oocpc::result::kNotARepository : read;
 }
 
 HRESULT OOCPCFolderStreamStore::GetLength(const std::string& name, std::uint64_t& length) {
@@ -100,26 +117,34 @@ HRESULT OOCPCFolderStreamStore::Sync(const std::string& name) {
   return Failed(opened) ? opened : file->Sync();
 }
 
-// The names of new streams must be durable before a main stream that relies on them is, hence the
-// first of the two folder syncs.
-HRESULT OOCPCFolderStreamStore::ReplaceMain(std::span<const std::uint8_t> bytes) {
-  const std::filesystem::path main = folder_ / kMainFileName;
-  const std::filesystem::path next = folder_ / (std::string(kMainFileName) + ".new");
+HRESULT OOCPCFolderStreamStore::ReplaceFileOf(const char* name,
+                                              std::span<const std::uint8_t> bytes) {
+  const std::filesystem::path next = folder_ / (std::string(name) + ".new");
   const auto write = [&]() -> HRESULT {
     AppendFile file;
     HRESULT code = AppendFile::Open(next, file);
     if (!Failed(code)) code = file.Truncate(0);  // an interrupted writer may have left one
     if (!Failed(code)) code = file.Append(bytes);
     if (!Failed(code)) code = file.Sync();
+    // The names of new streams must be durable before a main stream that relies on them is.
     if (!Failed(code)) code = oocpc::detail::SyncFolder(folder_);
     return code;
   };
   HRESULT code = write();
-  if (!Failed(code)) code = oocpc::detail::ReplaceFile(next, main);
+  if (!Failed(code)) code = oocpc::detail::ReplaceFile(next, folder_ / name);
   if (Failed(code)) {
-    std::error_code ignored;  // the failure to report is the first one
-    std::filesystem::remove(next, ignored);
+    // The failure to report is the first one.
+    static_cast<void>(oocpc::detail::RemoveFile(next));
     return code;
   }
   return oocpc::detail::SyncFolder(folder_);
+}
+
+HRESULT OOCPCFolderStreamStore::ReplaceMain(std::span<const std::uint8_t> bytes) {
+  const HRESULT replaced = ReplaceFileOf(kMainFileName, bytes);
+  if (Failed(replaced)) return replaced;
+  // By now the commit has happened. Without a new copy there is still the one before, to which the
+  // streams can go back as well, so that a failure here is none of the commit.
+  static_cast<void>(ReplaceFileOf(kMainCopyFileName, bytes));
+  return oocpc::result::kOk;
 }

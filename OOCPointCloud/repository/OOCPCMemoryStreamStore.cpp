@@ -23,6 +23,13 @@ ByteVector& Unshare(std::shared_ptr<ByteVector>& bytes) {
 OOCPCMemoryStreamStore::OOCPCMemoryStreamStore(std::shared_ptr<OOCPCMemoryStreams> streams)
     : streams_(std::move(streams)) {}
 
+HRESULT OOCPCMemoryStreamStore::ReadMain(std::vector<std::uint8_t>& bytes) {
+  const std::lock_guard lock(streams_->mutex);
+  if (streams_->main == nullptr) return oocpc::result::kNotARepository;
+  bytes = *streams_->main;
+  return oocpc::result::kOk;
+}
+
 HRESULT OOCPCMemoryStreamStore::GetLength(const std::string& name, std::uint64_t& length) {
   if (!OOCPCIsStreamName(name)) return oocpc::result::kBadStreamName;
   const std::lock_guard lock(streams_->mutex);

@@ -11,6 +11,19 @@ OOCPCRepositoryWriter::OOCPCRepositoryWriter(std::unique_ptr<OOCPCIStreamStore> 
 
 OOCPCRepositoryWriter::~OOCPCRepositoryWriter() = default;
 
+HRESULT OOCPCRepositoryWriter::OpenExisting(std::unique_ptr<OOCPCIStreamStore> store,
+                                            OOCPCCatalogue& committed,
+                                            std::unique_ptr<OOCPCRepositoryWriter>& writer) {
+  std::vector<std::uint8_t> main;
+  HRESULT code = store->ReadMain(main);
+  if (!Failed(code)) code = OOCPCDecodeMainStream(main, committed);
+  if (Failed(code)) return code;
+  auto opened = std::make_unique<OOCPCRepositoryWriter>(std::move(store));
+  code = opened->Resume(committed.information);
+  if (!Failed(code)) writer = std::move(opened);
+  return code;
+}
+
 HRESULT OOCPCRepositoryWriter::Resume(const OOCPCRepositoryInformation& committed) {
   for (const OOCPCStreamLength& stream : committed.streams) {
     if (Failed(failure_)) return failure_;

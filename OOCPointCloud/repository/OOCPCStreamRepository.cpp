@@ -1,32 +1,9 @@
 // Opening a repository's streams: the seal of the main stream, and committed lengths.
-#include <OOCPointCloud/OOCPointCloudFileHeader.h>
+#include <OOCPointCloud/OOCPCRepositoryWriter.h>
 #include <OOCPointCloud/Repositories.h>
 #include <OOCPointCloud/ResultCodes.h>
 
-#include <algorithm>
-
 #include "OOCPointCloud/streams/OOCPCByteSourceStream.h"
-#include "OOCPointCloud/support/Bytes.h"
-
-namespace {
-
-// The main stream must be: the sealed bytes, then exactly one chunk, the very one that
-// `information` was loaded from.
-bool IsSealedMainStream(std::span<const std::uint8_t> main,
-                        const OOCPCRepositoryInformation& information) {
-  std::vector<std::uint8_t> tail;
-  const std::vector<std::uint8_t> payload = information.EncodeChunk();
-  oocpc::AppendLittleEndian(tail, oocpc::chunk_type::kRepositoryInformation);
-  oocpc::AppendLittleEndian(tail, static_cast<std::uint32_t>(payload.size()));
-  tail.insert(tail.end(), payload.begin(), payload.end());
-  if (main.size() < tail.size()) return false;
-  const auto catalogue = main.first(main.size() - tail.size());
-  return catalogue.size() == information.catalogueBytes &&
-         std::ranges::equal(main.subspan(catalogue.size()), tail) &&
-         oocpc::Crc32c(catalogue) == information.catalogueChecksum;
-}
-
-}  // namespace
 
 OOCPCIInputStream* OOCPCStreamRepository::CreateInputStream() {
   std::shared_ptr<const OOCPCByteSource> source;
@@ -58,7 +35,7 @@ HRESULT OOCPCStreamRepository::SetRepositoryInformation(
   std::shared_ptr<const OOCPCByteSource> source;
   const HRESULT mainFound = FindSource({}, source);
   if (oocpc::Failed(mainFound)) return mainFound;
-  if (!IsSealedMainStream(source->GetBytes(), *information)) {
+  if (!OOCPCIsSealedMainStream(source->GetBytes(), *information)) {
     return oocpc::result::kCatalogueMismatch;
   }
   for (const OOCPCStreamLength& stream : information->streams) {

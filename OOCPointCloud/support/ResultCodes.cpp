@@ -128,6 +128,8 @@ constexpr ResultCodeInfo kInfos[] = {
      "the repository's main stream does not state what belongs to it", kAskOtherCopy},
     {result::kCatalogueMismatch, "kCatalogueMismatch",
      "the repository's main stream was altered after it was written", kAskOtherCopy},
+    {result::kBeingWritten, "kBeingWritten", "another program is writing to the repository",
+     "wait until it is done, then try again"},
     {result::kStringNotFound, "kStringNotFound",
      "a value refers to a text that the repository's dictionary does not hold", kAskOtherCopy},
     {result::kScanNotRecognised, "kScanNotRecognised", "the file is not a scan of a known format",

@@ -6,23 +6,16 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <numeric>
 
 #include "OOCPointCloud/support/Bytes.h"
+#include "host/build/PointCoder.h"
+#include "host/build/Sorting.h"
 
 namespace tarnhost {
 
 using oocpc::ColumnType;
 using oocpc::ValueType;
-
-oocpc::Vector3d LocalPosition(const std::int32_t* xyz, const PositionTransform& transform,
-                              const oocpc::Vector3d& frameOffset) {
-  oocpc::Vector3d position;
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    position[axis] = static_cast<double>(xyz[axis]) * transform.scale[axis] +
-                     transform.offset[axis] - frameOffset[axis];
-  }
-  return position;
-}
 
 void Extend(oocpc::Box3d& box, const oocpc::Box3d& other) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -47,46 +40,59 @@ BlockBuilder::BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameO
   }
 }
 
-void BlockBuilder::SortByTime(const std::uint8_t* records, std::span<std::uint64_t> rows) const {
+void BlockBuilder::SortByTime(std::span<const std::uint8_t> records,
+                              std::span<std::uint32_t> rows) const {
   if (!timeDimension_ || rows.size() < 2) return;
-  struct Timed {
-    double time;
-    std::uint64_t row;
-  };
-  std::vector<double> times(rows.size());
-  points_.GatherDimension(*timeDimension_, records, rows,
-                          reinterpret_cast<std::uint8_t*>(times.data()));
-  std::vector<Timed> timed(rows.size());
-  for (std::size_t i = 0; i < rows.size(); ++i) timed[i] = {times[i], rows[i]};
-  std::ranges::stable_sort(timed, [](const Timed& a, const Timed& b) {
-    if (std::isnan(a.time) || std::isnan(b.time)) return !std::isnan(a.time) && std::isnan(b.time);
-    return a.time < b.time;
-  });
-  for (std::size_t i = 0; i < rows.size(); ++i) rows[i] = timed[i].row;
+  const std::size_t recordBytes = points_.GetRecordBytes();
+  thread_local std::vector<double> times;
+  thread_local std::vector<CodedPoint> keys;
+  thread_local std::vector<CodedPoint> scratch;
+  times.resize(rows.size());
+  const auto part = records.subspan(rows[0] * recordBytes, rows.size() * recordBytes);
+  points_.ExtractDimension(*timeDimension_, part.data(), rows.size(),
+                           reinterpret_cast<std::uint8_t*>(times.data()));
+  keys.resize(rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) keys[i] = {OrderOf(times[i]), rows[i]};
+  if (std::ranges::is_sorted(keys, {}, &CodedPoint::code)) return;
+  SortByCode(keys, scratch);
+  for (std::size_t i = 0; i < rows.size(); ++i) rows[i] = static_cast<std::uint32_t>(keys[i].point);
 }
 
-void BlockBuilder::Build(const std::uint8_t* records, std::span<const std::uint64_t> rows,
+void BlockBuilder::Build(const RecordView& source, std::span<const std::uint64_t> sourceRows,
                          std::span<const std::uint32_t> parts, BuiltBlock& block) const {
-  std::vector<std::uint64_t> ordered(rows.begin(), rows.end());
-  std::size_t begin = 0;
-  for (const std::uint32_t count : parts) {
-    SortByTime(records, std::span(ordered).subspan(begin, count));
-    begin += count;
-  }
-  std::vector<std::int32_t> positions(3 * ordered.size());
   const std::size_t recordBytes = points_.GetRecordBytes();
-  for (std::size_t i = 0; i < ordered.size(); ++i) {
-    std::memcpy(positions.data() + 3 * i, records + ordered[i] * recordBytes, 12);
+  const std::size_t count = sourceRows.size();
+  // Twice: the first copy brings the records close together, the second one into order.
+  thread_local std::vector<std::uint8_t> gathered;
+  thread_local std::vector<std::uint8_t> records;
+  thread_local std::vector<std::uint8_t> values;
+  gathered.resize(count * recordBytes);
+  source.Gather(sourceRows, gathered.data());
+  std::vector<std::uint32_t> rows(count);
+  std::iota(rows.begin(), rows.end(), std::uint32_t{0});
+  std::size_t begin = 0;
+  for (const std::uint32_t points : parts) {
+    SortByTime(gathered, std::span(rows).subspan(begin, points));
+    begin += points;
+  }
+  records.resize(gathered.size());
+  for (std::size_t i = 0; i < count; ++i) {
+    CopyRecord(records.data() + i * recordBytes, gathered.data() + rows[i] * recordBytes,
+               recordBytes);
+  }
+  std::vector<std::int32_t> positions(3 * count);
+  for (std::size_t i = 0; i < count; ++i) {
+    std::memcpy(positions.data() + 3 * i, records.data() + i * recordBytes, 12);
   }
   block.box = BoxOf(positions);
   block.columns.clear();
-  std::vector<std::uint8_t> values(positions.size() * sizeof(std::int32_t));
+  values.resize(positions.size() * sizeof(std::int32_t));
   std::memcpy(values.data(), positions.data(), values.size());
   block.columns.push_back(oocpc::EncodeBlock({ValueType::kInt32, 3}, values));
   const auto& dimensions = points_.GetDimensions();
   for (std::size_t i = 0; i < dimensions.size(); ++i) {
-    values.resize(ordered.size() * oocpc::ValueBytes(dimensions[i].type));
-    points_.GatherDimension(i, records, ordered, values.data());
+    values.resize(count * oocpc::ValueBytes(dimensions[i].type));
+    points_.ExtractDimension(i, records.data(), count, values.data());
     block.columns.push_back(oocpc::EncodeBlock(dimensions[i].type, values));
   }
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/build/PointSet.h"
+#include "host/build/RecordView.h"
 
 namespace tarnhost {
 
@@ -26,12 +27,12 @@ class BlockBuilder {
   /// Builds the block of the points named, rows of `records`; at least one. `parts` divides them:
   /// each part is put into the order of its GPS time where there is one (equal times and no numbers
   /// in the order given, the latter last).
-  void Build(const std::uint8_t* records, std::span<const std::uint64_t> rows,
+  void Build(const RecordView& records, std::span<const std::uint64_t> rows,
              std::span<const std::uint32_t> parts, BuiltBlock& block) const;
 
  private:
-  /// Puts points into the order of their GPS time.
-  void SortByTime(const std::uint8_t* records, std::span<std::uint64_t> rows) const;
+  /// Puts rows, which follow one another, into the order of their GPS time.
+  void SortByTime(std::span<const std::uint8_t> records, std::span<std::uint32_t> rows) const;
 
   [[nodiscard]] oocpc::Box3d BoxOf(std::span<const std::int32_t> xyz) const;
 
@@ -39,12 +40,6 @@ class BlockBuilder {
   oocpc::Vector3d frameOffset_;
   std::optional<std::size_t> timeDimension_;
 };
-
-/// A stored position in the local frame: integer * scale + offset - frame offset, each operation
-/// rounded to double, as the positions container delivers it.
-[[nodiscard]] oocpc::Vector3d LocalPosition(const std::int32_t* xyz,
-                                            const PositionTransform& transform,
-                                            const oocpc::Vector3d& frameOffset);
 
 /// The smallest box that holds both.
 void Extend(oocpc::Box3d& box, const oocpc::Box3d& other);

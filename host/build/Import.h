@@ -21,6 +21,9 @@ struct ImportOptions {
   std::uint64_t memoryBytes = 0;  ///< about the most memory to use; 0: a quarter of the machine's
   std::optional<std::uint64_t> timePoint;  ///< microseconds since 1970 UTC; default: now
   std::function<bool(const ProgressReport&)> progress;  ///< may be empty; false stops
+  /// Told, before anything is written there, how many bytes of temporary disk the import is going
+  /// to take in which folder; not called when it takes none. May be empty.
+  std::function<void(std::uint64_t, const std::filesystem::path&)> temporaryNotice;
 };
 
 struct ImportReport {

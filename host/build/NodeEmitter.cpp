@@ -64,7 +64,7 @@ Outcome NodeEmitter::CloseLast() {
   if (count > 0) {
     std::vector<std::uint64_t> rows(count);
     std::iota(rows.begin(), rows.end(), std::uint64_t{0});
-    blocks_.Build(last.records.data(), rows, std::span(&part, 1), block);
+    blocks_.Build(RecordView(last.records.data(), recordBytes_), rows, std::span(&part, 1), block);
   }
   if (Outcome outcome = Add(last.node, std::span(&part, 1), block); !outcome.Ok()) return outcome;
   AttachToLast(nodes_.size() - 1);

@@ -3,6 +3,8 @@
 
 #include <bit>
 
+#include "OOCPointCloud/support/TargetClones.h"
+
 namespace tarnhost {
 
 namespace {
@@ -13,17 +15,66 @@ unsigned PartingLevel(std::uint64_t a, std::uint64_t b) {
   return kMortonBits - 1 - highestBit / 3;
 }
 
+/// Occupied cells, whose codes differ from this bit on; of sorted points.
+std::uint64_t CountCellsOf(std::span<const CodedPoint> points, unsigned shift) {
+  std::uint64_t cells = points.empty() ? 0 : 1;
+  for (std::size_t i = 1; i < points.size(); ++i) {
+    cells += (points[i].code ^ points[i - 1].code) >> shift != 0 ? 1 : 0;
+  }
+  return cells;
+}
+
+/// The distances of points, which are asked for in their order. Those before may change meanwhile.
+class CentreDistances {
+ public:
+  CentreDistances(std::span<const CodedPoint> points, unsigned level)
+      : points_(points), level_(level) {}
+
+  [[nodiscard]] std::uint64_t Get(std::size_t i) {
+    if (i >= end_) {
+      begin_ = i;
+      end_ = std::min(points_.size(), i + distances_.size());
+      DistancesFromCentre(points_.subspan(begin_), level_,
+                          std::span(distances_).first(end_ - begin_));
+    }
+    return distances_[i - begin_];
+  }
+
+ private:
+  std::span<const CodedPoint> points_;
+  unsigned level_;
+  std::array<std::uint64_t, 1024> distances_;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+};
+
 }  // namespace
 
 std::uint64_t DistanceFromCentre(std::uint64_t code, unsigned level) {
   const std::uint64_t inside = code & BitsBelow(level);
-  const auto edge = static_cast<std::int64_t>(std::uint64_t{1} << (kMortonBits - level));
+  const std::uint64_t edge = std::uint64_t{1} << (kMortonBits - level);
   std::uint64_t sum = 0;
   for (unsigned axis = 0; axis < 3; ++axis) {
-    const std::int64_t twice = 2 * static_cast<std::int64_t>(CollectBits(inside >> axis)) + 1;
-    sum += static_cast<std::uint64_t>((twice - edge) * (twice - edge));
+    // Below 2^22 on either side of zero: the square of the difference modulo 2^64 is that of it.
+    const std::uint64_t difference = 2 * CollectBits(inside >> axis) + 1 - edge;
+    sum += difference * difference;
   }
   return sum;
+}
+
+OOCPC_TARGET_CLONES void DistancesFromCentre(std::span<const CodedPoint> points, unsigned level,
+                                             std::span<std::uint64_t> distances) {
+  const std::uint64_t below = BitsBelow(level);
+  const std::uint64_t edge = std::uint64_t{1} << (kMortonBits - level);
+  const CodedPoint* const from = points.data();
+  std::uint64_t* const to = distances.data();
+  for (std::size_t i = 0; i < distances.size(); ++i) {
+    const std::uint64_t inside = from[i].code & below;
+    const std::uint64_t x = 2 * CollectBits(inside) + 1 - edge;
+    const std::uint64_t y = 2 * CollectBits(inside >> 1) + 1 - edge;
+    const std::uint64_t z = 2 * CollectBits(inside >> 2) + 1 - edge;
+    to[i] = x * x + y * y + z * z;
+  }
 }
 
 CellCounts CountCells(std::span<const CodedPoint> points) {
@@ -55,16 +106,17 @@ bool NodeSampler::Take(std::uint64_t code) {
 
 std::span<CodedPoint> NodeSampler::TakeAll(std::span<CodedPoint> points, unsigned cellLevel,
                                            std::vector<std::uint64_t>& own) {
-  Start(cellLevel, CountCells(points)[cellLevel], points.size());
-  const std::uint64_t cellMask = ~BitsBelow(cellLevel);
+  const unsigned shift = 3 * (kMortonBits - cellLevel);
+  Start(cellLevel, CountCellsOf(points, shift), points.size());
+  CentreDistances distances(points, cellLevel);
   std::size_t left = 0;
   for (std::size_t begin = 0; begin < points.size();) {
-    const std::uint64_t cell = points[begin].code & cellMask;
-    std::size_t end = begin;
+    const std::uint64_t cell = points[begin].code >> shift;
     std::size_t best = begin;
-    std::uint64_t bestDistance = ~std::uint64_t{0};
-    for (; end < points.size() && (points[end].code & cellMask) == cell; ++end) {
-      const std::uint64_t distance = DistanceFromCentre(points[end].code, cellLevel);
+    std::uint64_t bestDistance = distances.Get(begin);
+    std::size_t end = begin + 1;
+    for (; end < points.size() && points[end].code >> shift == cell; ++end) {
+      const std::uint64_t distance = distances.Get(end);
       if (distance < bestDistance) {
         bestDistance = distance;
         best = end;

@@ -9,18 +9,9 @@
 
 #include "host/build/MortonCube.h"
 #include "host/build/PointSpacing.h"
+#include "host/build/Sorting.h"
 
 namespace tarnhost {
-
-/// A point's place along the Morton curve, and its number among the points at hand.
-struct CodedPoint {
-  std::uint64_t code;
-  std::uint64_t point;
-
-  friend bool operator<(const CodedPoint& a, const CodedPoint& b) {
-    return a.code != b.code ? a.code < b.code : a.point < b.point;
-  }
-};
 
 /// What a code still tells below a level: the low bits of the finer levels.
 [[nodiscard]] inline std::uint64_t BitsBelow(unsigned level) {
@@ -34,6 +25,9 @@ struct CodedPoint {
 
 /// Squared distance of a point from the centre of its cell of `level`, in half finest cells.
 [[nodiscard]] std::uint64_t DistanceFromCentre(std::uint64_t code, unsigned level);
+/// The same of as many points as `distances` has room for; several at once where the processor can.
+void DistancesFromCentre(std::span<const CodedPoint> points, unsigned level,
+                         std::span<std::uint64_t> distances);
 
 /// Numbers of occupied cells: entry l is that of level l.
 using CellCounts = std::array<std::uint64_t, kMortonBits + 1>;

@@ -133,13 +133,13 @@ unsigned SamplingGrid::CellLevel(unsigned level) const {
   return std::min(level + gridBits, kMortonBits);
 }
 
-OctreePlan PlanSubtree(std::vector<CodedPoint> points, SubtreeRoot root, const SamplingGrid& grid) {
+OctreePlan PlanSubtree(std::span<CodedPoint> points, SubtreeRoot root, const SamplingGrid& grid) {
   return Planner(grid).Run(points, std::move(root));
 }
 
 OctreePlan PlanOctree(std::vector<CodedPoint> points) {
   const SamplingGrid grid = SamplingGrid::Choose(CountCells(points));
-  return PlanSubtree(std::move(points), {}, grid);
+  return PlanSubtree(points, {}, grid);
 }
 
 }  // namespace tarnhost

@@ -63,7 +63,7 @@ struct SubtreeRoot {
   std::vector<std::uint64_t> above;
 };
 
-/// Plans the subtree of points sorted along the Morton curve; uses `points` up.
+/// Plans the subtree of points sorted along the Morton curve, which are used up.
 ///
 /// The samples of all nodes of a level are taken on one grid, so that a level is evenly dense (see
 /// NodeSampler). A node with more than kNodeCapacity points in its cell keeps its sample; the rest
@@ -71,7 +71,7 @@ struct SubtreeRoot {
 /// level and of the finer ones; a last sixteenth, or 64 points, join the level before. Points that
 /// no Morton bit tells apart are dealt to the children by count. No points at all give a root
 /// without points.
-[[nodiscard]] OctreePlan PlanSubtree(std::vector<CodedPoint> points, SubtreeRoot root,
+[[nodiscard]] OctreePlan PlanSubtree(std::span<CodedPoint> points, SubtreeRoot root,
                                      const SamplingGrid& grid);
 
 /// Plans a whole octree.

@@ -4,72 +4,51 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
-#include <array>
-#include <cstring>
-#include <unordered_set>
 
 namespace tarnhost {
 
 namespace {
 
-constexpr unsigned kDigitBits = 11;
-
-/// Sorts by code, in rounds of eleven bits from the lowest on; equal codes keep their order.
-void SortByCode(std::vector<CodedPoint>& points) {
-  constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
-  std::vector<CodedPoint> other(points.size());
-  for (unsigned shift = 0; shift < 3 * kMortonBits; shift += kDigitBits) {
-    std::array<std::size_t, kDigits> places{};
-    for (const CodedPoint& point : points) ++places[(point.code >> shift) & (kDigits - 1)];
-    if (std::ranges::any_of(places, [&](std::size_t count) { return count == points.size(); })) {
-      continue;  // all the same here
+/// Takes the points at some places out; gives those that are left, still in order.
+std::span<CodedPoint> Without(std::span<CodedPoint> points, std::vector<std::uint32_t> places) {
+  std::ranges::sort(places);
+  std::size_t left = 0;
+  auto next = places.begin();
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (next != places.end() && *next == i) {
+      ++next;
+    } else {
+      points[left++] = points[i];
     }
-    std::size_t place = 0;
-    for (std::size_t& count : places) place += std::exchange(count, place);
-    for (const CodedPoint& point : points) {
-      other[places[(point.code >> shift) & (kDigits - 1)]++] = point;
-    }
-    points.swap(other);
   }
+  return points.first(left);
 }
 
 }  // namespace
 
-std::vector<CodedPoint> SortRecords(std::span<const std::uint8_t> records, std::size_t recordBytes,
-                                    const PositionTransform& transform,
-                                    const oocpc::Vector3d& frameOffset, const MortonCube& cube) {
-  std::vector<CodedPoint> points(records.size() / recordBytes);
-  for (std::size_t row = 0; row < points.size(); ++row) {
-    std::int32_t xyz[3];
-    std::memcpy(xyz, records.data() + row * recordBytes, sizeof(xyz));
-    points[row] = {cube.CodeOf(LocalPosition(xyz, transform, frameOffset)), row};
-  }
-  SortByCode(points);
-  return points;
-}
-
-BuiltPiece PieceBuilder::Build(const Piece& piece, std::span<const std::uint8_t> records,
-                               std::vector<CodedPoint> points,
+BuiltPiece PieceBuilder::Build(const Piece& piece, LoadedPiece& loaded,
                                std::span<const TakenPoint> taken) const {
   BuiltPiece built;
   built.takenRecords.resize(piece.level);
   SubtreeRoot root{piece.level, piece.indexInLevel, {}};
-  std::unordered_set<std::uint64_t> rows;
+  std::vector<std::uint32_t> places;
+  const std::size_t recordBytes = loaded.records.GetRecordBytes();
   for (const TakenPoint& point : taken) {
-    rows.insert(point.row);
+    places.push_back(point.index);
     root.above.push_back(point.code);
-    const auto record = records.subspan(point.row * recordBytes_, recordBytes_);
+    const std::uint8_t* record = loaded.records.At(loaded.points[point.index].point);
     auto& out = built.takenRecords[point.level];
-    out.insert(out.end(), record.begin(), record.end());
+    out.insert(out.end(), record, record + recordBytes);
   }
-  std::erase_if(points, [&](const CodedPoint& point) { return rows.contains(point.point); });
+  const std::span<CodedPoint> points =
+      places.empty() ? loaded.points : Without(loaded.points, std::move(places));
   if (points.empty() && piece.level > 0) return built;
-  built.plan = PlanSubtree(std::move(points), std::move(root), grid_);
+  built.plan = PlanSubtree(points, std::move(root), grid_);
   built.blocks.resize(built.plan.nodes.size());
   tbb::parallel_for(std::size_t{0}, built.plan.nodes.size(), [&](std::size_t i) {
     const PlannedNode& node = built.plan.nodes[i];
     if (node.ownPointCount == 0) return;
-    blocks_.Build(records.data(),
+    blocks_.Build(loaded.records,
                   std::span(built.plan.order).subspan(node.firstPoint, node.ownPointCount),
                   built.plan.PartsOf(node), built.blocks[i]);
   });

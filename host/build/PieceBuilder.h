@@ -7,17 +7,11 @@
 
 #include "host/build/BlockBuilder.h"
 #include "host/build/OctreePlan.h"
+#include "host/build/PieceStore.h"
 #include "host/build/PieceTree.h"
 #include "host/build/TopLevels.h"
 
 namespace tarnhost {
-
-/// The points of a piece by their Morton codes, rows as numbers; equal codes in the order of rows.
-[[nodiscard]] std::vector<CodedPoint> SortRecords(std::span<const std::uint8_t> records,
-                                                  std::size_t recordBytes,
-                                                  const PositionTransform& transform,
-                                                  const oocpc::Vector3d& frameOffset,
-                                                  const MortonCube& cube);
 
 /// What a piece contributes.
 struct BuiltPiece {
@@ -30,18 +24,16 @@ struct BuiltPiece {
 /// Const operations are safe from several threads at once.
 class PieceBuilder {
  public:
-  PieceBuilder(const BlockBuilder& blocks, const SamplingGrid& grid, std::size_t recordBytes)
-      : blocks_(blocks), grid_(grid), recordBytes_(recordBytes) {}
+  PieceBuilder(const BlockBuilder& blocks, const SamplingGrid& grid)
+      : blocks_(blocks), grid_(grid) {}
 
-  /// `points` are the sorted points of the piece, `taken` those that nodes above took.
-  [[nodiscard]] BuiltPiece Build(const Piece& piece, std::span<const std::uint8_t> records,
-                                 std::vector<CodedPoint> points,
+  /// `taken` are the points that nodes above took. Uses up the points of `loaded`.
+  [[nodiscard]] BuiltPiece Build(const Piece& piece, LoadedPiece& loaded,
                                  std::span<const TakenPoint> taken) const;
 
  private:
   const BlockBuilder& blocks_;
   SamplingGrid grid_;
-  std::size_t recordBytes_;
 };
 
 }  // namespace tarnhost

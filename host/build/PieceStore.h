@@ -1,18 +1,36 @@
-// Keeps the records of pieces until they are built: in memory, or in a temporary file.
+// Keeps the points of pieces until they are built: in memory, or in a temporary file.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
 #include <vector>
 
+#include "host/build/PieceTree.h"
+#include "host/build/PointCoder.h"
+#include "host/build/PointSet.h"
+#include "host/build/RecordView.h"
+#include "host/build/Sorting.h"
+#include "host/build/TemporaryFile.h"
 #include "host/common/Outcome.h"
 
 namespace tarnhost {
 
-/// Records are appended piece by piece by one thread; when all are there, pieces may be loaded from
-/// several threads at once.
+/// A piece while it is worked on.
+struct LoadedPiece {
+  /// Along the Morton curve; equal codes in the order of the scans. Their numbers are rows of
+  /// `records`. May be changed.
+  std::span<CodedPoint> points;
+  RecordView records;
+
+  // Memory that the two above may lie in.
+  std::vector<CodedPoint> ownPoints;
+  std::vector<std::uint8_t> ownRecords;
+};
+
+/// Pieces may be loaded from several threads at once, each by one.
 class PieceStore {
  public:
   PieceStore() = default;
@@ -20,24 +38,59 @@ class PieceStore {
   PieceStore& operator=(const PieceStore&) = delete;
   virtual ~PieceStore() = default;
 
-  virtual Outcome Append(std::uint32_t piece, std::span<const std::uint8_t> records) = 0;
-  /// After the last Append.
-  virtual Outcome Finish() = 0;
-  /// The records of a piece in the order in which they were appended: the store's own, or read into
-  /// `scratch`. Valid until either changes.
-  virtual Outcome Load(std::uint32_t piece, std::vector<std::uint8_t>& scratch,
-                       std::span<const std::uint8_t>& records) const = 0;
-  /// Gives back what a piece takes; it is not loaded again.
-  virtual void Drop(std::uint32_t piece) = 0;
+  /// The points of a piece. Valid until the piece is loaded again or the store goes.
+  virtual Outcome Load(std::uint32_t piece, LoadedPiece& loaded) = 0;
 };
 
-/// In memory. `expectedBytes` are those that each piece is going to have.
-[[nodiscard]] std::unique_ptr<PieceStore> MakeMemoryPieceStore(
-    std::vector<std::size_t> expectedBytes);
+/// Points by pieces in memory, over records that lie there already.
+class MemoryPieceStore final : public PieceStore {
+ public:
+  /// Deals the points: `codes` has one for each. The records have to outlive the store.
+  MemoryPieceStore(std::span<const std::uint64_t> codes, const PieceTree& pieces,
+                   RecordView records);
 
-/// In one temporary file below `folder`, which is written from start to end and goes with the
-/// store. Each piece gathers up to `bufferBytes` in memory before they are written.
-Outcome MakeFilePieceStore(const std::filesystem::path& folder, std::size_t pieceCount,
-                           std::size_t bufferBytes, std::unique_ptr<PieceStore>& store);
+  Outcome Load(std::uint32_t piece, LoadedPiece& loaded) override;
+
+ private:
+  RecordView records_;
+  std::unique_ptr<CodedPoint[]> points_;
+  std::vector<std::uint64_t> begins_;   ///< of each piece in points_, and the end of the last
+  std::vector<std::uint8_t> isSorted_;  ///< of each piece
+};
+
+/// Points in one temporary file, which is written from start to end.
+class FilePieceStore final : public PieceStore {
+ public:
+  /// Each piece gathers up to `bufferBytes` in memory before they are written.
+  FilePieceStore(std::unique_ptr<TemporaryFile> file, std::size_t pieceCount,
+                 std::size_t recordBytes, std::size_t bufferBytes, PointCoder coder);
+
+  /// Records of a piece, from one thread at a time.
+  Outcome Append(std::uint32_t piece, std::span<const std::uint8_t> records);
+  /// After the last Append.
+  Outcome Finish();
+
+  Outcome Load(std::uint32_t piece, LoadedPiece& loaded) override;
+
+ private:
+  struct Chunk {
+    std::uint64_t offset;
+    std::size_t bytes;
+  };
+
+  Outcome Flush(std::uint32_t piece);
+
+  std::unique_ptr<TemporaryFile> file_;
+  std::size_t recordBytes_;
+  std::size_t bufferBytes_;
+  PointCoder coder_;
+  std::vector<std::vector<std::uint8_t>> buffers_;
+  std::vector<std::vector<Chunk>> chunks_;
+};
+
+/// Deals all points of a set to the pieces of a store in a file. `report` is told how many are
+/// dealt; false stops (kStopped).
+Outcome DealIntoFile(const PointSet& points, const PieceTree& pieces, const PointCoder& coder,
+                     const std::function<bool(std::uint64_t)>& report, FilePieceStore& store);
 
 }  // namespace tarnhost

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace tarnhost {
 
@@ -32,6 +33,34 @@ void PieceTree::Count(std::uint64_t code) {
   }
   std::atomic_ref<std::uint64_t>(tables_[at].counts[CellIn(tables_[at], code)])
       .fetch_add(1, std::memory_order_relaxed);
+}
+
+void PieceTree::Count(std::span<const std::uint64_t> codes) {
+  if (tables_.size() > 1 || codes.empty()) {
+    for (const std::uint64_t code : codes) Count(code);
+    return;
+  }
+  // In the first round neighbours mostly lie in the same cell: one addition for all of them.
+  std::vector<std::uint64_t>& counts = tables_[0].counts;
+  const auto add = [&](std::size_t cell, std::uint64_t points) {
+    std::atomic_ref<std::uint64_t>(counts[cell]).fetch_add(points, std::memory_order_relaxed);
+  };
+  std::size_t cell = CellIn(tables_[0], codes[0]);
+  std::uint64_t points = 0;
+  for (const std::uint64_t code : codes) {
+    const std::size_t here = CellIn(tables_[0], code);
+    if (here != cell) {
+      add(cell, std::exchange(points, 0));
+      cell = here;
+    }
+    ++points;
+  }
+  add(cell, points);
+}
+
+void PieceTree::Reset() {
+  tables_.clear();
+  AddTable(0, 0, kFirstLevels);
 }
 
 bool PieceTree::EndRound() {

@@ -40,6 +40,10 @@ class PieceTree {
   PieceTree& operator=(const PieceTree&) = delete;
 
   void Count(std::uint64_t code);
+  /// The same for many codes.
+  void Count(std::span<const std::uint64_t> codes);
+  /// Forgets what was counted.
+  void Reset();
   /// True when another round of counting is needed.
   [[nodiscard]] bool EndRound();
 

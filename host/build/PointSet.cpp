@@ -106,6 +106,27 @@ void PointSet::ReadPositions(std::uint64_t first, std::uint64_t count, std::int3
   });
 }
 
+bool PointSet::GetMappedRecords(RecordView& records) const {
+  records = {};
+  for (const auto& scan : scans_) {
+    const std::span<const std::uint8_t> mapped = scan->GetMappedRecords();
+    if (mapped.size() != scan->GetPointCount() * GetRecordBytes()) return false;
+    if (!mapped.empty()) records.AddRun(mapped.data(), GetRecordBytes(), scan->GetPointCount());
+  }
+  return true;
+}
+
+bool PointSet::GetStatedBox(StoredBox& box) const {
+  box = {};
+  for (const auto& scan : scans_) {
+    if (scan->GetPointCount() == 0) continue;
+    StoredBox stated;
+    if (!scan->GetStatedBox(stated)) return false;
+    box.Extend(stated);
+  }
+  return true;
+}
+
 void PointSet::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const {
   ForEachScan(first, count, [&](const ScanFile& scan, std::uint64_t begin, std::uint64_t points) {
     scan.ReadRecords(begin, points, out);

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "host/build/RecordView.h"
 #include "host/common/Outcome.h"
 #include "host/formats/ScanFile.h"
 
@@ -34,10 +35,16 @@ class PointSet {
   /// As ScanFile.
   [[nodiscard]] std::size_t GetRecordBytes() const { return scans_[0]->GetRecordBytes(); }
   void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const;
-  void GatherDimension(std::size_t dimension, const std::uint8_t* records,
-                       std::span<const std::uint64_t> rows, std::uint8_t* out) const {
-    scans_[0]->GatherDimension(dimension, records, rows, out);
+  void ExtractDimension(std::size_t dimension, const std::uint8_t* records, std::size_t count,
+                        std::uint8_t* out) const {
+    scans_[0]->ExtractDimension(dimension, records, count, out);
   }
+  /// All records, where they lie in memory as ReadRecords gives them; false where one has to be
+  /// made.
+  [[nodiscard]] bool GetMappedRecords(RecordView& records) const;
+  /// The least and the greatest stored integers as the scans state them, which may be wrong; false
+  /// when one states none.
+  [[nodiscard]] bool GetStatedBox(StoredBox& box) const;
 
  private:
   [[nodiscard]] std::size_t ScanOf(std::uint64_t point) const;

@@ -23,12 +23,22 @@ class PointSpacing {
   [[nodiscard]] bool HasNear(std::uint64_t cell, std::uint64_t code) const;
   void Put(std::uint64_t code);
   void Grow();
-  [[nodiscard]] std::size_t SlotOf(std::uint64_t cell) const;
+  void ClearFilter();
+  [[nodiscard]] std::size_t SlotOf(std::uint64_t hash) const;
+  [[nodiscard]] static std::uint64_t HashOf(std::uint64_t cell);
+  [[nodiscard]] bool MayHold(std::uint64_t hash) const {
+    return (filter_[hash >> filterShift_ >> 6] >> (hash >> filterShift_ & 63u) & 1u) != 0;
+  }
 
   std::vector<std::uint64_t> slots_;  // a hash table with open addresses, a power of two of them
+  /// Bits of hashes that are in the table. Most cells that are asked for hold nothing, which these
+  /// tell without leaving the fast caches.
+  std::vector<std::uint64_t> filter_;
+  unsigned filterShift_ = 0;
   std::size_t count_ = 0;
-  unsigned bitsBelow_ = 0;   // per axis, of a code within a cell
-  std::uint64_t reach_ = 0;  // in finest cells
+  unsigned bitsBelow_ = 0;      // per axis, of a code within a cell
+  std::uint64_t cellBits_ = 0;  // of the number of a cell
+  std::uint64_t reach_ = 0;     // in finest cells
 };
 
 }  // namespace tarnhost

@@ -4,6 +4,7 @@
 #include <OOCPointCloud/OOCPCAcceleratorContainer.h>
 #include <OOCPointCloud/OOCPCLODContainer.h>
 #include <OOCPointCloud/OOCPCMetaDataContainer.h>
+#include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 #include <tbb/parallel_pipeline.h>
 #include <tbb/parallel_reduce.h>
@@ -11,12 +12,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
-#include <limits>
+#include <cstring>
+#include <functional>
 #include <mutex>
 
 #include "OOCPointCloud/support/Bytes.h"
+#include "host/build/FirstFailure.h"
 #include "host/build/LodBuilder.h"
 #include "host/cloud/SourceRecord.h"
 
@@ -54,41 +58,7 @@ std::size_t ThreadCount() {
   return static_cast<std::size_t>(tbb::this_task_arena::max_concurrency());
 }
 
-/// The least and the greatest stored integers.
-struct StoredBox {
-  std::array<std::int32_t, 3> least;
-  std::array<std::int32_t, 3> greatest;
-  StoredBox() {
-    least.fill(std::numeric_limits<std::int32_t>::max());
-    greatest.fill(std::numeric_limits<std::int32_t>::min());
-  }
-  void Extend(const std::int32_t* xyz, const std::int32_t* end) {
-    for (; xyz < end; xyz += 3) {
-      for (std::size_t axis = 0; axis < 3; ++axis) {
-        least[axis] = std::min(least[axis], xyz[axis]);
-        greatest[axis] = std::max(greatest[axis], xyz[axis]);
-      }
-    }
-  }
-};
-
 using PointRows = tbb::blocked_range<std::uint64_t>;
-
-StoredBox FindBox(const PointSet& points) {
-  return tbb::parallel_reduce(
-      PointRows(0, points.GetPointCount(), kRowPoints), StoredBox(),
-      [&](const PointRows& range, StoredBox box) {
-        std::vector<std::int32_t> xyz(3 * range.size());
-        points.ReadPositions(range.begin(), range.size(), xyz.data());
-        box.Extend(xyz.data(), xyz.data() + xyz.size());
-        return box;
-      },
-      [](StoredBox a, const StoredBox& b) {
-        a.Extend(b.least.data(), b.least.data() + 3);
-        a.Extend(b.greatest.data(), b.greatest.data() + 3);
-        return a;
-      });
-}
 
 /// The box in the frame of an offset. Coordinates are monotonic functions of their integers.
 oocpc::Box3d BoxInFrame(const StoredBox& stored, const PositionTransform& transform,
@@ -101,22 +71,24 @@ oocpc::Box3d BoxInFrame(const StoredBox& stored, const PositionTransform& transf
   return box;
 }
 
-/// The first failure of several threads.
-class FirstFailure {
+/// Progress that several threads make.
+class SharedProgress {
  public:
-  void Note(Outcome outcome) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (outcome_.Ok()) outcome_ = std::move(outcome);
+  explicit SharedProgress(std::function<bool(std::uint64_t)> report)
+      : report_(std::move(report)), goesOn_(report_(0)) {}
+
+  [[nodiscard]] bool GoesOn() const { return goesOn_; }
+  void Add(std::uint64_t points) {
+    const std::uint64_t done = done_ += points;
+    const std::unique_lock<std::mutex> lock(mutex_, std::try_to_lock);
+    if (lock.owns_lock() && goesOn_) goesOn_ = report_(done);
   }
-  [[nodiscard]] bool HasNone() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return outcome_.Ok();
-  }
-  [[nodiscard]] const Outcome& Get() const { return outcome_; }
 
  private:
+  std::function<bool(std::uint64_t)> report_;
+  std::atomic<bool> goesOn_;
+  std::atomic<std::uint64_t> done_ = 0;
   std::mutex mutex_;
-  Outcome outcome_;
 };
 
 }  // namespace
@@ -131,7 +103,9 @@ RepositoryBuilder::RepositoryBuilder(PointSet& points, const ImportOptions& opti
       memoryBytes_(
           std::max(options.memoryBytes == 0 ? DefaultMemory() : options.memoryBytes, kLeastMemory)),
       timePoint_(options.timePoint ? *options.timePoint : Now()),
-      pieces_(MostPointsOfPiece()) {}
+      pieces_(MostPointsOfPiece()) {
+  coder_.transform = points.GetTransform();
+}
 
 bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
   return !options_.progress || options_.progress({stage, done, points_.GetPointCount()});
@@ -139,12 +113,10 @@ bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
 
 Outcome RepositoryBuilder::Run(ImportReport& report) {
   if (Outcome outcome = PreparePoints(); !outcome.Ok()) return outcome;
-  FindFrame();
-  const BlockBuilder blocks(points_, frameOffset_);
-  NodeEmitter emitter(blocks, points_.GetRecordBytes(), writer_, options_.output.string());
   if (Outcome outcome = CountPoints(); !outcome.Ok()) return outcome;
+  const BlockBuilder blocks(points_, coder_.frameOffset);
+  NodeEmitter emitter(blocks, points_.GetRecordBytes(), writer_, options_.output.string());
   if (Outcome outcome = DealPoints(); !outcome.Ok()) return outcome;
-  points_.Release();
   if (Outcome outcome = SampleTop(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CreateColumns(); !outcome.Ok()) return outcome;
   if (Outcome outcome = BuildPieces(emitter); !outcome.Ok()) return outcome;
@@ -161,33 +133,35 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
   return Outcome::Success();
 }
 
-/// What is decompressed here is given back before pieces are built, which then take that memory.
+/// What fits into memory as a whole is used where it was decompressed; else it is given back before
+/// pieces are built, which then take that memory.
 Outcome RepositoryBuilder::PreparePoints() {
   ScanWorkspace workspace{memoryBytes_ / 2, temporaryFolder_, {}};
   workspace.progress = [this](std::uint64_t done) { return Report("decompressing", done); };
   return points_.Prepare(workspace);
 }
 
-void RepositoryBuilder::FindFrame() {
-  if (points_.GetPointCount() == 0) return;
-  const StoredBox stored = FindBox(points_);
-  const oocpc::Box3d source = BoxInFrame(stored, points_.GetTransform(), {});
+/// The local frame and the cube of the octree for points in a box.
+void RepositoryBuilder::SetFrame(const StoredBox& box) {
+  const oocpc::Box3d source = BoxInFrame(box, points_.GetTransform(), {});
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const bool near =
         std::abs(source.min[axis]) < kNearOrigin && std::abs(source.max[axis]) < kNearOrigin;
-    frameOffset_[axis] = near ? 0.0 : std::floor(source.min[axis] / 1000) * 1000;
+    coder_.frameOffset[axis] = near ? 0.0 : std::floor(source.min[axis] / 1000) * 1000;
   }
-  const oocpc::Box3d local = BoxInFrame(stored, points_.GetTransform(), frameOffset_);
-  cube_.min = local.min;
+  const oocpc::Box3d local = BoxInFrame(box, points_.GetTransform(), coder_.frameOffset);
+  coder_.cube.min = local.min;
   double edge = 0;
   for (std::size_t axis = 0; axis < 3; ++axis) {
     edge = std::max(edge, local.max[axis] - local.min[axis]);
   }
-  cube_.edge = edge > 0 ? edge : 1;
+  coder_.cube.edge = edge > 0 ? edge : 1;
 }
 
-std::uint64_t RepositoryBuilder::CodeOf(const std::int32_t* xyz) const {
-  return cube_.CodeOf(LocalPosition(xyz, points_.GetTransform(), frameOffset_));
+/// Records, codes, and points sorted by them at once.
+bool RepositoryBuilder::FitsIntoMemory() const {
+  const std::uint64_t bytes = points_.GetRecordBytes() + sizeof(std::uint64_t) + sizeof(CodedPoint);
+  return points_.GetPointCount() * bytes <= memoryBytes_ / 2;
 }
 
 std::uint64_t RepositoryBuilder::MostPointsOfPiece() const {
@@ -196,120 +170,129 @@ std::uint64_t RepositoryBuilder::MostPointsOfPiece() const {
 }
 
 Outcome RepositoryBuilder::CountPoints() {
-  do {
-    if (!Report("reading", 0)) return Outcome::FromCode(oocpc::result::kStopped);
-    tbb::parallel_for(PointRows(0, points_.GetPointCount(), kRowPoints),
-                      [&](const PointRows& range) {
-                        std::vector<std::int32_t> xyz(3 * range.size());
-                        points_.ReadPositions(range.begin(), range.size(), xyz.data());
-                        for (std::uint64_t i = 0; i < range.size(); ++i) {
-                          pieces_.Count(CodeOf(xyz.data() + 3 * i));
-                        }
-                      });
-  } while (pieces_.EndRound());
+  if (points_.GetPointCount() == 0) {
+    (void)pieces_.EndRound();
+    grid_ = SamplingGrid::Choose(pieces_.GetCellCounts());
+    return Outcome::Success();
+  }
+  RecordView mapped;
+  if (FitsIntoMemory()) {
+    codes_ = std::make_unique_for_overwrite<std::uint64_t[]>(points_.GetPointCount());
+    if (!points_.GetMappedRecords(mapped)) {
+      copiedRecords_.resize(points_.GetPointCount() * points_.GetRecordBytes());
+    }
+  }
+  StoredBox box;
+  // Where nothing is stated, the first count finds the box.
+  if (!points_.GetStatedBox(box)) box = {};
+  for (bool isKnown = false; !isKnown;) {
+    SetFrame(box);
+    StoredBox found;
+    if (!CountCodes(found)) return Outcome::FromCode(oocpc::result::kStopped);
+    isKnown = found == box;
+    box = found;
+    if (!isKnown) pieces_.Reset();
+  }
+  while (pieces_.EndRound()) {
+    StoredBox same;
+    if (!CountCodes(same)) return Outcome::FromCode(oocpc::result::kStopped);
+  }
   grid_ = SamplingGrid::Choose(pieces_.GetCellCounts());
   return Outcome::Success();
 }
 
-Outcome RepositoryBuilder::OpenPieceStore() {
-  const std::uint64_t count = pieces_.GetPieces().size();
-  const std::uint64_t bytes = points_.GetPointCount() * points_.GetRecordBytes();
-  if (bytes <= memoryBytes_ / 2) {
-    std::vector<std::size_t> expected;
-    for (const Piece& piece : pieces_.GetPieces()) {
-      expected.push_back(piece.pointCount * points_.GetRecordBytes());
+/// Counts all points, and gives their box; false when it was stopped.
+bool RepositoryBuilder::CountCodes(StoredBox& found) {
+  const std::size_t recordBytes = points_.GetRecordBytes();
+  SharedProgress progress([this](std::uint64_t done) { return Report("reading", done); });
+  const auto count = [&](const PointRows& range, StoredBox box) {
+    if (!progress.GoesOn()) return box;
+    std::vector<std::int32_t> xyz(3 * range.size());
+    std::vector<std::uint64_t> ownCodes(codes_ ? 0 : range.size());
+    const std::span<std::uint64_t> codes =
+        codes_ ? std::span(codes_.get() + range.begin(), range.size()) : std::span(ownCodes);
+    if (copiedRecords_.empty()) {
+      points_.ReadPositions(range.begin(), range.size(), xyz.data());
+    } else {
+      std::uint8_t* const records = copiedRecords_.data() + range.begin() * recordBytes;
+      if (!areCopied_) points_.ReadRecords(range.begin(), range.size(), records);
+      for (std::size_t i = 0; i < range.size(); ++i) {
+        std::memcpy(xyz.data() + 3 * i, records + i * recordBytes, 3 * sizeof(std::int32_t));
+      }
     }
-    store_ = MakeMemoryPieceStore(std::move(expected));
-    return Outcome::Success();
-  }
-  const std::uint64_t buffer = std::clamp<std::uint64_t>(
-      memoryBytes_ / 4 / std::max<std::uint64_t>(count, 1), 1u << 14, 1u << 22);
-  return MakeFilePieceStore(temporaryFolder_, count, buffer, store_);
+    box.Extend(xyz.data(), range.size());
+    coder_.CodesOf(xyz.data(), codes);
+    pieces_.Count(codes);
+    progress.Add(range.size());
+    return box;
+  };
+  const auto join = [](StoredBox a, const StoredBox& b) {
+    a.Extend(b);
+    return a;
+  };
+  // Runs of one size: what they are read into should not grow with the cloud.
+  found = tbb::parallel_reduce(PointRows(0, points_.GetPointCount(), kRowPoints), StoredBox(),
+                               count, join, tbb::simple_partitioner());
+  areCopied_ = true;
+  return progress.GoesOn();
 }
 
 Outcome RepositoryBuilder::DealPoints() {
-  if (Outcome outcome = OpenPieceStore(); !outcome.Ok()) return outcome;
-  const std::size_t recordBytes = points_.GetRecordBytes();
-  struct Dealt {
-    std::uint64_t end = 0;
-    std::vector<std::uint32_t> pieces;               // that have records, ascending
-    std::vector<std::vector<std::uint8_t>> records;  // of each
-  };
-  std::uint64_t next = 0;
-  FirstFailure failure;
-  const auto read = [&](tbb::flow_control& control) {
-    const std::uint64_t first = next;
-    if (first >= points_.GetPointCount() || !failure.HasNone()) control.stop();
-    next = std::min(first + kRowPoints, points_.GetPointCount());
-    return std::pair(first, next - first);
-  };
-  const auto deal = [&](std::pair<std::uint64_t, std::uint64_t> rows) {
-    Dealt dealt;
-    dealt.end = rows.first + rows.second;
-    std::vector<std::uint8_t> records(rows.second * recordBytes);
-    points_.ReadRecords(rows.first, rows.second, records.data());
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> order(rows.second);
-    for (std::uint32_t i = 0; i < order.size(); ++i) {
-      std::int32_t xyz[3];
-      std::memcpy(xyz, records.data() + i * recordBytes, sizeof(xyz));
-      order[i] = {pieces_.FindPiece(CodeOf(xyz)), i};
-    }
-    std::ranges::sort(order);
-    for (const auto& [piece, row] : order) {
-      if (dealt.pieces.empty() || dealt.pieces.back() != piece) {
-        dealt.pieces.push_back(piece);
-        dealt.records.emplace_back();
-      }
-      const std::uint8_t* record = records.data() + row * recordBytes;
-      dealt.records.back().insert(dealt.records.back().end(), record, record + recordBytes);
-    }
-    return dealt;
-  };
-  const auto append = [&](const Dealt& dealt) {
-    for (std::size_t i = 0; i < dealt.pieces.size(); ++i) {
-      Outcome outcome = store_->Append(dealt.pieces[i], dealt.records[i]);
-      if (!outcome.Ok()) return failure.Note(std::move(outcome));
-    }
-    if (!Report("sorting", dealt.end)) failure.Note(Outcome::FromCode(oocpc::result::kStopped));
-  };
-  const std::size_t lines = 2 * ThreadCount();
-  using Rows = std::pair<std::uint64_t, std::uint64_t>;
-  tbb::parallel_pipeline(
-      lines, tbb::make_filter<void, Rows>(tbb::filter_mode::serial_in_order, read) &
-                 tbb::make_filter<Rows, Dealt>(tbb::filter_mode::parallel, deal) &
-                 tbb::make_filter<Dealt, void>(tbb::filter_mode::serial_in_order, append));
-  return failure.Get().Ok() ? store_->Finish() : failure.Get();
+  if (!Report("sorting", 0)) return Outcome::FromCode(oocpc::result::kStopped);
+  return codes_ ? DealInMemory() : DealThroughFile();
 }
 
-Outcome RepositoryBuilder::LoadPiece(std::uint32_t piece, std::vector<std::uint8_t>& scratch,
-                                     std::span<const std::uint8_t>& records,
-                                     std::vector<CodedPoint>& points) const {
-  Outcome outcome = store_->Load(piece, scratch, records);
-  if (outcome.Ok()) {
-    points =
-        SortRecords(records, points_.GetRecordBytes(), points_.GetTransform(), frameOffset_, cube_);
+Outcome RepositoryBuilder::DealInMemory() {
+  RecordView records;
+  if (copiedRecords_.empty()) {
+    (void)points_.GetMappedRecords(records);
+  } else {
+    records = RecordView(copiedRecords_.data(), points_.GetRecordBytes());
   }
+  store_ = std::make_unique<MemoryPieceStore>(
+      std::span<const std::uint64_t>(codes_.get(), points_.GetPointCount()), pieces_,
+      std::move(records));
+  codes_.reset();
+  candidates_ = std::make_unique<CandidateStore>(pieces_.GetPieces().size());
+  return Outcome::Success();
+}
+
+Outcome RepositoryBuilder::DealThroughFile() {
+  const std::size_t count = pieces_.GetPieces().size();
+  if (Outcome outcome = CheckTemporarySpace(); !outcome.Ok()) return outcome;
+  const std::uint64_t buffer = std::clamp<std::uint64_t>(
+      memoryBytes_ / 4 / std::max<std::size_t>(count, 1), 1u << 14, 1u << 22);
+  std::unique_ptr<TemporaryFile> records;
+  std::unique_ptr<TemporaryFile> candidates;
+  Outcome outcome = TemporaryFile::Create(temporaryFolder_, records);
+  if (outcome.Ok()) outcome = TemporaryFile::Create(temporaryFolder_, candidates);
+  if (!outcome.Ok()) return outcome;
+  auto store = std::make_unique<FilePieceStore>(std::move(records), count, points_.GetRecordBytes(),
+                                                buffer, coder_);
+  candidates_ = std::make_unique<CandidateStore>(count, std::move(candidates));
+  const auto report = [&](std::uint64_t done) { return Report("sorting", done); };
+  outcome = DealIntoFile(points_, pieces_, coder_, report, *store);
+  points_.Release();
+  store_ = std::move(store);
   return outcome;
 }
 
 Outcome RepositoryBuilder::SampleTop() {
   const std::vector<Piece>& pieces = pieces_.GetPieces();
-  taken_.resize(pieces.size());
-  if (pieces.size() < 2) return Outcome::Success();
-  std::vector<PieceCandidates> candidates(pieces.size());
   FirstFailure failure;
+  std::mutex putting;
   tbb::parallel_for(std::size_t{0}, pieces.size(), [&](std::size_t i) {
-    if (!failure.HasNone()) return;
-    std::vector<std::uint8_t> scratch;
-    std::span<const std::uint8_t> records;
-    std::vector<CodedPoint> points;
-    Outcome outcome = LoadPiece(static_cast<std::uint32_t>(i), scratch, records, points);
-    if (!outcome.Ok()) return failure.Note(std::move(outcome));
-    candidates[i] = FindCandidates(pieces[i], points, grid_);
+    if (pieces[i].level == 0 || !failure.HasNone()) return;
+    LoadedPiece loaded;
+    Outcome outcome = store_->Load(static_cast<std::uint32_t>(i), loaded);
+    if (outcome.Ok()) {
+      const auto candidates = FindCandidates(pieces[i], loaded.points, grid_);
+      const std::lock_guard<std::mutex> lock(putting);
+      outcome = candidates_->Put(i, candidates);
+    }
+    if (!outcome.Ok()) failure.Note(std::move(outcome));
   });
-  if (!failure.Get().Ok()) return failure.Get();
-  taken_ = TopLevels::Take(pieces, candidates, grid_);
-  return Outcome::Success();
+  return failure.Get();
 }
 
 Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
@@ -320,27 +303,36 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     root.blocks.resize(1);
     return emitter.Emit({}, root);
   }
-  const PieceBuilder builder(emitter.GetBlocks(), grid_, points_.GetRecordBytes());
+  const PieceBuilder builder(emitter.GetBlocks(), grid_);
+  TopLevels top(pieces, *candidates_, grid_);
   FirstFailure failure;
   std::uint32_t next = 0;
+  struct Started {
+    std::uint32_t piece = 0;
+    std::vector<TakenPoint> taken;
+  };
   using Numbered = std::pair<std::uint32_t, std::shared_ptr<BuiltPiece>>;
   const auto start = [&](tbb::flow_control& control) {
-    if (next >= pieces.size() || !failure.HasNone()) control.stop();
-    return next++;
+    Started started{next, {}};
+    if (next >= pieces.size() || !failure.HasNone()) {
+      control.stop();
+    } else if (Outcome outcome = top.Next(started.taken); !outcome.Ok()) {
+      failure.Note(std::move(outcome));
+      control.stop();
+    }
+    ++next;
+    return started;
   };
-  const auto build = [&](std::uint32_t piece) {
+  const auto build = [&](const Started& started) {
     auto built = std::make_shared<BuiltPiece>();
-    std::vector<std::uint8_t> scratch;
-    std::span<const std::uint8_t> records;
-    std::vector<CodedPoint> points;
-    Outcome outcome = LoadPiece(piece, scratch, records, points);
+    LoadedPiece loaded;
+    Outcome outcome = store_->Load(started.piece, loaded);
     if (outcome.Ok()) {
-      *built = builder.Build(pieces[piece], records, std::move(points), taken_[piece]);
-      store_->Drop(piece);
+      *built = builder.Build(pieces[started.piece], loaded, started.taken);
     } else {
       failure.Note(std::move(outcome));
     }
-    return Numbered(piece, std::move(built));
+    return Numbered(started.piece, std::move(built));
   };
   const auto emit = [&](const Numbered& built) {
     if (!failure.HasNone()) return;
@@ -352,10 +344,25 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
   };
   const std::size_t lines = ThreadCount() + 1;
   tbb::parallel_pipeline(
-      lines, tbb::make_filter<void, std::uint32_t>(tbb::filter_mode::serial_in_order, start) &
-                 tbb::make_filter<std::uint32_t, Numbered>(tbb::filter_mode::parallel, build) &
+      lines, tbb::make_filter<void, Started>(tbb::filter_mode::serial_in_order, start) &
+                 tbb::make_filter<Started, Numbered>(tbb::filter_mode::parallel, build) &
                  tbb::make_filter<Numbered, void>(tbb::filter_mode::serial_in_order, emit));
   return failure.Get().Ok() ? emitter.Finish() : failure.Get();
+}
+
+/// The temporary file holds all records; the repository grows beside it.
+Outcome RepositoryBuilder::CheckTemporarySpace() const {
+  const std::uint64_t needed = points_.GetPointCount() * points_.GetRecordBytes();
+  std::error_code error;
+  const auto space = std::filesystem::space(temporaryFolder_, error);
+  if (options_.temporaryNotice) options_.temporaryNotice(needed, temporaryFolder_);
+  if (error || space.available >= needed) return Outcome::Success();
+  return Outcome::Failure(
+      oocpc::result::kNoSpace,
+      "the import needs " + std::to_string(needed) + " bytes of temporary disk, and " +
+          std::to_string(space.available) + " are free",
+      temporaryFolder_.string(),
+      "make room there, choose another disk for the repository, or allow more memory");
 }
 
 Outcome RepositoryBuilder::CreateColumns() {
@@ -384,7 +391,7 @@ Outcome RepositoryBuilder::WriteNodes(const NodeEmitter& emitter) {
 
 Outcome RepositoryBuilder::WriteLod(const NodeEmitter& emitter) {
   BuiltLod lod;
-  if (Outcome outcome = BuildLod(emitter.GetPlan(), emitter.GetNodes(), cube_, grid_, 0, lod);
+  if (Outcome outcome = BuildLod(emitter.GetPlan(), emitter.GetNodes(), coder_.cube, grid_, 0, lod);
       !outcome.Ok())
     return outcome;
   std::vector<std::uint8_t> block;
@@ -438,12 +445,12 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
   OOCPCCatalogue catalogue;
   catalogue.identity = MakeIdentity();
   for (std::size_t axis = 0; axis < 3; ++axis) {
-    catalogue.mortonSeed[axis] = cube_.min[axis];
-    catalogue.mortonSeed[axis + 3] = cube_.min[axis] + cube_.edge;
+    catalogue.mortonSeed[axis] = coder_.cube.min[axis];
+    catalogue.mortonSeed[axis + 3] = coder_.cube.min[axis] + coder_.cube.edge;
   }
   OOCPCAcceleratorDescription accelerator;
-  accelerator.cubeMin = cube_.min;
-  accelerator.cubeEdge = cube_.edge;
+  accelerator.cubeMin = coder_.cube.min;
+  accelerator.cubeEdge = coder_.cube.edge;
   catalogue.chunks.emplace_back(chunk_type::kAccelerator1, accelerator.EncodeChunk());
   OOCPCPositionsDescription positions;
   positions.scale = points_.GetTransform().scale;
@@ -462,7 +469,7 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
   levelOfDetail.blockCount = 1;
   catalogue.chunks.emplace_back(chunk_type::kLevelOfDetail, levelOfDetail.EncodeChunk());
   catalogue.information.creationTime = timePoint_;
-  catalogue.information.localFrameOffset = frameOffset_;
+  catalogue.information.localFrameOffset = coder_.frameOffset;
   catalogue.information.generator = kGenerator;
   return catalogue;
 }

@@ -10,10 +10,10 @@
 
 #include "host/build/BlockBuilder.h"
 #include "host/build/Import.h"
-#include "host/build/MortonCube.h"
 #include "host/build/NodeEmitter.h"
 #include "host/build/PieceStore.h"
 #include "host/build/PieceTree.h"
+#include "host/build/PointCoder.h"
 #include "host/build/PointSet.h"
 #include "host/build/TopLevels.h"
 
@@ -22,10 +22,10 @@ namespace tarnhost {
 /// One import on its way from points to a committed repository. Used once, by one thread; works on
 /// several inside.
 ///
-/// The cloud is cut into pieces that fit into memory. The points are read three times: for their
-/// box, to count them, and to deal them to the pieces, which are kept in memory or, where that is
-/// not enough, in a temporary file. The nodes above the pieces are sampled, then each piece is
-/// built by itself. The result does not depend on how the cloud was cut.
+/// The cloud is cut into pieces along the Morton curve. The points are read to count them (once
+/// more where the scans state a wrong box), and dealt to the pieces: in memory where they fit, or
+/// else read again and kept in a temporary file. The nodes above the pieces are sampled, then each
+/// piece is built by itself. The result does not depend on how the cloud was cut.
 class RepositoryBuilder {
  public:
   /// `temporaryFolder` is where points are kept that do not fit into memory.
@@ -37,16 +37,17 @@ class RepositoryBuilder {
  private:
   [[nodiscard]] bool Report(const char* stage, std::uint64_t done) const;
   Outcome PreparePoints();
-  void FindFrame();
-  [[nodiscard]] std::uint64_t CodeOf(const std::int32_t* xyz) const;
+  void SetFrame(const StoredBox& box);
+  [[nodiscard]] bool FitsIntoMemory() const;
   [[nodiscard]] std::uint64_t MostPointsOfPiece() const;
   Outcome CountPoints();
-  Outcome OpenPieceStore();
+  bool CountCodes(StoredBox& found);
   Outcome DealPoints();
+  Outcome DealInMemory();
+  Outcome DealThroughFile();
+  [[nodiscard]] Outcome CheckTemporarySpace() const;
   Outcome SampleTop();
   Outcome BuildPieces(NodeEmitter& emitter);
-  Outcome LoadPiece(std::uint32_t piece, std::vector<std::uint8_t>& scratch,
-                    std::span<const std::uint8_t>& records, std::vector<CodedPoint>& points) const;
   Outcome CreateColumns();
   Outcome WriteNodes(const NodeEmitter& emitter);
   Outcome WriteLod(const NodeEmitter& emitter);
@@ -61,12 +62,14 @@ class RepositoryBuilder {
   OOCPCRepositoryWriter& writer_;
   std::uint64_t memoryBytes_;
   std::uint64_t timePoint_;
-  oocpc::Vector3d frameOffset_{};
-  MortonCube cube_;
+  PointCoder coder_;
   PieceTree pieces_;
   SamplingGrid grid_;
+  std::unique_ptr<std::uint64_t[]> codes_;   ///< of all points, when they fit into memory
+  std::vector<std::uint8_t> copiedRecords_;  ///< when they fit and lie nowhere else
+  bool areCopied_ = false;                   ///< whether copiedRecords_ is filled
   std::unique_ptr<PieceStore> store_;
-  std::vector<std::vector<TakenPoint>> taken_;
+  std::unique_ptr<CandidateStore> candidates_;
   OOCPCUpdItrLODPayload lodPayload_;
 };
 

@@ -1,49 +1,104 @@
 // Samples the nodes above the pieces, whose cells reach over several of them.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <map>
+#include <deque>
+#include <memory>
 #include <span>
 #include <vector>
 
 #include "host/build/OctreePlan.h"
 #include "host/build/PieceTree.h"
+#include "host/build/TemporaryFile.h"
 
 namespace tarnhost {
 
 /// A point of a piece that a node above may take for one of its cells.
 struct Candidate {
-  std::uint64_t cell;      ///< of the level that the node samples
-  std::uint64_t distance;  ///< from the cell's centre
   std::uint64_t code;
-  std::uint32_t row;  ///< among the piece's points
+  std::uint64_t distance;  ///< from the centre of its cell of the node's level
+  std::uint32_t index;     ///< among the piece's points along the Morton curve
 };
 
-/// What the levels above one piece may take of it, level after level: for each cell, along the
-/// Morton curve, the points nearest to its centre, the nearest first. There are enough of them for
-/// what coarser levels may take before.
-using PieceCandidates = std::vector<std::vector<Candidate>>;
+/// What one level above a piece may take of it: for each cell, along the Morton curve, the points
+/// nearest to its centre, the nearest first. There are enough of them for what coarser levels may
+/// take before.
+using LevelCandidates = std::vector<Candidate>;
 
-/// The candidates of a piece, whose sorted points are given.
-[[nodiscard]] PieceCandidates FindCandidates(const Piece& piece, std::span<const CodedPoint> points,
-                                             const SamplingGrid& grid);
+/// The candidates of a piece, whose sorted points are given, for each level above it.
+[[nodiscard]] std::vector<LevelCandidates> FindCandidates(const Piece& piece,
+                                                          std::span<const CodedPoint> points,
+                                                          const SamplingGrid& grid);
+
+/// Keeps the candidates of all pieces, in memory or in a temporary file. Put and Get are called by
+/// one thread at a time.
+class CandidateStore {
+ public:
+  /// In the file when there is one.
+  explicit CandidateStore(std::size_t pieceCount, std::unique_ptr<TemporaryFile> file = nullptr)
+      : file_(std::move(file)), levels_(pieceCount) {}
+
+  Outcome Put(std::size_t piece, std::span<const LevelCandidates> candidates);
+  Outcome Get(std::size_t piece, unsigned level, LevelCandidates& candidates) const;
+
+ private:
+  struct Level {
+    LevelCandidates candidates;
+    std::uint64_t offset = 0;  ///< in the file
+    std::size_t count = 0;
+  };
+
+  std::unique_ptr<TemporaryFile> file_;
+  std::vector<std::vector<Level>> levels_;  ///< by piece and level
+};
 
 /// A point that a node above a piece has taken.
 struct TakenPoint {
   unsigned level = 0;  ///< of the node
   std::uint64_t code = 0;
-  std::uint32_t row = 0;  ///< among the piece's points
+  std::uint32_t index = 0;  ///< among the piece's points along the Morton curve
 };
 
 /// Decides, as PlanSubtree does for nodes within one piece, which points the nodes above the pieces
-/// take.
+/// take; piece after piece, so that no more is kept than the nodes above one piece need.
 class TopLevels {
  public:
-  /// `candidates` are those of each piece. Gives, for each piece, what was taken of it: level after
-  /// level, along the Morton curve within a level.
-  [[nodiscard]] static std::vector<std::vector<TakenPoint>> Take(
-      std::span<const Piece> pieces, std::span<const PieceCandidates> candidates,
-      const SamplingGrid& grid);
+  /// The arguments have to outlive it.
+  TopLevels(std::span<const Piece> pieces, const CandidateStore& candidates,
+            const SamplingGrid& grid)
+      : pieces_(pieces), candidates_(candidates), grid_(grid), taken_(pieces.size()) {}
+
+  /// What was taken of the next piece, the first one at first: level after level, along the Morton
+  /// curve within a level.
+  Outcome Next(std::vector<TakenPoint>& taken);
+
+ private:
+  /// A node above the pieces [begin, end).
+  struct Node {
+    unsigned level;
+    std::uint64_t index;
+    std::size_t begin;
+    std::size_t end;
+    /// Codes of what was taken in the cell of each child.
+    std::array<std::vector<std::uint64_t>, 8> taken;
+  };
+  struct CellCandidate {
+    Candidate candidate;
+    std::uint32_t piece;
+  };
+
+  Outcome Open(unsigned level, std::uint64_t index, std::size_t begin, std::size_t end,
+               std::vector<std::uint64_t> above);
+  Outcome FindBest(unsigned level, std::size_t begin, std::size_t end,
+                   std::vector<CellCandidate>& best) const;
+
+  std::span<const Piece> pieces_;
+  const CandidateStore& candidates_;
+  const SamplingGrid& grid_;
+  std::size_t next_ = 0;
+  std::vector<Node> open_;  ///< from the root down to the next piece
+  std::vector<std::vector<TakenPoint>> taken_;
 };
 
 }  // namespace tarnhost

@@ -49,10 +49,16 @@ void LasScan::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t
   OOCPCForgetPages(records);
 }
 
-void LasScan::GatherDimension(std::size_t dimension, const std::uint8_t* records,
-                              std::span<const std::uint64_t> points, std::uint8_t* out) const {
-  layout_.GatherRows(dimension, records, points, out);
+std::span<const std::uint8_t> LasScan::GetMappedRecords() const {
+  return {records_, static_cast<std::size_t>(header_.pointCount) * layout_.GetRecordBytes()};
 }
+
+void LasScan::ExtractDimension(std::size_t dimension, const std::uint8_t* records,
+                               std::size_t count, std::uint8_t* out) const {
+  layout_.ExtractRows(dimension, records, count, out);
+}
+
+bool LasScan::GetStatedBox(StoredBox& box) const { return tarnhost::GetStatedBox(header_, box); }
 
 std::span<const std::uint8_t> LasScan::GetLeadingBytes() const {
   return bytes_->GetBytes().first(header_.pointsOffset);

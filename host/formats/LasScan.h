@@ -31,8 +31,10 @@ class LasScan final : public ScanFile {
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override;
   [[nodiscard]] std::size_t GetRecordBytes() const override { return layout_.GetRecordBytes(); }
   void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const override;
-  void GatherDimension(std::size_t dimension, const std::uint8_t* records,
-                       std::span<const std::uint64_t> rows, std::uint8_t* out) const override;
+  [[nodiscard]] std::span<const std::uint8_t> GetMappedRecords() const override;
+  void ExtractDimension(std::size_t dimension, const std::uint8_t* records, std::size_t count,
+                        std::uint8_t* out) const override;
+  [[nodiscard]] bool GetStatedBox(StoredBox& box) const override;
   [[nodiscard]] std::span<const std::uint8_t> GetLeadingBytes() const override;
   [[nodiscard]] std::span<const std::uint8_t> GetTrailingBytes() const override;
 

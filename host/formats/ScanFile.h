@@ -5,9 +5,12 @@
 #include <OOCPointCloud/Repositories.h>
 #include <OOCPointCloud/Types.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <span>
 #include <string>
@@ -38,6 +41,33 @@ struct ScanWorkspace {
   std::function<bool(std::uint64_t points)> progress;
 };
 
+/// The least and the greatest stored integers of points; of none, the least are the greater ones.
+struct StoredBox {
+  std::array<std::int32_t, 3> least;
+  std::array<std::int32_t, 3> greatest;
+
+  StoredBox() {
+    least.fill(std::numeric_limits<std::int32_t>::max());
+    greatest.fill(std::numeric_limits<std::int32_t>::min());
+  }
+  void Extend(const StoredBox& other) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      least[axis] = std::min(least[axis], other.least[axis]);
+      greatest[axis] = std::max(greatest[axis], other.greatest[axis]);
+    }
+  }
+  /// By `count` positions of three integers each.
+  void Extend(const std::int32_t* xyz, std::size_t count) {
+    for (const std::int32_t* const end = xyz + 3 * count; xyz < end; xyz += 3) {
+      for (std::size_t axis = 0; axis < 3; ++axis) {
+        least[axis] = std::min(least[axis], xyz[axis]);
+        greatest[axis] = std::max(greatest[axis], xyz[axis]);
+      }
+    }
+  }
+  friend bool operator==(const StoredBox&, const StoredBox&) = default;
+};
+
 /// A scan opened for reading. Const operations are safe from several threads at once.
 class ScanFile {
  public:
@@ -63,10 +93,16 @@ class ScanFile {
   /// Records of the points [first, first + count): GetRecordBytes() bytes each. Meant to be called
   /// for one run of points after the other: what was read is not kept in memory.
   virtual void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const = 0;
-  /// Values of one dimension of the rows named, of records such as ReadRecords gives, value after
-  /// value, little-endian: rows.size() * ValueBytes(type) bytes at `out`.
-  virtual void GatherDimension(std::size_t dimension, const std::uint8_t* records,
-                               std::span<const std::uint64_t> rows, std::uint8_t* out) const = 0;
+  /// All records where they lie in memory as ReadRecords gives them; nothing where they have to be
+  /// made. Valid as long as the scan, or until Release().
+  [[nodiscard]] virtual std::span<const std::uint8_t> GetMappedRecords() const { return {}; }
+  /// Values of one dimension of `count` records such as ReadRecords gives, value after value,
+  /// little-endian: count * ValueBytes(type) bytes at `out`.
+  virtual void ExtractDimension(std::size_t dimension, const std::uint8_t* records,
+                                std::size_t count, std::uint8_t* out) const = 0;
+  /// The least and the greatest stored integers as the file states them, which may be wrong; false
+  /// when it states none that make sense.
+  [[nodiscard]] virtual bool GetStatedBox(StoredBox& /*box*/) const { return false; }
   /// Everything of the file that is not point records, so that it can be written again:
   /// all bytes before the point records, and all bytes after them.
   [[nodiscard]] virtual std::span<const std::uint8_t> GetLeadingBytes() const = 0;

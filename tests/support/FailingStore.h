@@ -33,6 +33,9 @@ class FailingStore final : public OOCPCIStreamStore {
   FailingStore(std::unique_ptr<OOCPCIStreamStore> store, std::shared_ptr<StorePlan> plan)
       : store_(std::move(store)), plan_(std::move(plan)) {}
 
+  [[nodiscard]] HRESULT ReadMain(std::vector<std::uint8_t>& bytes) override {
+    return Fails() ? plan_->code : store_->ReadMain(bytes);
+  }
   [[nodiscard]] HRESULT GetLength(const std::string& name, std::uint64_t& length) override {
     return Fails() ? plan_->code : store_->GetLength(name, length);
   }

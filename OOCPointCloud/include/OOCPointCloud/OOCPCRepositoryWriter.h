@@ -25,6 +25,9 @@ struct OOCPCCatalogue {
   std::vector<OOCIndexChunk> chunks;
   /// The writer fills in `streams`, `catalogueBytes` and `catalogueChecksum`.
   OOCPCRepositoryInformation information;
+
+  /// Puts a payload in the place of that of the first chunk of a type, or appends a chunk.
+  OOCPOINTCLOUD_API void SetChunk(oocpc::ContainerChunkType type, std::vector<std::uint8_t> payload);
 };
 
 /// Appends, then commits: nothing that was appended exists for a reader before a Commit, and a
@@ -34,6 +37,13 @@ struct OOCPCCatalogue {
 class OOCPOINTCLOUD_API OOCPCRepositoryWriter {
  public:
   explicit OOCPCRepositoryWriter(std::unique_ptr<OOCPCIStreamStore> store);
+  /// Opens a repository to append to it: reads and checks the main stream that was committed last,
+  /// gives it as `committed`, and goes on at the committed lengths as Resume does. The next Commit
+  /// takes `committed` again, with what the appended bytes change in it. Errors: those of the
+  /// store, of OOCPCDecodeMainStream and of Resume.
+  [[nodiscard]] static HRESULT OpenExisting(std::unique_ptr<OOCPCIStreamStore> store,
+                                            OOCPCCatalogue& committed,
+                                            std::unique_ptr<OOCPCRepositoryWriter>& writer);
   ~OOCPCRepositoryWriter();
   OOCPCRepositoryWriter(const OOCPCRepositoryWriter&) = delete;
   OOCPCRepositoryWriter& operator=(const OOCPCRepositoryWriter&) = delete;
@@ -74,3 +84,14 @@ class OOCPOINTCLOUD_API OOCPCRepositoryWriter {
 /// them. `streams` are the committed lengths.
 [[nodiscard]] OOCPOINTCLOUD_API std::vector<std::uint8_t> OOCPCEncodeMainStream(
     const OOCPCCatalogue& catalogue, std::vector<OOCPCStreamLength> streams);
+
+/// Takes apart what OOCPCEncodeMainStream put together, after checking the seal. Chunks of unknown
+/// types are kept. kBadHeader, kChunkPayloadShort, kNoRepositoryInformation, kCatalogueMismatch,
+/// kBadRecord and the errors of the information chunk; `catalogue` is then left as it was.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT OOCPCDecodeMainStream(std::span<const std::uint8_t> bytes,
+                                                              OOCPCCatalogue& catalogue);
+
+/// True when a main stream is, byte for byte, a catalogue that `information` seals, and the chunk
+/// that `information` was loaded from.
+[[nodiscard]] OOCPOINTCLOUD_API bool OOCPCIsSealedMainStream(
+    std::span<const std::uint8_t> main, const OOCPCRepositoryInformation& information);

@@ -73,6 +73,7 @@ inline constexpr HRESULT kIndexOutOfRange = Code(0xA1200057u);   // no such node
 inline constexpr HRESULT kUnknownEncoding = Code(0xA1200082u);   // block encoding not known
 inline constexpr HRESULT kNoRepositoryInformation = Code(0xA1200083u);  // main stream lacks it
 inline constexpr HRESULT kCatalogueMismatch = Code(0xA1200084u);        // main stream was altered
+inline constexpr HRESULT kBeingWritten = Code(0xA1200021u);             // another writer is at work
 inline constexpr HRESULT kStringNotFound = Code(0xA1200085u);           // no such dictionary entry
 
 // What the program around the library adds: scans, queries as texts, running jobs.

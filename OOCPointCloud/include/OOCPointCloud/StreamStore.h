@@ -26,6 +26,8 @@ class OOCPOINTCLOUD_API OOCPCIStreamStore {
   OOCPCIStreamStore& operator=(const OOCPCIStreamStore&) = delete;
   virtual ~OOCPCIStreamStore();
 
+  /// The main stream as it was committed last; kNotARepository when there is none.
+  [[nodiscard]] virtual HRESULT ReadMain(std::vector<std::uint8_t>& bytes) = 0;
   /// Bytes there are in a stream; 0 when there is none of that name.
   [[nodiscard]] virtual HRESULT GetLength(const std::string& name, std::uint64_t& length) = 0;
   /// Appends at the end, creating the stream when needed (also for no bytes).
@@ -41,18 +43,32 @@ class OOCPOINTCLOUD_API OOCPCIStreamStore {
 
 /// Streams as files of a folder, "main" the main stream. kIoError, kNoSpace, kAccessDenied,
 /// kAlreadyExists, kBadStreamName.
+///
+/// A store holds the lock of its folder as long as it lives: there is one writer at a time, in all
+/// processes together. The system lets go of the lock of a process that is killed. Readers need no
+/// lock.
 class OOCPOINTCLOUD_API OOCPCFolderStreamStore final : public OOCPCIStreamStore {
  public:
   static constexpr const char* kMainFileName = "main";
+  /// A copy of the main stream, made after each commit: what `tarn repair` goes back to when the
+  /// main stream is lost. It is the newest main stream, or the one before.
+  static constexpr const char* kMainCopyFileName = "main.copy";
+  /// Empty; writers hold a lock on it. It stays when they are done.
+  static constexpr const char* kLockFileName = "writer.lock";
 
   /// Makes the folder, which must not exist yet (kAlreadyExists); its parent must.
   [[nodiscard]] static HRESULT Create(const std::filesystem::path& folder,
                                       std::unique_ptr<OOCPCFolderStreamStore>& store);
-  /// Goes on in a folder that exists; kNotARepository when it does not.
+  /// Goes on in a folder that exists. kNotARepository when it does not; kBeingWritten when another
+  /// store, of this process or another, holds its lock.
   [[nodiscard]] static HRESULT Open(const std::filesystem::path& folder,
                                     std::unique_ptr<OOCPCFolderStreamStore>& store);
   ~OOCPCFolderStreamStore() override;
 
+  /// The folder stays locked as long as the answer lives, also after the store is gone.
+  [[nodiscard]] std::shared_ptr<const void> ShareLock() const;
+
+  [[nodiscard]] HRESULT ReadMain(std::vector<std::uint8_t>& bytes) override;
   [[nodiscard]] HRESULT GetLength(const std::string& name, std::uint64_t& length) override;
   [[nodiscard]] HRESULT Append(const std::string& name,
                                std::span<const std::uint8_t> bytes) override;
@@ -63,6 +79,7 @@ class OOCPOINTCLOUD_API OOCPCFolderStreamStore final : public OOCPCIStreamStore 
  private:
   struct OpenFiles;
   explicit OOCPCFolderStreamStore(std::filesystem::path folder);
+  [[nodiscard]] HRESULT ReplaceFileOf(const char* name, std::span<const std::uint8_t> bytes);
 
   std::filesystem::path folder_;
   std::unique_ptr<OpenFiles> files_;
@@ -80,6 +97,7 @@ class OOCPOINTCLOUD_API OOCPCMemoryStreamStore final : public OOCPCIStreamStore 
  public:
   explicit OOCPCMemoryStreamStore(std::shared_ptr<OOCPCMemoryStreams> streams);
 
+  [[nodiscard]] HRESULT ReadMain(std::vector<std::uint8_t>& bytes) override;
   [[nodiscard]] HRESULT GetLength(const std::string& name, std::uint64_t& length) override;
   [[nodiscard]] HRESULT Append(const std::string& name,
                                std::span<const std::uint8_t> bytes) override;

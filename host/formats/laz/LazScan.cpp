@@ -224,9 +224,17 @@ void LazScan::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t
   records_->Forget(first * stride, count * stride);
 }
 
-void LazScan::GatherDimension(std::size_t dimension, const std::uint8_t* records,
-                              std::span<const std::uint64_t> rows, std::uint8_t* out) const {
-  layout_.GatherRows(dimension, records, rows, out);
+std::span<const std::uint8_t> LazScan::GetMappedRecords() const {
+  if (!records_ || header_.pointCount == 0) return {};
+  return {records_->Get(0),
+          static_cast<std::size_t>(header_.pointCount) * layout_.GetRecordBytes()};
 }
+
+void LazScan::ExtractDimension(std::size_t dimension, const std::uint8_t* records,
+                               std::size_t count, std::uint8_t* out) const {
+  layout_.ExtractRows(dimension, records, count, out);
+}
+
+bool LazScan::GetStatedBox(StoredBox& box) const { return tarnhost::GetStatedBox(header_, box); }
 
 }  // namespace tarnhost

@@ -3,6 +3,8 @@
 #include <OOCPointCloud/StreamStore.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -162,6 +164,78 @@ TEST(FolderStreamStore, KeepsTheNumberOfOpenFilesBounded) {
     EXPECT_EQ(store->Sync("S" + std::to_string(i)), kOk);
     EXPECT_EQ(ReadFile(folder / ("S" + std::to_string(i))), (Bytes{0, 1}));
   }
+}
+
+TEST(FolderStreamStore, ReadsTheMainStreamThatWasCommittedLast) {
+  const TemporaryFolder folder;
+  const auto store = OpenStore(folder.Path());
+  Bytes main;
+  EXPECT_EQ(store->ReadMain(main), oocpc::result::kNotARepository);
+  ASSERT_EQ(store->ReplaceMain(Bytes{1}), kOk);
+  ASSERT_EQ(store->ReplaceMain(Bytes{2, 3}), kOk);
+  ASSERT_EQ(store->ReadMain(main), kOk);
+  EXPECT_EQ(main, (Bytes{2, 3}));
+}
+
+TEST(FolderStreamStore, KeepsACopyOfTheMainStream) {
+  const TemporaryFolder folder;
+  const auto store = OpenStore(folder.Path());
+  ASSERT_EQ(store->ReplaceMain(Bytes{1}), kOk);
+  EXPECT_EQ(ReadFile(folder / "main.copy"), (Bytes{1}));
+  ASSERT_EQ(store->ReplaceMain(Bytes{2}), kOk);
+  EXPECT_EQ(ReadFile(folder / "main.copy"), (Bytes{2}));
+}
+
+TEST(FolderStreamStore, CommitsEvenWhereItCanMakeNoCopyOfTheMainStream) {
+  const TemporaryFolder folder;
+  fs::create_directories(folder / "main.copy/inside");
+  const auto store = OpenStore(folder.Path());
+  EXPECT_EQ(store->ReplaceMain(Bytes{1}), kOk);
+  EXPECT_EQ(ReadFile(folder / "main"), (Bytes{1}));
+}
+
+TEST(WriterLock, RefusesASecondWriterUntilTheFirstIsDone) {
+  const TemporaryFolder folder;
+  std::unique_ptr<OOCPCFolderStreamStore> first;
+  ASSERT_EQ(OOCPCFolderStreamStore::Create(folder / "scan.tarn", first), kOk);
+  std::unique_ptr<OOCPCFolderStreamStore> second;
+  EXPECT_EQ(OOCPCFolderStreamStore::Open(folder / "scan.tarn", second),
+            oocpc::result::kBeingWritten);
+  EXPECT_EQ(second, nullptr);
+  first.reset();
+  ASSERT_EQ(OOCPCFolderStreamStore::Open(folder / "scan.tarn", second), kOk);
+  EXPECT_EQ(OOCPCFolderStreamStore::Open(folder / "scan.tarn", first),
+            oocpc::result::kBeingWritten);
+}
+
+TEST(WriterLock, IsNotHeldByAFileThatIsLeftOver) {
+  const TemporaryFolder folder;
+  WriteFile(folder / OOCPCFolderStreamStore::kLockFileName, Bytes{1, 2, 3});
+  EXPECT_NE(OpenStore(folder.Path()), nullptr);
+}
+
+TEST(WriterLock, IsReleasedWhenItsProcessIsKilled) {
+  const TemporaryFolder folder;
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    std::unique_ptr<OOCPCFolderStreamStore> held;
+    const char state = OOCPCFolderStreamStore::Open(folder.Path(), held) == kOk ? 'y' : 'n';
+    if (::write(ready[1], &state, 1) != 1) ::_exit(1);
+    while (true) ::pause();
+  }
+  char state = 0;
+  ASSERT_EQ(::read(ready[0], &state, 1), 1);
+  EXPECT_EQ(state, 'y');
+  std::unique_ptr<OOCPCFolderStreamStore> store;
+  EXPECT_EQ(OOCPCFolderStreamStore::Open(folder.Path(), store), oocpc::result::kBeingWritten);
+  ASSERT_EQ(::kill(child, SIGKILL), 0);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(OOCPCFolderStreamStore::Open(folder.Path(), store), kOk);
+  ::close(ready[0]);
+  ::close(ready[1]);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The bytes of a whole small main stream, literally.
 #include <OOCPointCloud/OOCPCRepositoryWriter.h>
+#include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
 
 #include <numeric>
@@ -64,6 +65,47 @@ TEST(MainStream, KeepsTheOrderOfItsChunks) {
   const Bytes expected{9, 0, 0, 0, 1, 0, 0, 0, 1, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x60};
   constexpr std::ptrdiff_t kChunksBegin = 67 + 8 + 16 + 8 + 48;
   EXPECT_EQ(Bytes(bytes.begin() + kChunksBegin, bytes.begin() + kChunksBegin + 21), expected);
+}
+
+TEST(MainStreamDecoding, GivesBackWhatWasEncoded) {
+  OOCPCCatalogue catalogue;
+  ASSERT_EQ(OOCPCDecodeMainStream(kGolden, catalogue), oocpc::result::kOk);
+  EXPECT_EQ(catalogue.header.data13[0], 13);
+  EXPECT_EQ(catalogue.identity[15], 0xAF);
+  ASSERT_EQ(catalogue.chunks.size(), 1u);
+  EXPECT_EQ(catalogue.information.streams.at(0).committedBytes, 2u);
+  EXPECT_EQ(OOCPCEncodeMainStream(catalogue, catalogue.information.streams), kGolden);
+}
+
+TEST(MainStreamDecoding, RefusesAMainStreamWithAnyByteAlteredOrMissing) {
+  for (std::size_t i = 0; i < kGolden.size(); ++i) {
+    Bytes altered = kGolden;
+    altered[i] ^= 0x10;
+    OOCPCCatalogue catalogue;
+    EXPECT_LT(OOCPCDecodeMainStream(altered, catalogue), 0) << "byte " << i;
+    EXPECT_LT(OOCPCDecodeMainStream(std::span(kGolden).first(i), catalogue), 0) << i << " bytes";
+    EXPECT_TRUE(catalogue.chunks.empty());
+  }
+  Bytes longer = kGolden;
+  longer.push_back(0);
+  OOCPCCatalogue catalogue;
+  EXPECT_EQ(OOCPCDecodeMainStream(longer, catalogue), oocpc::result::kChunkPayloadShort);
+}
+
+TEST(MainStreamDecoding, SaysWhatIsWrong) {
+  OOCPCCatalogue catalogue;
+  Bytes altered = kGolden;
+  altered[0] = 'X';
+  EXPECT_EQ(OOCPCDecodeMainStream(altered, catalogue), oocpc::result::kBadHeader);
+  altered = kGolden;
+  altered[20] ^= 1;
+  EXPECT_EQ(OOCPCDecodeMainStream(altered, catalogue), oocpc::result::kCatalogueMismatch);
+  EXPECT_EQ(OOCPCDecodeMainStream(std::span(kGolden).first(158), catalogue),
+            oocpc::result::kNoRepositoryInformation);
+  OOCPCCatalogue odd;
+  odd.chunks.emplace_back(oocpc::chunk_type::kValue16, Bytes{1});
+  EXPECT_EQ(OOCPCDecodeMainStream(OOCPCEncodeMainStream(odd, {}), catalogue),
+            oocpc::result::kBadRecord);
 }
 
 }  // namespace

@@ -144,6 +144,47 @@ TEST(RepositoryWriterResuming, RefusesAStreamThatLacksCommittedBytes) {
   EXPECT_EQ(writer->Commit(SmallCatalogue()), oocpc::result::kStreamShort);
 }
 
+TEST(RepositoryWriterOpening, GoesOnAtTheCommittedLengthsWithTheCommittedCatalogue) {
+  const auto streams = std::make_shared<OOCPCMemoryStreams>();
+  {
+    const auto writer = WriterOf(streams);
+    MustAppend(*writer, "A", {1, 2, 3});
+    OOCPCCatalogue catalogue = SmallCatalogue();
+    catalogue.SetChunk(0x12345, {7});
+    ASSERT_EQ(writer->Commit(catalogue), kOk);
+    MustAppend(*writer, "A", {66});
+  }
+  OOCPCCatalogue catalogue;
+  std::unique_ptr<OOCPCRepositoryWriter> writer;
+  ASSERT_EQ(OOCPCRepositoryWriter::OpenExisting(std::make_unique<OOCPCMemoryStreamStore>(streams),
+                                                catalogue, writer),
+            kOk);
+  EXPECT_EQ(writer->GetLength("A"), 3u);
+  EXPECT_EQ(MustAppend(*writer, "A", {4}), 3u);
+  const OOCPCCatalogue small = SmallCatalogue();
+  EXPECT_EQ(catalogue.identity, small.identity);
+  EXPECT_EQ(catalogue.mortonSeed, small.mortonSeed);
+  EXPECT_EQ(catalogue.information.generator, small.information.generator);
+  ASSERT_FALSE(catalogue.chunks.empty());
+  EXPECT_EQ(catalogue.chunks.back().type, 0x12345u);
+  catalogue.SetChunk(0x12345, {8, 9});
+  EXPECT_EQ(catalogue.chunks.back().payload, (Bytes{8, 9}));
+  ASSERT_EQ(writer->Commit(catalogue), kOk);
+  OOCPCMemoryRepository repository(streams);
+  ASSERT_EQ(CheckRepository(repository), kOk);
+  EXPECT_EQ(ReadAndDelete(repository.CreateInputStream("A")), (Bytes{1, 2, 3, 4}));
+}
+
+TEST(RepositoryWriterOpening, RefusesWhatIsNoRepository) {
+  OOCPCCatalogue catalogue;
+  std::unique_ptr<OOCPCRepositoryWriter> writer;
+  EXPECT_EQ(OOCPCRepositoryWriter::OpenExisting(
+                std::make_unique<OOCPCMemoryStreamStore>(std::make_shared<OOCPCMemoryStreams>()),
+                catalogue, writer),
+            oocpc::result::kNotARepository);
+  EXPECT_EQ(writer, nullptr);
+}
+
 // Appends to two streams and commits, telling the first failure.
 HRESULT WriteSecondState(OOCPCRepositoryWriter& writer,
                          const OOCPCRepositoryInformation& committed) {

@@ -45,6 +45,10 @@ std::vector<std::uint8_t> RecordsOf(const PointSet& set) {
   return records;
 }
 
+RecordView ViewOf(const std::vector<std::uint8_t>& records, const PointSet& set) {
+  return {records.data(), set.GetRecordBytes()};
+}
+
 std::vector<std::int32_t> PositionsOf(const BuiltBlock& block, std::size_t count) {
   std::vector<std::uint8_t> bytes;
   const oocpc::EncodedBlock& positions = block.columns.at(0);
@@ -70,8 +74,9 @@ TEST(BlockBuilder, PutsPointsIntoTheOrderOfTheirTimesAndNoNumbersLast) {
   const ScanFolder folder;
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
+  const std::vector<std::uint8_t> records = RecordsOf(set);
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(RecordsOf(set).data(), Numbers(7), std::vector<std::uint32_t>{7},
+  BlockBuilder(set, {}).Build(ViewOf(records, set), Numbers(7), std::vector<std::uint32_t>{7},
                               block);
   const auto xyz = PositionsOf(block, 7);
   std::vector<std::int32_t> order;
@@ -91,8 +96,9 @@ TEST(BlockBuilder, OrdersEachPartForItself) {
   const ScanFolder folder;
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
+  const std::vector<std::uint8_t> records = RecordsOf(set);
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(RecordsOf(set).data(), Numbers(7),
+  BlockBuilder(set, {}).Build(ViewOf(records, set), Numbers(7),
                               std::vector<std::uint32_t>{3, 0, 2, 2}, block);
   const auto xyz = PositionsOf(block, 7);
   std::vector<std::int32_t> order;
@@ -106,9 +112,10 @@ TEST(BlockBuilder, BoundsItsPointsTightlyInTheLocalFrame) {
   const ScanFolder folder;
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
+  const std::vector<std::uint8_t> records = RecordsOf(set);
   BuiltBlock block;
   BlockBuilder(set, {1000, -2000, 0})
-      .Build(RecordsOf(set).data(), Numbers(3), std::vector<std::uint32_t>{3}, block);
+      .Build(ViewOf(records, set), Numbers(3), std::vector<std::uint32_t>{3}, block);
   // Scale 0.01, 0.02, 0.001; offset 1000, -2000, 3.
   EXPECT_EQ(block.box.min, (oocpc::Vector3d{-100 * 0.01 + 1000 - 1000, -200 * 0.02 - 2000 + 2000,
                                             3000 * 0.001 + 3 - 0}));
@@ -120,8 +127,9 @@ TEST(BlockBuilder, MakesABlockForThePositionsAndEachDimension) {
   const ScanFolder folder;
   PointSet set;
   ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", BuilderOf(20).Build())}, set)));
+  const std::vector<std::uint8_t> records = RecordsOf(set);
   BuiltBlock block;
-  BlockBuilder(set, {}).Build(RecordsOf(set).data(), Numbers(20), std::vector<std::uint32_t>{20},
+  BlockBuilder(set, {}).Build(ViewOf(records, set), Numbers(20), std::vector<std::uint32_t>{20},
                               block);
   ASSERT_EQ(block.columns.size(), set.GetDimensions().size() + 1);
   for (const oocpc::EncodedBlock& column : block.columns) EXPECT_EQ(column.entry.valueCount, 20u);
@@ -152,8 +160,12 @@ TEST(PointSet, NumbersThePointsOfAllScansThrough) {
 
   const std::vector<std::uint64_t> points{6, 0, 4, 3};
   const std::vector<std::uint8_t> records = RecordsOf(set);
+  std::vector<std::uint8_t> gathered(4 * set.GetRecordBytes());
+  RecordView mapped;
+  ASSERT_TRUE(set.GetMappedRecords(mapped));
+  mapped.Gather(points, gathered.data());
   std::vector<std::uint8_t> intensities(8);
-  set.GatherDimension(0, records.data(), points, intensities.data());
+  set.ExtractDimension(0, gathered.data(), points.size(), intensities.data());
   ASSERT_EQ(set.GetDimensions()[0].name, "intensity");
   for (std::size_t i = 0; i < points.size(); ++i) {
     for (std::size_t axis = 0; axis < 3; ++axis) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/build/TopLevels.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tarnhost {
 namespace {
@@ -46,7 +47,8 @@ Samples BuildWhole(const Codes& codes) {
   return samples;
 }
 
-Samples BuildInPieces(const Codes& codes, std::uint64_t most, std::size_t& pieceCount) {
+Samples BuildInPieces(const Codes& codes, std::uint64_t most, bool inFile,
+                      std::size_t& pieceCount) {
   PieceTree tree(most);
   do {
     for (const std::uint64_t code : codes) tree.Count(code);
@@ -59,24 +61,32 @@ Samples BuildInPieces(const Codes& codes, std::uint64_t most, std::size_t& piece
     numbers[tree.FindPiece(codes[i])].push_back(i);
   }
   std::vector<std::vector<CodedPoint>> points(pieces.size());
-  std::vector<PieceCandidates> candidates;
+  const oocpctest::TemporaryFolder folder;
+  std::unique_ptr<TemporaryFile> file;
+  if (inFile) {
+    EXPECT_TRUE(TemporaryFile::Create(folder.Path(), file).Ok());
+  }
+  CandidateStore candidates(pieces.size(), std::move(file));
   for (std::size_t piece = 0; piece < pieces.size(); ++piece) {
     for (std::uint64_t row = 0; row < numbers[piece].size(); ++row) {
       points[piece].push_back({codes[numbers[piece][row]], row});
     }
     std::sort(points[piece].begin(), points[piece].end());
-    candidates.push_back(FindCandidates(pieces[piece], points[piece], grid));
+    EXPECT_TRUE(candidates.Put(piece, FindCandidates(pieces[piece], points[piece], grid)).Ok());
   }
-  const auto taken = TopLevels::Take(pieces, candidates, grid);
+  TopLevels top(pieces, candidates, grid);
   Samples samples;
   for (std::size_t piece = 0; piece < pieces.size(); ++piece) {
     SubtreeRoot root{pieces[piece].level, pieces[piece].indexInLevel, {}};
     std::set<std::uint64_t> rows;
-    for (const TakenPoint& point : taken[piece]) {
-      samples[{point.level, pieces[piece].CellOf(point.level), 0}].insert(
-          numbers[piece][point.row]);
+    std::vector<TakenPoint> taken;
+    EXPECT_TRUE(top.Next(taken).Ok());
+    for (const TakenPoint& point : taken) {
+      const std::uint64_t row = points[piece][point.index].point;
+      EXPECT_EQ(points[piece][point.index].code, point.code);
+      samples[{point.level, pieces[piece].CellOf(point.level), 0}].insert(numbers[piece][row]);
       root.above.push_back(point.code);
-      rows.insert(point.row);
+      rows.insert(row);
     }
     std::erase_if(points[piece], [&](const CodedPoint& p) { return rows.contains(p.point); });
     if (points[piece].empty()) continue;
@@ -89,8 +99,9 @@ Samples BuildInPieces(const Codes& codes, std::uint64_t most, std::size_t& piece
 
 void ExpectSame(const Codes& codes, std::uint64_t most) {
   std::size_t pieces = 0;
-  const Samples inPieces = BuildInPieces(codes, most, pieces);
+  const Samples inPieces = BuildInPieces(codes, most, false, pieces);
   EXPECT_GT(pieces, 1u);
+  EXPECT_EQ(BuildInPieces(codes, most, true, pieces), inPieces);
   Samples whole = BuildWhole(codes);
   std::erase_if(whole, [](const auto& sample) { return sample.second.empty(); });
   EXPECT_EQ(inPieces.size(), whole.size());

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cmath>
+#include <limits>
 #include <numeric>
 
 #include "host/formats/LasScan.h"
@@ -20,6 +22,7 @@ using oocpctest::LasBuilder;
 using oocpctest::TemporaryFolder;
 using tarnhost::Outcome;
 using tarnhost::ScanFile;
+using tarnhost::StoredBox;
 using testing::HasSubstr;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -45,10 +48,9 @@ Bytes RecordsOf(const ScanFile& scan) {
 
 /// All values of a dimension.
 Bytes Gather(const ScanFile& scan, std::size_t dimension) {
-  std::vector<std::uint64_t> points(scan.GetPointCount());
-  std::iota(points.begin(), points.end(), 0);
-  Bytes values(points.size() * ValueBytes(scan.GetDimensions()[dimension].type));
-  scan.GatherDimension(dimension, RecordsOf(scan).data(), points, values.data());
+  const std::size_t count = scan.GetPointCount();
+  Bytes values(count * ValueBytes(scan.GetDimensions()[dimension].type));
+  scan.ExtractDimension(dimension, RecordsOf(scan).data(), count, values.data());
   return values;
 }
 
@@ -150,7 +152,7 @@ TEST(LasScan, ReadsWhatBruteForceReadsInRealScans) {
   for (const auto& path : scans) ExpectSameFile(path);
 }
 
-TEST(LasScan, GathersAnyPointsInAnyOrder) {
+TEST(LasScan, ExtractsDimensionsOfAnyRun) {
   TemporaryFolder folder;
   LasBuilder builder;
   builder.format = 7;
@@ -158,15 +160,14 @@ TEST(LasScan, GathersAnyPointsInAnyOrder) {
   oocpctest::WriteFile(folder / "scan.las", builder.Build());
   std::unique_ptr<ScanFile> scan;
   ASSERT_TRUE(Open(folder / "scan.las", scan).Ok());
-  const std::vector<std::uint64_t> points{49, 0, 7, 7, 31};
+  const Bytes records = RecordsOf(*scan);
+  EXPECT_TRUE(std::ranges::equal(scan->GetMappedRecords(), records));
   for (std::size_t d = 0; d < scan->GetDimensions().size(); ++d) {
     const std::size_t bytes = ValueBytes(scan->GetDimensions()[d].type);
     const Bytes all = Gather(*scan, d);
-    Bytes some(points.size() * bytes);
-    scan->GatherDimension(d, RecordsOf(*scan).data(), points, some.data());
-    for (std::size_t i = 0; i < points.size(); ++i) {
-      EXPECT_EQ(std::memcmp(&some[i * bytes], &all[points[i] * bytes], bytes), 0);
-    }
+    Bytes some(5 * bytes);
+    scan->ExtractDimension(d, records.data() + 31 * scan->GetRecordBytes(), 5, some.data());
+    EXPECT_EQ(std::memcmp(some.data(), all.data() + 31 * bytes, some.size()), 0);
   }
   std::array<std::int32_t, 6> two{};
   scan->ReadPositions(7, 2, two.data());
@@ -229,6 +230,37 @@ TEST(LasScan, LeavesTheOldScanWhenItRefuses) {
   const ScanFile* before = scan.get();
   EXPECT_FALSE(Open(folder / "missing.las", scan).Ok());
   EXPECT_EQ(scan.get(), before);
+}
+
+/// The box that a scan states, when its header says `least` and `greatest` along all axes.
+bool StatedBox(double least, double greatest, StoredBox& box) {
+  TemporaryFolder folder;
+  LasBuilder builder;
+  builder.scale = {0.01, 0.01, 0.01};
+  builder.offset = {100, 100, 100};
+  Bytes file = builder.Build();
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    LasBuilder::Put(file, 179 + 16 * axis, greatest);
+    LasBuilder::Put(file, 187 + 16 * axis, least);
+  }
+  oocpctest::WriteFile(folder / "scan.las", file);
+  std::unique_ptr<ScanFile> scan;
+  EXPECT_TRUE(Open(folder / "scan.las", scan).Ok());
+  return scan->GetStatedBox(box);
+}
+
+TEST(LasScan, StatesTheBoxOfItsHeaderAsIntegers) {
+  StoredBox box;
+  ASSERT_TRUE(StatedBox(99.99, 100.05, box));
+  EXPECT_EQ(box.least, (std::array<std::int32_t, 3>{-1, -1, -1}));
+  EXPECT_EQ(box.greatest, (std::array<std::int32_t, 3>{5, 5, 5}));
+}
+
+TEST(LasScan, StatesNoBoxThatIsNoBoxOfIntegers) {
+  StoredBox box;
+  EXPECT_FALSE(StatedBox(std::nan(""), 1, box));
+  EXPECT_FALSE(StatedBox(0, 1e12, box));
+  EXPECT_FALSE(StatedBox(-std::numeric_limits<double>::infinity(), 1, box));
 }
 
 }  // namespace

@@ -32,13 +32,16 @@ LasFrame FrameOf(const LasScan& scan) {
 Outcome WritePoints(const LasScan& scan, std::span<const std::uint64_t> points, LasWriter& writer) {
   std::vector<std::int32_t> xyz(3 * points.size());
   for (std::size_t i = 0; i < points.size(); ++i) scan.ReadPositions(points[i], 1, &xyz[3 * i]);
-  Bytes records(scan.GetPointCount() * scan.GetRecordBytes());
-  scan.ReadRecords(0, scan.GetPointCount(), records.data());
+  const std::size_t recordBytes = scan.GetRecordBytes();
+  Bytes records(points.size() * recordBytes);
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    scan.ReadRecords(points[i], 1, records.data() + i * recordBytes);
+  }
   std::vector<Bytes> values(scan.GetDimensions().size());
   std::vector<std::span<const std::uint8_t>> columns;
   for (std::size_t d = 0; d < values.size(); ++d) {
     values[d].resize(points.size() * ValueBytes(scan.GetDimensions()[d].type));
-    scan.GatherDimension(d, records.data(), points, values[d].data());
+    scan.ExtractDimension(d, records.data(), points.size(), values[d].data());
     columns.emplace_back(values[d]);
   }
   return writer.WriteBlock(points.size(), xyz.data(), columns);

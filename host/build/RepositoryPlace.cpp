@@ -1,0 +1,120 @@
+// Where an import puts its repository: built beside the place, moved there when it is complete.
+#include "host/build/RepositoryPlace.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+
+#include "OOCPointCloud/repository/FileSystem.h"
+
+namespace tarnhost {
+
+namespace fs = std::filesystem;
+namespace result = oocpc::result;
+
+using oocpc::Failed;
+
+namespace {
+
+/// What the names of all folders begin with in which a repository is built for a place.
+std::string BuildingPrefix(const fs::path& place) {
+  return "." + place.filename().string() + ".importing-";
+}
+
+fs::path ParentOf(const fs::path& place) {
+  return place.has_parent_path() ? place.parent_path() : fs::path(".");
+}
+
+bool IsNumber(std::string_view text) {
+  return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+}  // namespace
+
+RepositoryPlace::RepositoryPlace(const fs::path& output)
+    // Without a trailing separator, so that it has a name.
+    : place_(output.has_filename() ? output : output.parent_path()),
+      building_(ParentOf(place_) / (BuildingPrefix(place_) + std::to_string(::getpid()))) {}
+
+RepositoryPlace::~RepositoryPlace() {
+  // What cannot be removed is left for the next import.
+  if (isCreated_) static_cast<void>(oocpc::detail::RemoveFolder(building_));
+}
+
+Outcome RepositoryPlace::CheckPlace(bool overwrite) {
+  std::error_code ignored;
+  if (!fs::exists(fs::symlink_status(place_, ignored))) return Outcome::Success();
+  if (!overwrite) {
+    return Outcome::Failure(result::kAlreadyExists, "there already is something at that place",
+                            place_.string(),
+                            "choose another name, or replace a repository with --overwrite");
+  }
+  if (!fs::is_regular_file(place_ / OOCPCFolderStreamStore::kMainFileName, ignored)) {
+    return Outcome::Failure(result::kAlreadyExists,
+                            "what is there is no repository and is not replaced", place_.string(),
+                            "choose another name");
+  }
+  replaces_ = true;
+  const HRESULT locked = OOCPCFolderStreamStore::Open(place_, replaced_);
+  return Failed(locked) ? Outcome::FromCode(locked, place_.string()) : Outcome::Success();
+}
+
+/// A folder is left over when nobody holds its lock. One without a lock is one that is being made
+/// right now, or, under the number of this very process, that of a process that is gone.
+void RepositoryPlace::RemoveLeftovers() const {
+  const std::string prefix = BuildingPrefix(place_);
+  std::error_code ignored;
+  for (const fs::directory_entry& entry : fs::directory_iterator(ParentOf(place_), ignored)) {
+    const std::string name = entry.path().filename().string();
+    if (!name.starts_with(prefix) || !IsNumber(std::string_view(name).substr(prefix.size()))) {
+      continue;
+    }
+    const bool isLocked = fs::exists(entry.path() / OOCPCFolderStreamStore::kLockFileName, ignored);
+    if (!isLocked && name != building_.filename()) continue;
+    std::unique_ptr<OOCPCFolderStreamStore> leftover;
+    if (Failed(OOCPCFolderStreamStore::Open(entry.path(), leftover))) continue;
+    // What cannot be removed is in nobody's way.
+    static_cast<void>(oocpc::detail::RemoveFolder(entry.path()));
+  }
+}
+
+Outcome RepositoryPlace::Create(bool overwrite, std::unique_ptr<OOCPCFolderStreamStore>& store) {
+  if (Outcome outcome = CheckPlace(overwrite); !outcome.Ok()) return outcome;
+  RemoveLeftovers();
+  const HRESULT code = OOCPCFolderStreamStore::Create(building_, store);
+  if (!Failed(code)) {
+    isCreated_ = true;
+    lock_ = store->ShareLock();
+    return Outcome::Success();
+  }
+  std::error_code ignored;
+  if (!fs::is_directory(ParentOf(place_), ignored)) {
+    return Outcome::Failure(code, "there is no folder to make the repository in",
+                            ParentOf(place_).string(),
+                            "make the folder first, or choose another place");
+  }
+  return Outcome::FromCode(code, place_.string());
+}
+
+Outcome RepositoryPlace::FailureToMove(HRESULT code) const {
+  if (code == result::kAlreadyExists) return Outcome::FromCode(code, place_.string());
+  return Outcome::Failure(code, "the finished repository cannot be moved into its place",
+                          place_.string(), "check the permissions of the folder");
+}
+
+Outcome RepositoryPlace::Publish() {
+  const HRESULT moved = replaces_ ? oocpc::detail::ExchangeFolders(building_, place_)
+                                  : oocpc::detail::MoveFolder(building_, place_);
+  if (Failed(moved)) return FailureToMove(moved);
+  // A parent that may be written but not read cannot be synced.
+  const HRESULT synced = oocpc::detail::SyncFolder(ParentOf(place_));
+  isCreated_ = replaces_;  // what was replaced is now where the repository was built
+  if (Failed(synced) && synced != result::kAccessDenied) {
+    return Outcome::Failure(synced, "the repository is complete, but not known to be durable",
+                            place_.string(), "check the disk");
+  }
+  return Outcome::Success();
+}
+
+}  // namespace tarnhost

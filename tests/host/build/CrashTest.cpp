@@ -1,0 +1,166 @@
+// Lets every single file operation of an import, and of a second commit, go wrong in every manner.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <optional>
+
+#include "host/build/Import.h"
+#include "tests/support/CloudFingerprint.h"
+#include "tests/support/CrashingDisk.h"
+#include "tests/support/ScanFolder.h"
+#include "tests/support/SecondIteration.h"
+
+namespace tarnhost {
+namespace {
+
+namespace fs = std::filesystem;
+using oocpctest::Crash;
+using oocpctest::CrashingDisk;
+using oocpctest::ScanFolder;
+using oocpctest::StateOf;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kStride = 7;  // sanitizers take their time
+#else
+constexpr std::size_t kStride = 1;
+#endif
+
+/// While it lives, temporary folders are made in memory, where there is such a place.
+class TemporaryFoldersInMemory {
+ public:
+  TemporaryFoldersInMemory() {
+    const char* former = std::getenv("TMPDIR");
+    if (former != nullptr) former_ = former;
+    if (::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
+  }
+  ~TemporaryFoldersInMemory() {
+    if (former_) {
+      ::setenv("TMPDIR", former_->c_str(), 1);
+    } else {
+      ::unsetenv("TMPDIR");
+    }
+  }
+
+ private:
+  std::optional<std::string> former_;
+};
+
+/// An operation that brings a repository from one state to the next.
+struct Operation {
+  const char* name;
+  std::function<Outcome(const ScanFolder&)> makeFirst;
+  std::function<Outcome(const ScanFolder&)> makeSecond;
+};
+
+std::ostream& operator<<(std::ostream& out, const Operation& operation) {
+  return out << operation.name;
+}
+
+Outcome Import(const ScanFolder& folder, unsigned seed, bool overwrite) {
+  oocpctest::LasBuilder builder;
+  builder.pointCount = 40;
+  builder.seed = seed;
+  ImportOptions options = folder.Options({folder.Add("scan.las", builder.Build())});
+  options.overwrite = overwrite;
+  ImportReport report;
+  return ImportScans(options, report);
+}
+
+Outcome DoNothing(const ScanFolder& /*folder*/) { return Outcome::Success(); }
+Outcome ImportFirst(const ScanFolder& folder) { return Import(folder, 1, false); }
+Outcome ImportOver(const ScanFolder& folder) { return Import(folder, 2, true); }
+Outcome CommitAgain(const ScanFolder& folder) {
+  return oocpctest::IterationAppender::AppendToFolder(folder.Repository());
+}
+
+const Operation kOperations[] = {
+    {"Import", DoNothing, ImportFirst},
+    {"ImportOverARepository", ImportFirst, ImportOver},
+    {"SecondCommit", ImportFirst, CommitAgain},
+};
+
+class EveryFileOperation : public ::testing::TestWithParam<Operation> {
+ protected:
+  /// Puts the folder back into the state before the operation.
+  void Restore() {
+    for (const auto& entry : fs::directory_iterator(folder_.Path())) fs::remove_all(entry.path());
+    fs::copy(saved_ / "state", folder_.Path(), fs::copy_options::recursive);
+  }
+
+  /// Lets one operation go wrong; false when there is no such operation.
+  bool Try(Crash crash, std::size_t number) {
+    Restore();
+    std::string place;
+    Outcome outcome;
+    {
+      CrashingDisk disk(crash, number);
+      outcome = GetParam().makeSecond(folder_);
+      if (disk.GetCount() <= number) return false;
+      disk.Lose();
+      place = disk.GetPlace();
+    }
+    const std::string told = std::string(oocpctest::NameOf(crash)) + " at operation " +
+                             std::to_string(number) + ", " + place;
+    const std::string state = StateOf(folder_.Repository());
+    if (outcome.Ok()) {
+      EXPECT_EQ(state, after_) << "it was said to be done; " << told;
+    }
+    EXPECT_TRUE(state == before_ || state == after_) << state << "\n" << told;
+    if (!outcome.Ok() && (crash == Crash::kError || crash == Crash::kFull)) {
+      EXPECT_TRUE(oocpc::Failed(outcome.code)) << told;
+      EXPECT_FALSE(outcome.what.empty()) << told;
+    }
+    // Each operation is followed by another attempt in some of the manners.
+    if ((number + static_cast<std::size_t>(crash)) % 3 == 0 || kStride > 1) GoOn(state, told);
+    return true;
+  }
+
+  /// Whatever happened, the same operation works now.
+  void GoOn(const std::string& state, const std::string& told) {
+    if (state == before_) {
+      const CrashingDisk disk(Crash::kNone, 0);  // which does not sync, and so saves time
+      const Outcome again = GetParam().makeSecond(folder_);
+      EXPECT_TRUE(again.Ok()) << again.what << " when tried again after " << told;
+      EXPECT_EQ(StateOf(folder_.Repository()), after_) << "when tried again after " << told;
+      EXPECT_EQ(folder_.List(), names_) << "when tried again after " << told;
+    }
+  }
+
+  TemporaryFoldersInMemory inMemory_;
+  ScanFolder folder_;
+  oocpctest::TemporaryFolder saved_;
+  std::string before_;
+  std::string after_;
+  std::vector<std::string> names_;  ///< of what is there afterwards
+};
+
+TEST_P(EveryFileOperation, MayGoWrongWithoutLosingTheCommittedState) {
+  ASSERT_TRUE(oocpctest::IsOk(GetParam().makeFirst(folder_)));
+  before_ = StateOf(folder_.Repository());
+  fs::copy(folder_.Path(), saved_ / "state", fs::copy_options::recursive);
+  std::size_t operations = 0;
+  {
+    const CrashingDisk disk(Crash::kNone, 0);
+    ASSERT_TRUE(oocpctest::IsOk(GetParam().makeSecond(folder_)));
+    operations = disk.GetCount();
+  }
+  after_ = StateOf(folder_.Repository());
+  names_ = folder_.List();
+  ASSERT_NE(before_, after_);
+  ASSERT_EQ(after_.find("error"), std::string::npos) << after_;
+  ASSERT_GT(operations, 50u);
+  for (const Crash crash : oocpctest::kAllCrashes) {
+    for (std::size_t number = 0; number < operations; number += kStride) {
+      ASSERT_TRUE(Try(crash, number)) << "operation " << number << " of " << operations;
+      if (HasFailure()) return;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Crash, EveryFileOperation, ::testing::ValuesIn(kOperations),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace tarnhost
