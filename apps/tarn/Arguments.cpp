@@ -60,13 +60,18 @@ CLI::Validator IsSize() {
           ""};
 }
 
-CLI::Validator EndsIn(const std::string& ending) {
-  return {[ending](const std::string& text) {
+CLI::Validator EndsIn(const std::vector<std::string>& endings) {
+  return {[endings](const std::string& text) {
             std::string found = std::filesystem::path(text).extension().string();
             std::transform(found.begin(), found.end(), found.begin(), [](unsigned char letter) {
               return static_cast<char>(std::tolower(letter));
             });
-            return found == ending ? std::string() : "\"" + text + "\" does not end in " + ending;
+            std::string wanted;
+            for (const std::string& ending : endings) {
+              if (found == ending) return std::string();
+              wanted.append(wanted.empty() ? "" : " or ").append(ending);
+            }
+            return "\"" + text + "\" does not end in " + wanted;
           },
           ""};
 }

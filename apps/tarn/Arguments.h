@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarnapp {
 
@@ -15,8 +16,8 @@ CLI::Validator IsNamed();
 /// Refuses what is no natural number of 64 bits, a sign included.
 CLI::Validator IsWholeNumber();
 /// Refuses a file name with another ending: a slip, at worst the name of a repository's own file.
-/// `ending` is lower case; letter case does not matter.
-CLI::Validator EndsIn(const std::string& ending);
+/// `endings` are lower case; letter case does not matter.
+CLI::Validator EndsIn(const std::vector<std::string>& endings);
 /// Refuses what is no number of bytes such as 800K, 512M or 4G.
 CLI::Validator IsSize();
 /// Refuses what is no time: microseconds since 1970 UTC, a date, or a date and a time of day (UTC).

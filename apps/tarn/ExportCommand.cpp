@@ -4,6 +4,8 @@
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Export.h"
+#include "host/formats/laz/CopcWriter.h"
+#include "host/lod/ExportCopc.h"
 
 namespace tarnapp {
 
@@ -24,11 +26,21 @@ int Run(const Arguments& arguments) {
   outcome = FindIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t points = 0;
-  outcome = tarnhost::ExportLas(*cloud, iteration, arguments.output, ShowProgress(arguments.quiet),
-                                points);
+  const auto progress = ShowProgress(arguments.quiet);
+  tarnhost::CopcReport copc;
+  if (tarnhost::IsCopcName(arguments.output)) {
+    outcome = tarnhost::ExportCopc(*cloud, iteration, arguments.output, progress, copc);
+    points = copc.pointCount;
+  } else {
+    outcome = tarnhost::ExportLas(*cloud, iteration, arguments.output, progress, points);
+  }
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
     std::printf("%s points written to %s\n", Grouped(points).c_str(), arguments.output.c_str());
+    if (copc.format != copc.sourceFormat) {
+      std::printf("point format %d was written as %d, as COPC files have no lower ones\n",
+                  copc.sourceFormat, copc.format);
+    }
   }
   return kDone;
 }
@@ -37,12 +49,16 @@ int Run(const Arguments& arguments) {
 
 void AddExport(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<Arguments>();
-  CLI::App* command = app.add_subcommand("export", "Write a cloud back into a LAS file");
-  command->footer("Example:\n  tarn export street.tarn -o street.las");
+  CLI::App* command =
+      app.add_subcommand("export", "Write a cloud back into a LAS, LAZ or COPC file");
+  command->footer(
+      "Examples:\n  tarn export street.tarn -o street.laz\n  tarn export street.tarn -o "
+      "street.copc.laz");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
-  command->add_option("-o,--output", arguments->output, "The LAS file to write")
+  command
+      ->add_option("-o,--output", arguments->output, "The file to write: .las, .laz or .copc.laz")
       ->required()
-      ->check(EndsIn(".las"));
+      ->check(EndsIn({".las", ".laz"}));
   AddIterationOptions(*command, arguments->iteration);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });

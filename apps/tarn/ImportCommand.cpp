@@ -47,7 +47,8 @@ void AddImport(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("import", "Make a repository out of scans");
   command->footer("Example:\n  tarn import street.las -o street.tarn");
-  command->add_option("SCANS", arguments->scans, "LAS files of one cloud (1.0 to 1.4)")->required();
+  command->add_option("SCANS", arguments->scans, "LAS or LAZ files of one cloud (1.0 to 1.4)")
+      ->required();
   command->add_option("-o,--output", arguments->output, "The repository to make")
       ->required()
       ->check(IsNamed());

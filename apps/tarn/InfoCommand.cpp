@@ -16,7 +16,25 @@ struct Arguments {
   bool json = false;
 };
 
+int DescribeScan(const Arguments& arguments) {
+  std::unique_ptr<tarnhost::ScanFile> scan;
+  const tarnhost::Outcome outcome = tarnhost::OpenScan(arguments.repository, scan);
+  if (!outcome.Ok()) return ReportFailure(outcome);
+  tarnhost::CloudFacts facts;
+  tarnhost::CollectScanFacts(*scan, facts);
+  if (arguments.json) {
+    PrintScanJson(arguments.repository, facts);
+  } else {
+    PrintScanText(arguments.repository, facts);
+  }
+  return kDone;
+}
+
 int Run(const Arguments& arguments) {
+  std::error_code ignored;
+  if (std::filesystem::is_regular_file(arguments.repository, ignored)) {
+    return DescribeScan(arguments);
+  }
   std::unique_ptr<tarnhost::Cloud> cloud;
   tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
@@ -38,9 +56,12 @@ int Run(const Arguments& arguments) {
 
 void AddInfo(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<Arguments>();
-  CLI::App* command = app.add_subcommand("info", "Tell what a repository holds");
-  command->footer("Example:\n  tarn info street.tarn --stats");
-  command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
+  CLI::App* command = app.add_subcommand("info", "Tell what a repository or a scan file holds");
+  command->footer("Examples:\n  tarn info street.tarn --stats\n  tarn info street.laz");
+  command
+      ->add_option("REPOSITORY", arguments->repository,
+                   "The repository, or a LAS or LAZ file, of which its header is told")
+      ->required();
   command->add_flag("--schema", arguments->parts.schema, "List the dimensions with their types");
   command->add_flag("--stats", arguments->parts.statistics,
                     "Minimum, maximum and mean of each dimension, and contradictions in the data");

@@ -213,4 +213,33 @@ void PrintInfoJson(const std::string& repository, const CloudFacts& facts) {
   PrintJson(json);
 }
 
+void PrintScanText(const std::string& scan, const CloudFacts& facts) {
+  std::printf("%s: %s points\n", scan.c_str(), Grouped(facts.pointCount).c_str());
+  std::printf("  bounds       %s  to  %s, as the header says\n", Three(facts.bounds.min).c_str(),
+              Three(facts.bounds.max).c_str());
+  std::string names;
+  for (const DimensionFacts& dimension : facts.dimensions) names += " " + dimension.name;
+  std::printf("  dimensions   x y z%s\n", names.c_str());
+  PrintMetadata(facts);
+}
+
+void PrintScanJson(const std::string& scan, const CloudFacts& facts) {
+  nlohmann::json json{{"scan", scan},
+                      {"points", facts.pointCount},
+                      {"bounds", {{"min", facts.bounds.min}, {"max", facts.bounds.max}}},
+                      {"coordinate_system", facts.coordinateSystem},
+                      {"scale", facts.transform.scale},
+                      {"offset", facts.transform.offset}};
+  json["dimensions"] = nlohmann::json::array();
+  for (const DimensionFacts& dimension : facts.dimensions) {
+    json["dimensions"].push_back({{"name", dimension.name},
+                                  {"type", oocpc::ValueTypeName(dimension.type.value)},
+                                  {"components", dimension.type.components},
+                                  {"description", dimension.description}});
+  }
+  json["sources"] = nlohmann::json::array();
+  for (const SourceFacts& source : facts.sources) json["sources"].push_back(SourceJson(source));
+  PrintJson(json);
+}
+
 }  // namespace tarnapp

@@ -1,4 +1,4 @@
-// The facts of a repository as text and as JSON.
+// The facts of a repository or of a scan file as text and as JSON.
 #pragma once
 
 #include <string>
@@ -16,6 +16,9 @@ struct InfoParts {
 
 void PrintInfoText(const std::string& repository, const tarnhost::CloudFacts& facts,
                    const InfoParts& parts);
+/// The same of a scan file, with all that its header and its records say.
+void PrintScanText(const std::string& scan, const tarnhost::CloudFacts& facts);
+void PrintScanJson(const std::string& scan, const tarnhost::CloudFacts& facts);
 void PrintInfoJson(const std::string& repository, const tarnhost::CloudFacts& facts);
 
 }  // namespace tarnapp

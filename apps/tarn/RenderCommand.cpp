@@ -168,7 +168,7 @@ void AddRender(CLI::App& app, Action& action) {
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command->add_option("-o,--output", arguments->output, "The PNG file to write")
       ->required()
-      ->check(EndsIn(".png"));
+      ->check(EndsIn({".png"}));
   command->add_option("--size", arguments->size, "Width and height in pixels; default 1600x1000")
       ->check(IsPictureSize());
   AddViewOptions(*command, *arguments);

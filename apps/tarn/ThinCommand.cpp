@@ -53,9 +53,9 @@ void AddThin(CLI::App& app, Action& action) {
       "tells\n"
       "the levels of a cloud and the widths of their cells (spacing).");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
-  command->add_option("-o,--output", arguments->output, "The LAS file to write")
+  command->add_option("-o,--output", arguments->output, "The file to write: .las or .laz")
       ->required()
-      ->check(EndsIn(".las"));
+      ->check(EndsIn({".las", ".laz"}));
   CLI::Option* level =
       command
           ->add_option("--level", arguments->options.level, "Write the levels from 0 to this one")

@@ -104,10 +104,12 @@ class Appender {
   Outcome OpenInputs(ImportReport& report) {
     std::vector<std::unique_ptr<ScanFile>> scans;
     if (Outcome outcome = OpenScans(options_, scans, report); !outcome.Ok()) return outcome;
+    ScanWorkspace workspace{MemoryFor(options_) / 2, temporaryFolder_, {}};
     for (auto& scan : scans) {
       if (Outcome outcome = CheckScan(*scan); !outcome.Ok()) return outcome;
       newPoints_ += scan->GetPointCount();
       scans_.push_back(PackScan(std::move(scan)));
+      if (Outcome outcome = scans_.back()->Prepare(workspace); !outcome.Ok()) return outcome;
     }
     return Outcome::Success();
   }

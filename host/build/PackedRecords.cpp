@@ -21,6 +21,8 @@ class PackedScan final : public ScanFile {
   std::uint64_t GetPointCount() const override { return scan_->GetPointCount(); }
   const PositionTransform& GetTransform() const override { return scan_->GetTransform(); }
   const std::vector<Dimension>& GetDimensions() const override { return scan_->GetDimensions(); }
+  Outcome Prepare(ScanWorkspace& workspace) override { return scan_->Prepare(workspace); }
+  void Release() override { scan_->Release(); }
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override {
     scan_->ReadPositions(first, count, xyz);
   }

@@ -64,6 +64,24 @@ Outcome PointSet::Join(std::vector<std::unique_ptr<ScanFile>> scans, PointSet& s
   return Outcome::Success();
 }
 
+Outcome PointSet::Prepare(ScanWorkspace& workspace) {
+  const std::function<bool(std::uint64_t)> progress = workspace.progress;
+  Outcome outcome;
+  for (std::size_t i = 0; i < scans_.size() && outcome.Ok(); ++i) {
+    workspace.progress = [&](std::uint64_t points) {
+      return !progress || progress(firstPoints_[i] + points);
+    };
+    outcome = scans_[i]->Prepare(workspace);
+  }
+  workspace.progress = progress;
+  if (!outcome.Ok()) Release();
+  return outcome;
+}
+
+void PointSet::Release() {
+  for (const auto& scan : scans_) scan->Release();
+}
+
 std::size_t PointSet::ScanOf(std::uint64_t point) const {
   const auto next = std::upper_bound(firstPoints_.begin(), firstPoints_.end(), point);
   return static_cast<std::size_t>(next - firstPoints_.begin()) - 1;

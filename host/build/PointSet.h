@@ -20,6 +20,10 @@ class PointSet {
   /// without changing a value.
   static Outcome Join(std::vector<std::unique_ptr<ScanFile>> scans, PointSet& set);
 
+  // As ScanFile, one scan after the other; progress counts the points of all.
+  Outcome Prepare(ScanWorkspace& workspace);
+  void Release();
+
   [[nodiscard]] std::uint64_t GetPointCount() const { return firstPoints_.back(); }
   [[nodiscard]] const std::vector<std::unique_ptr<ScanFile>>& GetScans() const { return scans_; }
   [[nodiscard]] const PositionTransform& GetTransform() const { return scans_[0]->GetTransform(); }

@@ -42,12 +42,6 @@ constexpr double kNearOrigin = 10000;
 
 constexpr const char* kGenerator = "OOCPointCloudTarn 0.1.0";
 
-/// A quarter of the machine's memory.
-std::uint64_t DefaultMemory() {
-  const auto pages = static_cast<std::uint64_t>(std::max(0L, ::sysconf(_SC_PHYS_PAGES)));
-  return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE)) / 4;
-}
-
 std::size_t ThreadCount() {
   return static_cast<std::size_t>(tbb::this_task_arena::max_concurrency());
 }
@@ -76,6 +70,12 @@ class SharedProgress {
 
 }  // namespace
 
+std::uint64_t MemoryFor(const ImportOptions& options) {
+  const auto pages = static_cast<std::uint64_t>(std::max(0L, ::sysconf(_SC_PHYS_PAGES)));
+  const std::uint64_t machine = pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+  return std::max(options.memoryBytes == 0 ? machine / 4 : options.memoryBytes, kLeastMemory);
+}
+
 std::uint64_t CurrentTimePoint() {
   const auto now = std::chrono::system_clock::now().time_since_epoch();
   return static_cast<std::uint64_t>(
@@ -101,21 +101,20 @@ PointCoder CoderFor(const StoredBox& box, const PositionTransform& transform) {
   return coder;
 }
 
-RepositoryBuilder::RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+RepositoryBuilder::RepositoryBuilder(PointSet& points, const ImportOptions& options,
                                      std::filesystem::path temporaryFolder,
                                      OOCPCRepositoryWriter& writer)
     : points_(points),
       options_(options),
       temporaryFolder_(std::move(temporaryFolder)),
       writer_(writer),
-      memoryBytes_(
-          std::max(options.memoryBytes == 0 ? DefaultMemory() : options.memoryBytes, kLeastMemory)),
+      memoryBytes_(MemoryFor(options)),
       timePoint_(options.timePoint ? *options.timePoint : CurrentTimePoint()),
       pieces_(MostPointsOfPiece()) {
   coder_.transform = points.GetTransform();
 }
 
-RepositoryBuilder::RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+RepositoryBuilder::RepositoryBuilder(PointSet& points, const ImportOptions& options,
                                      std::filesystem::path temporaryFolder,
                                      OOCPCRepositoryWriter& writer, AppendBase& base)
     : RepositoryBuilder(points, options, std::move(temporaryFolder), writer) {
@@ -130,6 +129,7 @@ bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
 }
 
 Outcome RepositoryBuilder::Run(ImportReport& report) {
+  if (Outcome outcome = PreparePoints(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CountPoints(); !outcome.Ok()) return outcome;
   const BlockBuilder blocks(points_, coder_.frameOffset);
   NodeEmitter emitter(blocks, points_.GetRecordBytes(), writer_, options_.output.string(),
@@ -152,6 +152,14 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
       emitter.GetEnds().blockCount - (base_ == nullptr ? 0 : base_->ends.blockCount);
   report.storedBytes = writer_.GetTotalBytes() - bytesBefore_;
   return Outcome::Success();
+}
+
+/// What fits into memory as a whole is used where it was decompressed; else it is given back before
+/// pieces are built, which then take that memory.
+Outcome RepositoryBuilder::PreparePoints() {
+  ScanWorkspace workspace{memoryBytes_ / 2, temporaryFolder_, {}};
+  workspace.progress = [this](std::uint64_t done) { return Report("decompressing", done); };
+  return points_.Prepare(workspace);
 }
 
 /// Records, codes, and points sorted by them at once.
@@ -268,6 +276,7 @@ Outcome RepositoryBuilder::DealThroughFile() {
   candidates_ = std::make_unique<CandidateStore>(count, std::move(candidates));
   const auto report = [&](std::uint64_t done) { return Report("sorting", done); };
   outcome = DealIntoFile(points_, pieces_, coder_, report, *store);
+  points_.Release();
   store_ = std::move(store);
   return outcome;
 }

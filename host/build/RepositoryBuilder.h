@@ -19,6 +19,9 @@
 
 namespace tarnhost {
 
+/// The most memory to use, in bytes: what the options say, or a quarter of the machine's.
+[[nodiscard]] std::uint64_t MemoryFor(const ImportOptions& options);
+
 /// The present, as time points are counted: microseconds since 1970 UTC.
 [[nodiscard]] std::uint64_t CurrentTimePoint();
 
@@ -49,10 +52,10 @@ struct AppendBase {
 class RepositoryBuilder {
  public:
   /// `temporaryFolder` is where points are kept that do not fit into memory.
-  RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+  RepositoryBuilder(PointSet& points, const ImportOptions& options,
                     std::filesystem::path temporaryFolder, OOCPCRepositoryWriter& writer);
   /// The same for points that come to a cloud, as its next iteration.
-  RepositoryBuilder(const PointSet& points, const ImportOptions& options,
+  RepositoryBuilder(PointSet& points, const ImportOptions& options,
                     std::filesystem::path temporaryFolder, OOCPCRepositoryWriter& writer,
                     AppendBase& base);
 
@@ -60,6 +63,7 @@ class RepositoryBuilder {
 
  private:
   [[nodiscard]] bool Report(const char* stage, std::uint64_t done) const;
+  Outcome PreparePoints();
   [[nodiscard]] bool FitsIntoMemory() const;
   [[nodiscard]] std::uint64_t MostPointsOfPiece() const;
   Outcome CountPoints();
@@ -80,7 +84,7 @@ class RepositoryBuilder {
   [[nodiscard]] OOCPCCatalogue DescribeAppended();
   [[nodiscard]] std::array<std::uint8_t, 16> MakeIdentity() const;
 
-  const PointSet& points_;
+  PointSet& points_;
   const ImportOptions& options_;
   std::filesystem::path temporaryFolder_;
   OOCPCRepositoryWriter& writer_;

@@ -242,6 +242,26 @@ std::string FindCoordinateSystem(const LasHeader& header, const SourceRecord& so
   return geoKeys;
 }
 
+void CollectScanFacts(const ScanFile& scan, CloudFacts& facts) {
+  facts = {};
+  SourceRecord source;
+  source.fileName = scan.GetPath().filename().string();
+  source.pointCount = facts.pointCount = scan.GetPointCount();
+  source.leadingBytes = scan.GetLeadingBytes();
+  source.trailingBytes = scan.GetTrailingBytes();
+  facts.transform = scan.GetTransform();
+  facts.sources.push_back({source.fileName, source.pointCount, ReadSourceHeader(source)});
+  if (const std::optional<LasHeader>& las = facts.sources.back().las) {
+    facts.generator = las->generatingSoftware;
+    facts.bounds = {las->min, las->max};
+    facts.coordinateSystem = FindCoordinateSystem(*las, source);
+  }
+  for (const Dimension& dimension : scan.GetDimensions()) {
+    facts.dimensions.push_back(
+        {dimension.name, dimension.type, dimension.description, 0, {}, {}, {}});
+  }
+}
+
 Outcome CollectIterations(Cloud& cloud, std::vector<IterationFacts>& iterations) {
   iterations.clear();
   for (std::uint64_t i = 0; i < cloud.GetIterationCount(); ++i) {

@@ -78,6 +78,10 @@ Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, Clo
 Outcome ReadLevelRecords(Cloud& cloud, std::uint64_t iteration, OOCPCLODBlock& block,
                          std::vector<OOCPCLODNodeRecord>& records);
 
+/// What a scan file says of itself, without its points being read: header, records, dimensions;
+/// bounds are those of the header. `facts.sources` has one element.
+void CollectScanFacts(const ScanFile& scan, CloudFacts& facts);
+
 /// The levels of detail of one iteration, from its node records; none when it has none.
 /// kStreamMissing, kStreamShort, and those of decoding.
 Outcome CollectLevels(Cloud& cloud, std::uint64_t iteration, std::vector<LevelFacts>& levels);

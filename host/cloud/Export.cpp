@@ -15,13 +15,13 @@ Outcome FrameForLas(const Cloud& cloud, LasFrame& frame) {
   }
   const SourceRecord& source = cloud.GetSources().front();
   frame = {source.leadingBytes, source.trailingBytes, source.pointCount};
-  return Outcome::Success();
+  return DropCopcRecords(frame, cloud.GetPath().string());
 }
 
-Outcome ColumnsForLas(const Cloud& cloud, const LasWriter& writer,
+Outcome ColumnsForLas(const Cloud& cloud, const LasRecordLayout& layout,
                       std::vector<std::string>& columns) {
   columns.clear();
-  for (const LasField& field : writer.GetLayout().GetFields()) {
+  for (const LasField& field : layout.GetFields()) {
     const auto found =
         std::ranges::find(cloud.GetColumns(), field.dimension.name, &CloudColumn::name);
     if (found == cloud.GetColumns().end() || !(found->type == field.dimension.type)) {
@@ -35,6 +35,14 @@ Outcome ColumnsForLas(const Cloud& cloud, const LasWriter& writer,
   return Outcome::Success();
 }
 
+Outcome CheckPointCount(const Cloud& cloud, std::uint64_t written, std::uint64_t stated) {
+  if (written == stated) return Outcome::Success();
+  return Outcome::Failure(result::kBadRecord,
+                          "the octree holds " + std::to_string(written) +
+                              " points, but the iteration states " + std::to_string(stated),
+                          cloud.GetPath().string(), "run tarn verify on it");
+}
+
 namespace {
 
 /// Writes the own points of nodes, one after the other.
@@ -42,7 +50,8 @@ class NodeExporter {
  public:
   static Outcome Open(Cloud& cloud, LasWriter& writer, NodeExporter& exporter) {
     std::vector<std::string> columns;
-    if (Outcome outcome = ColumnsForLas(cloud, writer, columns); !outcome.Ok()) return outcome;
+    if (Outcome outcome = ColumnsForLas(cloud, writer.GetLayout(), columns); !outcome.Ok())
+      return outcome;
     exporter.writer_ = &writer;
     exporter.values_.resize(columns.size());
     return BlockReader::Open(cloud, columns, exporter.reader_);
@@ -92,12 +101,8 @@ Outcome ExportLas(Cloud& cloud, std::uint64_t iteration, const std::filesystem::
   if (!failure.Ok()) return failure;
   if (!walk.Ok()) return walk;
   pointCount = writer->GetPointCount();
-  if (pointCount != record.pointCount) {
-    return Outcome::Failure(result::kBadRecord,
-                            "the octree holds " + std::to_string(pointCount) +
-                                " points, but the iteration states " +
-                                std::to_string(record.pointCount),
-                            cloud.GetPath().string(), "run tarn verify on it");
+  if (Outcome outcome = CheckPointCount(cloud, pointCount, record.pointCount); !outcome.Ok()) {
+    return outcome;
   }
   return writer->Finish(cloud.GetSources().size() == 1 &&
                         pointCount == cloud.GetSources().front().pointCount);

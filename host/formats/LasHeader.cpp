@@ -38,6 +38,7 @@ struct LasBytes {
   std::span<const std::uint8_t> leading;  ///< from the start of the file, up to the points at least
   std::span<const std::uint8_t> rest;     ///< from `restOffset` up to the end of the file
   std::uint64_t restOffset = 0;
+  bool compressed = false;  ///< the points are LAZ chunks
 
   [[nodiscard]] std::uint64_t FileBytes() const { return restOffset + rest.size(); }
 };
@@ -120,7 +121,7 @@ Outcome CheckVersion(std::span<const std::uint8_t> file, const std::string& wher
                      LasHeader& header) {
   if (file.size() < 4 || std::memcmp(file.data(), "LASF", 4) != 0) {
     return Outcome::Failure(result::kScanNotRecognised, "this is not a LAS file", where,
-                            "give a LAS file of version 1.0 to 1.4");
+                            "give a LAS or LAZ file of version 1.0 to 1.4");
   }
   if (file.size() < LasHeaderBytes(0)) {
     return Truncated("the file ends within its header", where);
@@ -139,11 +140,20 @@ Outcome CheckVersion(std::span<const std::uint8_t> file, const std::string& wher
   return Outcome::Success();
 }
 
-Outcome CheckPointFormat(const LasHeader& header, const std::string& where) {
-  if ((header.pointFormat & 0xC0u) != 0) {
-    return Outcome::Failure(result::kScanUnsupported, "LAZ (compressed LAS) is not supported yet",
-                            where, "decompress it to LAS first");
+/// The two highest bits of the point format tell compression.
+Outcome CheckCompression(bool compressed, const std::string& where, LasHeader& header) {
+  const unsigned bits = header.pointFormat >> 6;
+  if (compressed) header.pointFormat &= 0x3Fu;
+  if (bits == 3 || (bits != 0 && !compressed)) {
+    return Outcome::Failure(result::kScanUnsupported,
+                            bits == 3 ? "the points are compressed by a scheme that is not known"
+                                      : "the points are compressed, those of a LAS file are not",
+                            where, "write the file again as LAS, or with a newer LAZ writer");
   }
+  return Outcome::Success();
+}
+
+Outcome CheckPointFormat(const LasHeader& header, const std::string& where) {
   const std::uint16_t least = LasPointBytes(header.pointFormat);
   if (least == 0) {
     return Outcome::Failure(result::kScanUnsupported,
@@ -238,7 +248,8 @@ Outcome ReadRecords(std::span<const std::uint8_t> leading, const std::string& wh
 Outcome ReadExtendedRecords(const LasBytes& bytes, const std::string& where, LasHeader& header) {
   if (header.extendedCount == 0) return Outcome::Success();
   const std::uint64_t pointsEnd =
-      header.pointsOffset + header.pointCount * std::uint64_t{header.pointBytes};
+      bytes.compressed ? header.pointsOffset
+                       : header.pointsOffset + header.pointCount * std::uint64_t{header.pointBytes};
   if (header.extendedOffset < pointsEnd || header.extendedOffset < bytes.restOffset) {
     return Contradiction("the extended variable-length records begin before the points end", where);
   }
@@ -266,11 +277,14 @@ Outcome ReadExtendedRecords(const LasBytes& bytes, const std::string& where, Las
   return Outcome::Success();
 }
 
+/// A record that says how points are compressed, in a file whose point format says they are not.
 Outcome CheckNotCompressed(const LasHeader& header, const std::string& where) {
   for (const LasVariableRecord& record : header.records) {
-    if (record.userId == "laszip encoded" && record.recordId == 22204) {
-      return Outcome::Failure(result::kScanUnsupported, "LAZ (compressed LAS) is not supported yet",
-                              where, "decompress it to LAS first");
+    if (record.IsCompression()) {
+      return Contradiction(
+          "a variable-length record tells how the points are compressed, but the point format is "
+          "one of uncompressed points",
+          where);
     }
   }
   return Outcome::Success();
@@ -281,15 +295,20 @@ Outcome Parse(const LasBytes& bytes, const std::string& where, LasHeader& out) {
   if (Outcome outcome = CheckVersion(bytes.leading, where, header); !outcome.Ok()) return outcome;
   ReadFixedPart(bytes.leading.data(), header);
   ReadNewerPart(bytes.leading.data(), header);
+  if (Outcome outcome = CheckCompression(bytes.compressed, where, header); !outcome.Ok()) {
+    return outcome;
+  }
   if (Outcome outcome = CheckPointFormat(header, where); !outcome.Ok()) return outcome;
   if (Outcome outcome = CheckTransform(header, where); !outcome.Ok()) return outcome;
   if (Outcome outcome = CheckOffsets(header, bytes.leading.size(), where); !outcome.Ok()) {
     return outcome;
   }
   if (Outcome outcome = ReadRecords(bytes.leading, where, header); !outcome.Ok()) return outcome;
-  if (Outcome outcome = CheckNotCompressed(header, where); !outcome.Ok()) return outcome;
-  if (Outcome outcome = CheckPoints(header, bytes.FileBytes(), where); !outcome.Ok()) {
-    return outcome;
+  if (!bytes.compressed) {
+    if (Outcome outcome = CheckNotCompressed(header, where); !outcome.Ok()) return outcome;
+    if (Outcome outcome = CheckPoints(header, bytes.FileBytes(), where); !outcome.Ok()) {
+      return outcome;
+    }
   }
   if (Outcome outcome = ReadExtendedRecords(bytes, where, header); !outcome.Ok()) return outcome;
   out = std::move(header);
@@ -310,7 +329,12 @@ std::uint16_t LasPointBytes(std::uint8_t pointFormat) {
 
 Outcome ParseLasHeader(std::span<const std::uint8_t> file, const std::string& where,
                        LasHeader& header) {
-  return Parse({file, file, 0}, where, header);
+  return Parse({file, file, 0, false}, where, header);
+}
+
+Outcome ParseLazHeader(std::span<const std::uint8_t> file, const std::string& where,
+                       LasHeader& header) {
+  return Parse({file, file, 0, true}, where, header);
 }
 
 Outcome ParseLasFrame(std::span<const std::uint8_t> leading, std::uint64_t pointCount,
@@ -324,8 +348,8 @@ Outcome ParseLasFrame(std::span<const std::uint8_t> leading, std::uint64_t point
   if (pointCount > kMostBytes / 65536 || trailing.size() > kMostBytes) {
     return Contradiction("the number of points is beyond all files", where);
   }
-  return Parse({leading, trailing, checked.pointsOffset + pointCount * checked.pointBytes}, where,
-               header);
+  return Parse({leading, trailing, checked.pointsOffset + pointCount * checked.pointBytes, false},
+               where, header);
 }
 
 std::vector<std::uint8_t> EncodeLasHeader(const LasHeader& header) {

@@ -21,6 +21,11 @@ struct LasVariableRecord {
   std::uint64_t payloadOffset = 0;  ///< bytes from the start of the file
   std::uint64_t payloadBytes = 0;
   bool extended = false;
+
+  /// True for the record that tells how the points of a LAZ file are compressed.
+  [[nodiscard]] bool IsCompression() const {
+    return userId == "laszip encoded" && recordId == 22204 && !extended;
+  }
 };
 
 /// The public header block (LAS 1.4 R15, section 2.4; older versions are shorter). Offsets are
@@ -69,6 +74,11 @@ inline constexpr std::size_t kExtraByteDescriptorBytes = 192;
 /// Reads and checks the header of a whole LAS file in memory. `where` names the file in messages.
 /// kScanNotRecognised, kScanTruncated, kScanContradictory, kScanUnsupported.
 Outcome ParseLasHeader(std::span<const std::uint8_t> file, const std::string& where,
+                       LasHeader& header);
+
+/// The same for a LAZ file, except for its points, of which only the format and the length of an
+/// uncompressed record are checked. `header.pointFormat` is the one of uncompressed points.
+Outcome ParseLazHeader(std::span<const std::uint8_t> file, const std::string& where,
                        LasHeader& header);
 
 /// The same for a file whose `pointCount` point records are not at hand: `leading` is everything

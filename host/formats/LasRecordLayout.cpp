@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
+#include <limits>
+#include <utility>
 
 #include "OOCPointCloud/support/Bytes.h"
 
@@ -28,6 +31,36 @@ constexpr std::array<ValueType, 10> kExtraTypes{
 
 std::string TextAt(const std::uint8_t* bytes, std::size_t length) {
   return {bytes, std::find(bytes, bytes + length, std::uint8_t{0})};
+}
+
+/// Copies one field of constant width out of many records.
+template <std::size_t kBytes>
+void ExtractBytes(const std::uint8_t* field, std::size_t stride, std::size_t count,
+                  std::uint8_t* out) {
+  for (std::size_t i = 0; i < count; ++i, field += stride, out += kBytes) {
+    std::memcpy(out, field, kBytes);
+  }
+}
+
+/// A stated coordinate as the stored integer that it has to be.
+bool ToStored(double coordinate, double scale, double offset, std::int32_t& stored) {
+  const double integer = std::nearbyint((coordinate - offset) / scale);
+  // Written so that it holds for no NaN.
+  if (!(integer >= std::numeric_limits<std::int32_t>::min() &&
+        integer <= std::numeric_limits<std::int32_t>::max())) {
+    return false;
+  }
+  stored = static_cast<std::int32_t>(integer);
+  return true;
+}
+
+/// Spreads values of constant width over records of `stride` bytes.
+template <std::size_t kBytes>
+void ScatterBytes(const std::uint8_t* values, std::uint64_t count, std::size_t stride,
+                  std::uint8_t* field) {
+  for (std::uint64_t i = 0; i < count; ++i, values += kBytes, field += stride) {
+    std::memcpy(field, values, kBytes);
+  }
 }
 
 bool HasGpsTime(std::uint8_t format) { return format >= 3 || format == 1; }
@@ -191,6 +224,64 @@ void LasRecordLayout::Gather(const LasField& field, const std::uint8_t* record,
   std::memcpy(value, from, oocpc::ValueBytes(field.dimension.type));
 }
 
+void LasRecordLayout::ExtractRows(std::size_t dimension, const std::uint8_t* records,
+                                  std::size_t count, std::uint8_t* out) const {
+  const LasField& field = fields_[dimension];
+  const std::size_t stride = recordBytes_;
+  const std::uint8_t* from = records + field.offsetBytes;
+  if (field.bits != 0) {
+    const unsigned mask = (1u << field.bits) - 1u;
+    for (std::size_t i = 0; i < count; ++i, from += stride) {
+      out[i] = static_cast<std::uint8_t>((*from >> field.shift) & mask);
+    }
+    return;
+  }
+  const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
+  switch (bytes) {
+    case 1:
+      return ExtractBytes<1>(from, stride, count, out);
+    case 2:
+      return ExtractBytes<2>(from, stride, count, out);
+    case 4:
+      return ExtractBytes<4>(from, stride, count, out);
+    case 6:
+      return ExtractBytes<6>(from, stride, count, out);
+    case 8:
+      return ExtractBytes<8>(from, stride, count, out);
+    default:
+      break;
+  }
+  for (std::size_t i = 0; i < count; ++i, from += stride, out += bytes) {
+    std::memcpy(out, from, bytes);
+  }
+}
+
+void LasRecordLayout::ScatterRows(std::size_t dimension, const std::uint8_t* values,
+                                  std::uint64_t count, std::uint8_t* records) const {
+  const LasField& field = fields_[dimension];
+  std::uint8_t* to = records + field.offsetBytes;
+  const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
+  if (field.bits == 0) {
+    switch (bytes) {
+      case 1:
+        return ScatterBytes<1>(values, count, recordBytes_, to);
+      case 2:
+        return ScatterBytes<2>(values, count, recordBytes_, to);
+      case 4:
+        return ScatterBytes<4>(values, count, recordBytes_, to);
+      case 6:
+        return ScatterBytes<6>(values, count, recordBytes_, to);
+      case 8:
+        return ScatterBytes<8>(values, count, recordBytes_, to);
+      default:
+        break;
+    }
+  }
+  for (std::uint64_t i = 0; i < count; ++i, values += bytes, records += recordBytes_) {
+    Scatter(field, values, records);
+  }
+}
+
 void LasRecordLayout::Scatter(const LasField& field, const std::uint8_t* value,
                               std::uint8_t* record) {
   std::uint8_t* to = record + field.offsetBytes;
@@ -199,6 +290,19 @@ void LasRecordLayout::Scatter(const LasField& field, const std::uint8_t* value,
     return;
   }
   std::memcpy(to, value, oocpc::ValueBytes(field.dimension.type));
+}
+
+bool GetStatedBox(const LasHeader& header, StoredBox& box) {
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const double scale = header.scale[axis];
+    const double offset = header.offset[axis];
+    if (!ToStored(header.min[axis], scale, offset, box.least[axis]) ||
+        !ToStored(header.max[axis], scale, offset, box.greatest[axis])) {
+      return false;
+    }
+    if (box.least[axis] > box.greatest[axis]) std::swap(box.least[axis], box.greatest[axis]);
+  }
+  return true;
 }
 
 }  // namespace tarnhost

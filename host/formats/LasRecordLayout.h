@@ -36,6 +36,13 @@ class LasRecordLayout {
 
   /// Value of a field of one record: ValueBytes(type) bytes at `value`.
   static void Gather(const LasField& field, const std::uint8_t* record, std::uint8_t* value);
+  /// Values of the field that stands at `dimension`, of records in a row: as ScanFile says.
+  void ExtractRows(std::size_t dimension, const std::uint8_t* records, std::size_t count,
+                   std::uint8_t* out) const;
+  /// Puts the values of the field that stands at `dimension` into `count` records in a row, whose
+  /// bits of this field are zero.
+  void ScatterRows(std::size_t dimension, const std::uint8_t* values, std::uint64_t count,
+                   std::uint8_t* records) const;
   /// Puts a value into a record whose bits of this field are zero.
   static void Scatter(const LasField& field, const std::uint8_t* value, std::uint8_t* record);
 
@@ -58,5 +65,8 @@ class LasRecordLayout {
   std::size_t recordBytes_ = 0;
   std::size_t rawBytes_ = 0;  ///< extra bytes without a description so far
 };
+
+/// The stored integers of a header's bounds: see ScanFile.
+[[nodiscard]] bool GetStatedBox(const LasHeader& header, StoredBox& box);
 
 }  // namespace tarnhost

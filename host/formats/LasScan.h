@@ -17,6 +17,9 @@ namespace tarnhost {
 class LasScan final : public ScanFile {
  public:
   static Outcome Open(const std::filesystem::path& path, std::unique_ptr<LasScan>& scan);
+  /// The same of a file that is mapped already.
+  static Outcome Open(const std::filesystem::path& path,
+                      std::shared_ptr<const OOCPCByteSource> bytes, std::unique_ptr<LasScan>& scan);
 
   [[nodiscard]] const LasHeader& GetHeader() const { return header_; }
   [[nodiscard]] const LasRecordLayout& GetLayout() const { return layout_; }

@@ -1,48 +1,26 @@
-// Writes a LAS file with the header, records and layout of a source.
+// Writes a LAS or LAZ file with the header, records and layout of a source.
 #include "host/formats/LasWriter.h"
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
 
+#include "host/formats/laz/CopcWriter.h"
+
 namespace tarnhost {
 
 namespace {
 
 constexpr std::uint64_t kLegacyMaximum = std::numeric_limits<std::uint32_t>::max();
+constexpr std::size_t kWaveformAt = 227;
+constexpr std::size_t kExtendedAt = 235;
 
-/// Spreads values of constant width over records of `stride` bytes.
-template <std::size_t kBytes>
-void ScatterBytes(const std::uint8_t* values, std::uint64_t count, std::size_t stride,
-                  std::uint8_t* field) {
-  for (std::uint64_t i = 0; i < count; ++i, values += kBytes, field += stride) {
-    std::memcpy(field, values, kBytes);
-  }
-}
-
-void ScatterField(const LasField& field, const std::uint8_t* values, std::uint64_t count,
-                  std::size_t stride, std::uint8_t* records) {
-  std::uint8_t* to = records + field.offsetBytes;
-  const std::uint32_t bytes = oocpc::ValueBytes(field.dimension.type);
-  if (field.bits == 0) {
-    switch (bytes) {
-      case 1:
-        return ScatterBytes<1>(values, count, stride, to);
-      case 2:
-        return ScatterBytes<2>(values, count, stride, to);
-      case 4:
-        return ScatterBytes<4>(values, count, stride, to);
-      case 6:
-        return ScatterBytes<6>(values, count, stride, to);
-      case 8:
-        return ScatterBytes<8>(values, count, stride, to);
-      default:
-        break;
-    }
-  }
-  for (std::uint64_t i = 0; i < count; ++i, values += bytes, records += stride) {
-    LasRecordLayout::Scatter(field, values, records);
-  }
+bool EndsInLaz(const std::filesystem::path& path) {
+  std::string ending = path.extension().string();
+  std::ranges::transform(ending, ending.begin(), [](char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+  });
+  return ending == ".laz";
 }
 
 }  // namespace
@@ -53,12 +31,33 @@ Outcome LasWriter::Create(const std::filesystem::path& path, const LasFrame& fra
   Outcome outcome = ParseLasFrame(frame.leadingBytes, frame.sourcePointCount, frame.trailingBytes,
                                   path.string(), header);
   if (!outcome.Ok()) return outcome;
+  if (IsCopcName(path)) {
+    return Outcome::Failure(oocpc::result::kScanUnsupported,
+                            "a COPC file holds an octree, not just any points", path.string(),
+                            "let the name end in .laz, or write a whole cloud with tarn export");
+  }
   std::unique_ptr<OutputFile> file;
   if (outcome = OutputFile::Create(path, file); !outcome.Ok()) return outcome;
-  const auto leading = frame.leadingBytes.first(header.pointsOffset);
-  if (outcome = file->Write(leading); !outcome.Ok()) return outcome;
-  writer.reset(new LasWriter(frame, std::move(header), std::move(file)));
+  std::unique_ptr<LasWriter> begun(new LasWriter(frame, std::move(header), std::move(file)));
+  outcome = begun->Begin(EndsInLaz(path));
+  if (outcome.Ok()) writer = std::move(begun);
   return outcome;
+}
+
+Outcome LasWriter::Begin(bool compressed) {
+  const auto leading = frame_.leadingBytes.first(header_.pointsOffset);
+  const std::size_t headBytes = LasHeaderBytes(header_.versionMinor);
+  if (!compressed) {
+    head_.assign(leading.begin(), leading.begin() + static_cast<std::ptrdiff_t>(headBytes));
+    return file_->Write(leading);
+  }
+  const laz::LazLayout layout =
+      laz::LazLayoutFor(header_.pointFormat, header_.pointBytes, laz::kUsualChunkPoints);
+  const std::vector<std::uint8_t> changed = CompressLeadingBytes(leading, header_, layout);
+  head_.assign(changed.begin(), changed.begin() + static_cast<std::ptrdiff_t>(headBytes));
+  if (Outcome outcome = file_->Write(changed); !outcome.Ok()) return outcome;
+  compressor_ = std::make_unique<laz::LazPointWriter>(*file_, layout);
+  return compressor_->Begin();
 }
 
 LasWriter::LasWriter(const LasFrame& frame, LasHeader header, std::unique_ptr<OutputFile> file)
@@ -103,7 +102,7 @@ Outcome LasWriter::FormatBlock(std::uint64_t count, const std::int32_t* xyz,
     ++records.returnCounts[columns[returnNumberField_][i] & 15u];
   }
   for (std::size_t i = 0; i < fields.size(); ++i) {
-    ScatterField(fields[i], columns[i].data(), count, stride, records.bytes.data());
+    layout_.ScatterRows(i, columns[i].data(), count, records.bytes.data());
   }
   return Outcome::Success();
 }
@@ -117,31 +116,48 @@ Outcome LasWriter::Write(const LasRecords& records) {
     least_[axis] = std::min(least_[axis], records.least[axis]);
     greatest_[axis] = std::max(greatest_[axis], records.greatest[axis]);
   }
-  return file_->Write(records.bytes);
+  return compressor_ ? compressor_->Append(records.bytes) : file_->Write(records.bytes);
 }
 
 Outcome LasWriter::Finish(bool wholeSource) {
-  if (!wholeSource || pointCount_ != frame_.sourcePointCount) {
-    if (Outcome outcome = DescribeWhatWasWritten(); !outcome.Ok()) return outcome;
+  const bool same = wholeSource && pointCount_ == frame_.sourcePointCount;
+  if (!same) {
+    if (Outcome outcome = CheckPointCount(); !outcome.Ok()) return outcome;
+  }
+  if (compressor_) {
+    if (Outcome outcome = compressor_->Finish(); !outcome.Ok()) return outcome;
+  }
+  if (!same || compressor_) {
+    if (Outcome outcome = RewriteHeader(same); !outcome.Ok()) return outcome;
   }
   if (Outcome outcome = file_->Write(frame_.trailingBytes); !outcome.Ok()) return outcome;
   return file_->Commit();
 }
 
-Outcome LasWriter::DescribeWhatWasWritten() {
-  if (header_.versionMinor < 4 && pointCount_ > kLegacyMaximum) {
-    return Outcome::Failure(oocpc::result::kScanUnsupported,
-                            "LAS 1." + std::to_string(header_.versionMinor) +
-                                " holds no more than 4,294,967,295 points",
-                            file_->GetTarget().string(), "select fewer points");
+Outcome LasWriter::CheckPointCount() const {
+  if (header_.versionMinor >= 4 || pointCount_ <= kLegacyMaximum) return Outcome::Success();
+  return Outcome::Failure(
+      oocpc::result::kScanUnsupported,
+      "LAS 1." + std::to_string(header_.versionMinor) + " holds no more than 4,294,967,295 points",
+      file_->GetTarget().string(), "select fewer points");
+}
+
+/// Called when all points are written and nothing behind them.
+Outcome LasWriter::RewriteHeader(bool wholeSource) {
+  MoveTrailingRecords(file_->GetLength());
+  if (!wholeSource) {
+    SetCounts();
+    SetBounds();
+    PatchLasHeader(header_, head_);
+  } else {
+    if (header_.versionMinor >= 3) {
+      std::memcpy(head_.data() + kWaveformAt, &header_.waveformOffset, sizeof(std::uint64_t));
+    }
+    if (header_.versionMinor >= 4) {
+      std::memcpy(head_.data() + kExtendedAt, &header_.extendedOffset, sizeof(std::uint64_t));
+    }
   }
-  SetCounts();
-  SetBounds();
-  MoveTrailingRecords();
-  const auto head = frame_.leadingBytes.first(LasHeaderBytes(header_.versionMinor));
-  std::vector<std::uint8_t> patched(head.begin(), head.end());
-  PatchLasHeader(header_, patched);
-  return file_->Overwrite(0, patched);
+  return file_->Overwrite(0, head_);
 }
 
 void LasWriter::SetCounts() {
@@ -169,11 +185,9 @@ void LasWriter::SetBounds() {
   }
 }
 
-void LasWriter::MoveTrailingRecords() {
+void LasWriter::MoveTrailingRecords(std::uint64_t newEnd) {
   const std::uint64_t oldEnd =
       header_.pointsOffset + frame_.sourcePointCount * std::uint64_t{header_.pointBytes};
-  const std::uint64_t newEnd =
-      header_.pointsOffset + pointCount_ * std::uint64_t{header_.pointBytes};
   // Unsigned, so that a move towards the start wraps around and comes out right.
   if (header_.waveformOffset >= oldEnd) header_.waveformOffset += newEnd - oldEnd;
   if (header_.extendedOffset >= oldEnd) header_.extendedOffset += newEnd - oldEnd;

@@ -1,4 +1,4 @@
-// Writes a LAS file with the header, records and layout of a source.
+// Writes a LAS or LAZ file with the header, records and layout of a source.
 #pragma once
 
 #include <array>
@@ -9,18 +9,12 @@
 #include <vector>
 
 #include "host/common/OutputFile.h"
+#include "host/formats/LasFrame.h"
 #include "host/formats/LasHeader.h"
 #include "host/formats/LasRecordLayout.h"
+#include "host/formats/laz/LazPointWriter.h"
 
 namespace tarnhost {
-
-/// What a LAS file holds besides its points, as a ScanFile gave it. Borrowed by the writer until it
-/// is finished.
-struct LasFrame {
-  std::span<const std::uint8_t> leadingBytes;   ///< header and variable-length records
-  std::span<const std::uint8_t> trailingBytes;  ///< everything behind the points
-  std::uint64_t sourcePointCount = 0;           ///< points between the two in the source
-};
 
 /// Point records made ready to be written, and what the header will say of them.
 struct LasRecords {
@@ -35,7 +29,9 @@ struct LasRecords {
 /// writer leaves nothing. One thread at a time.
 class LasWriter {
  public:
-  /// Checks the frame and begins the file. Refusals are those of ParseLasHeader and of OutputFile.
+  /// Checks the frame and begins the file, which is compressed when its name ends in ".laz". The
+  /// frame must stay as it is until the writer is finished. Refusals are those of ParseLasHeader
+  /// and of OutputFile.
   static Outcome Create(const std::filesystem::path& path, const LasFrame& frame,
                         std::unique_ptr<LasWriter>& writer);
 
@@ -52,23 +48,27 @@ class LasWriter {
   /// The second half.
   Outcome Write(const LasRecords& records);
   /// Writes the end and the header. With `wholeSource`, exactly the points of the source were
-  /// written and the header comes out byte for byte as it was; else counts, bounds and the offsets
-  /// of what stands behind the points are those of the points written. Nothing may be written
-  /// after.
+  /// written and the header comes out byte for byte as it was, but for what compression changes;
+  /// else counts, bounds and the offsets of what stands behind the points are those of the points
+  /// written. Nothing may be written after.
   Outcome Finish(bool wholeSource);
   [[nodiscard]] std::uint64_t GetPointCount() const { return pointCount_; }
 
  private:
   LasWriter(const LasFrame& frame, LasHeader header, std::unique_ptr<OutputFile> file);
-  Outcome DescribeWhatWasWritten();
+  Outcome Begin(bool compressed);
+  Outcome CheckPointCount() const;
+  Outcome RewriteHeader(bool wholeSource);
   void SetCounts();
   void SetBounds();
-  void MoveTrailingRecords();
+  void MoveTrailingRecords(std::uint64_t newPointsEnd);
 
   LasFrame frame_;
   LasHeader header_;
   LasRecordLayout layout_;
   std::unique_ptr<OutputFile> file_;
+  std::vector<std::uint8_t> head_;  ///< the public header block as it was written first
+  std::unique_ptr<laz::LazPointWriter> compressor_;  ///< null for LAS
   std::size_t returnNumberField_ = 0;
   LasRecords records_;
   std::uint64_t pointCount_ = 0;

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <OOCPointCloud/ColumnType.h>
+#include <OOCPointCloud/Repositories.h>
 #include <OOCPointCloud/Types.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <span>
@@ -29,6 +31,14 @@ struct Dimension {
 struct PositionTransform {
   oocpc::Vector3d scale{1, 1, 1};
   oocpc::Vector3d offset{};
+};
+
+/// What a scan may use to get ready for reading.
+struct ScanWorkspace {
+  std::uint64_t memoryBytes = 0;  ///< most to take until Release(); what is taken is deducted
+  std::filesystem::path temporaryFolder;  ///< for what does not fit; nothing stays there
+  /// Told how many points are ready; may be empty, false stops.
+  std::function<bool(std::uint64_t points)> progress;
 };
 
 /// The least and the greatest stored integers of points; of none, the least are the greater ones.
@@ -71,6 +81,11 @@ class ScanFile {
   [[nodiscard]] virtual const PositionTransform& GetTransform() const = 0;
   /// All dimensions but the position, in the order of the record.
   [[nodiscard]] virtual const std::vector<Dimension>& GetDimensions() const = 0;
+  /// Makes the points ready to be read, as often as wanted; without it they must not be. A
+  /// compressed scan is decompressed here, once, and tells here what of it is damaged.
+  virtual Outcome Prepare(ScanWorkspace& /*workspace*/) { return Outcome::Success(); }
+  /// Gives back what Prepare() took. Points must not be read any more; all else stays.
+  virtual void Release() {}
   /// Stored integers of the points [first, first + count): three per point.
   virtual void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const = 0;
   /// Bytes of one point's record. A record begins with the three stored integers of its position.
@@ -79,7 +94,7 @@ class ScanFile {
   /// for one run of points after the other: what was read is not kept in memory.
   virtual void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const = 0;
   /// All records where they lie in memory as ReadRecords gives them; nothing where they have to be
-  /// made. Valid as long as the scan.
+  /// made. Valid as long as the scan, or until Release().
   [[nodiscard]] virtual std::span<const std::uint8_t> GetMappedRecords() const { return {}; }
   /// Values of one dimension of `count` records such as ReadRecords gives, value after value,
   /// little-endian: count * ValueBytes(type) bytes at `out`.
@@ -94,8 +109,11 @@ class ScanFile {
   [[nodiscard]] virtual std::span<const std::uint8_t> GetTrailingBytes() const = 0;
 };
 
-/// Opens a LAS file of any version 1.0 to 1.4, point formats 0 to 10, after checking everything
-/// that its header states against the file's size.
-Outcome OpenLas(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan);
+/// Opens a LAS or LAZ file of any version 1.0 to 1.4, point formats 0 to 10, after checking
+/// everything that its header states against the file's size.
+Outcome OpenScan(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan);
+
+/// Maps a scan file into memory. kIoError, kScanNotRecognised for a folder, kAccessDenied.
+Outcome MapScan(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource>& bytes);
 
 }  // namespace tarnhost

@@ -20,7 +20,8 @@ class Thinner {
 
   Outcome Open(Cloud& cloud) {
     std::vector<std::string> columns;
-    if (Outcome outcome = ColumnsForLas(cloud, writer_, columns); !outcome.Ok()) return outcome;
+    if (Outcome outcome = ColumnsForLas(cloud, writer_.GetLayout(), columns); !outcome.Ok())
+      return outcome;
     values_.resize(columns.size());
     return BlockReader::OpenLevel(cloud, tree_.GetIteration(), columns, reader_);
   }

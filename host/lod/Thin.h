@@ -24,7 +24,8 @@ struct ThinOptions {
   std::function<bool(const ProgressReport&)> progress;  ///< may be empty; false stops
 };
 
-/// Writes the points of level 0 to the wanted one, with all their attributes, into a LAS file. It
+/// Writes the points of level 0 to the wanted one, with all their attributes, into a LAS or LAZ
+/// file. It
 /// appears only when it is complete. kNoLodStream for a repository without levels of detail.
 Outcome ThinLas(Cloud& cloud, const ThinOptions& options, const std::filesystem::path& output,
                 ThinReport& report);

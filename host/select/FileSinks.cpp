@@ -22,7 +22,7 @@ struct TeePart final : SinkPart {
 
 Outcome MakeFileSink(const std::filesystem::path& output, std::unique_ptr<SelectionSink>& sink) {
   const std::string ending = Ending(output);
-  if (ending == ".las") {
+  if (ending == ".las" || ending == ".laz") {
     sink = std::make_unique<LasSink>(output);
   } else if (ending == ".csv") {
     sink = std::make_unique<CsvSink>(output);
@@ -31,7 +31,7 @@ Outcome MakeFileSink(const std::filesystem::path& output, std::unique_ptr<Select
   } else {
     return Outcome::Failure(oocpc::result::kScanUnsupported,
                             "points cannot be written as \"" + ending + "\"", output.string(),
-                            "let the name end in .las, .ply or .csv");
+                            "let the name end in .las, .laz, .ply or .csv");
   }
   return Outcome::Success();
 }

@@ -18,7 +18,9 @@ Outcome LasSink::Begin(Cloud& cloud) {
   if (Outcome outcome = FrameForLas(cloud, frame); !outcome.Ok()) return outcome;
   if (Outcome outcome = LasWriter::Create(output_, frame, writer_); !outcome.Ok()) return outcome;
   std::vector<std::string> names;
-  if (Outcome outcome = ColumnsForLas(cloud, *writer_, names); !outcome.Ok()) return outcome;
+  if (Outcome outcome = ColumnsForLas(cloud, writer_->GetLayout(), names); !outcome.Ok()) {
+    return outcome;
+  }
   return values_.Open(cloud, std::move(names));
 }
 

@@ -1,4 +1,4 @@
-// Where selected points go: LAS, CSV and PLY files, statistics, several of these at once.
+// Where selected points go: LAS, LAZ, CSV and PLY files, statistics, several of these at once.
 #pragma once
 
 #include <filesystem>
@@ -13,11 +13,12 @@
 
 namespace tarnhost {
 
-/// Makes the sink for a file by the ending of its name: .las, .ply or .csv. kScanUnsupported for
-/// others.
+/// Makes the sink for a file by the ending of its name: .las, .laz, .ply or .csv. kScanUnsupported
+/// for others.
 Outcome MakeFileSink(const std::filesystem::path& output, std::unique_ptr<SelectionSink>& sink);
 
-/// Writes selected points to a LAS file with the header and records of the cloud's first source.
+/// Writes selected points to a LAS or LAZ file with the header and records of the cloud's first
+/// source.
 class LasSink final : public SelectionSink {
  public:
   explicit LasSink(std::filesystem::path output) : output_(std::move(output)) {}

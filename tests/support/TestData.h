@@ -17,16 +17,29 @@ inline std::filesystem::path TestDataFolder() {
   return std::filesystem::path(TESTS_SOURCE_DIR).parent_path().parent_path() / "shared" / "data";
 }
 
-/// Every uncompressed LAS file in it and below, in the order of their names.
-inline std::vector<std::filesystem::path> TestScans() {
+/// Every file with this ending in it and below, in the order of their names.
+inline std::vector<std::filesystem::path> TestFiles(const std::string& ending) {
   std::vector<std::filesystem::path> scans;
   std::error_code error;
   std::filesystem::recursive_directory_iterator entry(TestDataFolder(), error);
   if (error) return scans;
   for (const auto& file : entry) {
-    if (file.path().extension() == ".las") scans.push_back(file.path());
+    if (file.path().extension() == ending) scans.push_back(file.path());
   }
   std::sort(scans.begin(), scans.end());
+  return scans;
+}
+
+/// Every uncompressed LAS file.
+inline std::vector<std::filesystem::path> TestScans() { return TestFiles(".las"); }
+
+/// Every LAZ file; those of many million points in optimised builds alone.
+inline std::vector<std::filesystem::path> TestLazScans() {
+  std::vector<std::filesystem::path> scans = TestFiles(".laz");
+#ifndef NDEBUG
+  constexpr std::uintmax_t kLargeBytes = 10u << 20;
+  std::erase_if(scans, [](const auto& scan) { return file_size(scan) > kLargeBytes; });
+#endif
   return scans;
 }
 

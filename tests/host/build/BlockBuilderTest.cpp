@@ -20,7 +20,7 @@ Outcome JoinFiles(const std::vector<std::filesystem::path>& files, PointSet& set
   std::vector<std::unique_ptr<ScanFile>> scans;
   for (const auto& file : files) {
     scans.emplace_back();
-    if (Outcome outcome = OpenLas(file, scans.back()); !outcome.Ok()) return outcome;
+    if (Outcome outcome = OpenScan(file, scans.back()); !outcome.Ok()) return outcome;
   }
   return PointSet::Join(std::move(scans), set);
 }

@@ -23,7 +23,7 @@ class Dealing {
     for (const std::uint32_t count : counts) {
       const std::string name = std::to_string(scans.size()) + ".las";
       std::unique_ptr<ScanFile> scan;
-      EXPECT_TRUE(IsOk(OpenLas(scanFolder_.Add(name, oocpctest::ScanOf(count)), scan)));
+      EXPECT_TRUE(IsOk(OpenScan(scanFolder_.Add(name, oocpctest::ScanOf(count)), scan)));
       scans.push_back(std::move(scan));
     }
     EXPECT_TRUE(IsOk(PointSet::Join(std::move(scans), points_)));

@@ -63,7 +63,7 @@ TEST_P(LasOfEveryPointFormat, HoldsTheSelectedRecordsByteForByte) {
   EXPECT_EQ(written.GetOffset(), points.GetOffset());
   EXPECT_EQ(SortedRecords(written, false), SortedRecords(points, true));
   std::unique_ptr<tarnhost::ScanFile> scan;
-  EXPECT_TRUE(Succeeded(tarnhost::OpenLas(output, scan))) << "must be a valid file";
+  EXPECT_TRUE(Succeeded(tarnhost::OpenScan(output, scan))) << "must be a valid file";
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, LasOfEveryPointFormat, ::testing::Range(0, 11));

@@ -1,0 +1,92 @@
+// A large run of bytes that is filled once and read often: in memory, or in a temporary file.
+#include "host/common/ScratchBytes.h"
+
+#include <OOCPointCloud/Repositories.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <string>
+
+#include "OOCPointCloud/support/SystemErrors.h"
+
+namespace tarnhost {
+
+namespace {
+
+Outcome FailureOf(int error, const std::filesystem::path& path) {
+  if (error == ENOMEM) return Outcome::FromCode(oocpc::result::kOutOfMemory, path.string());
+  return Outcome::FromCode(oocpc::ResultFromErrno(error), path.string());
+}
+
+/// Opens a file of a length and takes its name away.
+int OpenNameless(const std::filesystem::path& path, std::uint64_t bytes) {
+  const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (file < 0) return -1;
+  ::unlink(path.c_str());
+  if (::ftruncate(file, static_cast<off_t>(bytes)) == 0) return file;
+  const int error = errno;
+  ::close(file);
+  errno = error;
+  return -1;
+}
+
+}  // namespace
+
+Outcome ScratchBytes::Create(std::uint64_t bytes, std::uint64_t memoryBytes,
+                             const std::filesystem::path& folder,
+                             std::unique_ptr<ScratchBytes>& scratch) {
+  static std::atomic<unsigned> next{0};
+  const std::filesystem::path path =
+      folder / (".scratch-" + std::to_string(::getpid()) + "-" + std::to_string(next++) + ".tmp");
+  int file = -1;
+  if (bytes > memoryBytes) {
+    file = OpenNameless(path, bytes);
+    if (file < 0) return FailureOf(errno, path);
+  }
+  void* mapped = nullptr;
+  if (bytes > 0) {
+    mapped = file < 0 ? ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)
+                      : ::mmap(nullptr, bytes, PROT_READ, MAP_SHARED, file, 0);
+    if (mapped == MAP_FAILED) {
+      const int error = errno;
+      if (file >= 0) ::close(file);
+      return FailureOf(error, path);
+    }
+  }
+  scratch.reset(new ScratchBytes(static_cast<std::uint8_t*>(mapped), bytes, file, path));
+  return Outcome::Success();
+}
+
+ScratchBytes::~ScratchBytes() {
+  if (mapped_ != nullptr) ::munmap(mapped_, bytes_);
+  if (file_ >= 0) ::close(file_);
+}
+
+Outcome ScratchBytes::Write(std::uint64_t at, std::span<const std::uint8_t> bytes) {
+  if (at > bytes_ || bytes.size() > bytes_ - at) {
+    return Outcome::FromCode(oocpc::result::kIndexOutOfRange, path_.string());
+  }
+  if (file_ < 0) {
+    std::copy(bytes.begin(), bytes.end(), mapped_ + at);
+    return Outcome::Success();
+  }
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t written =
+        ::pwrite(file_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(at + done));
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return FailureOf(written < 0 ? errno : EIO, path_);
+    done += static_cast<std::size_t>(written);
+  }
+  return Outcome::Success();
+}
+
+void ScratchBytes::Forget(std::uint64_t at, std::uint64_t count) const {
+  // Memory would be lost; a file keeps what its pages drop.
+  if (file_ >= 0) OOCPCForgetPages({mapped_ + at, static_cast<std::size_t>(count)});
+}
+
+}  // namespace tarnhost

@@ -1,0 +1,47 @@
+// What a LAS file holds besides its points, and how that is changed for another file.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/formats/LasHeader.h"
+#include "host/formats/laz/LazLayout.h"
+
+namespace tarnhost {
+
+/// What a LAS file holds besides its points, as a ScanFile gave it.
+struct LasFrame {
+  std::span<const std::uint8_t> leadingBytes;   ///< header and variable-length records
+  std::span<const std::uint8_t> trailingBytes;  ///< everything behind the points
+  std::uint64_t sourcePointCount = 0;           ///< points between the two in the source
+  /// Holds the bytes, if anything does here; else they are borrowed.
+  std::shared_ptr<const void> owner{};
+};
+
+/// A record of user "copc" describes the order of the points of one file. It is true of no other.
+[[nodiscard]] bool IsCopcRecord(const LasVariableRecord& record);
+
+/// The frame without such records; the same one, when it has none. Failures of ParseLasFrame.
+Outcome DropCopcRecords(LasFrame& frame, const std::string& where);
+
+/// Leading bytes for a LAZ file: those of a LAS file with the checked `header`, with the record
+/// that tells how points are compressed behind the others. What the header says of places behind
+/// the points stays wrong until the file is finished.
+[[nodiscard]] std::vector<std::uint8_t> CompressLeadingBytes(std::span<const std::uint8_t> leading,
+                                                             const LasHeader& header,
+                                                             const laz::LazLayout& layout);
+
+/// A variable-length record: 54 bytes and the payload, which is below 64 KiB.
+void AppendLasRecord(std::vector<std::uint8_t>& out, const std::string& userId,
+                     std::uint16_t recordId, const std::string& description,
+                     std::span<const std::uint8_t> payload);
+
+/// An extended variable-length record: 60 bytes and the payload.
+void AppendExtendedLasRecord(std::vector<std::uint8_t>& out, const std::string& userId,
+                             std::uint16_t recordId, const std::string& description,
+                             std::span<const std::uint8_t> payload);
+
+}  // namespace tarnhost

@@ -1,0 +1,96 @@
+// Compresses records into the chunks of a LAZ file, several chunks at once.
+#include "host/formats/laz/LazPointWriter.h"
+
+#include <tbb/task_arena.h>
+
+#include <algorithm>
+
+#include "OOCPointCloud/support/Bytes.h"
+
+namespace tarnhost::laz {
+
+LazPointWriter::LazPointWriter(OutputFile& file, const LazLayout& layout)
+    : file_(file),
+      layout_(layout),
+      mostJobs_(2 * static_cast<std::size_t>(tbb::this_task_arena::max_concurrency())),
+      encoders_([layout] { return ChunkEncoder(layout); }) {}
+
+LazPointWriter::~LazPointWriter() {
+  tasks_.cancel();
+  tasks_.wait();
+}
+
+Outcome LazPointWriter::Begin() {
+  tableOffsetAt_ = file_.GetLength();
+  std::vector<std::uint8_t> place;
+  // Whoever finds this in an unfinished file knows that there is no table.
+  oocpc::AppendLittleEndian(place, tableOffsetAt_);
+  return file_.Write(place);
+}
+
+Outcome LazPointWriter::Append(std::span<const std::uint8_t> records) {
+  while (!records.empty()) {
+    std::size_t bytes = records.size();
+    if (!layout_.HasVariableChunks()) {
+      const std::size_t full = layout_.chunkPoints * layout_.recordBytes;
+      bytes = std::min(bytes, full - records_.size());
+    }
+    records_.insert(records_.end(), records.begin(),
+                    records.begin() + static_cast<std::ptrdiff_t>(bytes));
+    records = records.subspan(bytes);
+    if (!layout_.HasVariableChunks() &&
+        records_.size() == layout_.chunkPoints * layout_.recordBytes) {
+      if (Outcome outcome = Submit(); !outcome.Ok()) return outcome;
+    }
+  }
+  return Outcome::Success();
+}
+
+Outcome LazPointWriter::EndChunk() { return Submit(); }
+
+Outcome LazPointWriter::Submit() {
+  if (records_.empty()) return Outcome::Success();
+  auto job = std::make_shared<Job>();
+  job->records.swap(records_);
+  jobs_.push_back(job);
+  tasks_.run([this, job] { Encode(*job); });
+  while (jobs_.size() > mostJobs_) {
+    if (Outcome outcome = WriteFront(); !outcome.Ok()) return outcome;
+  }
+  return Outcome::Success();
+}
+
+void LazPointWriter::Encode(Job& job) {
+  int waiting = Job::kWaiting;
+  if (!job.state.compare_exchange_strong(waiting, Job::kRunning)) return;
+  encoders_.local().Encode(job.records, job.chunk);
+  job.state = Job::kDone;
+  job.state.notify_all();
+}
+
+Outcome LazPointWriter::WriteFront() {
+  const std::shared_ptr<Job> job = jobs_.front();
+  jobs_.pop_front();
+  Encode(*job);  // unless another thread has begun
+  job->state.wait(Job::kRunning);
+  const auto points = static_cast<std::uint32_t>(job->records.size() / layout_.recordBytes);
+  chunks_.push_back({file_.GetLength(), job->chunk.size(), pointCount_, points});
+  pointCount_ += points;
+  return file_.Write(job->chunk);
+}
+
+Outcome LazPointWriter::Finish() {
+  if (Outcome outcome = Submit(); !outcome.Ok()) return outcome;
+  while (!jobs_.empty()) {
+    if (Outcome outcome = WriteFront(); !outcome.Ok()) return outcome;
+  }
+  tasks_.wait();
+  std::vector<std::uint8_t> place;
+  oocpc::AppendLittleEndian(place, file_.GetLength());
+  if (Outcome outcome = file_.Write(EncodeChunkTable(layout_, chunks_)); !outcome.Ok()) {
+    return outcome;
+  }
+  return file_.Overwrite(tableOffsetAt_, place);
+}
+
+}  // namespace tarnhost::laz

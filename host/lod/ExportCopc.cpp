@@ -1,0 +1,143 @@
+// Writes a cloud as a COPC file, whose octree is the cloud's own.
+#include "host/lod/ExportCopc.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "host/cloud/Export.h"
+#include "host/formats/laz/CopcWriter.h"
+#include "host/lod/LodTree.h"
+
+namespace tarnhost {
+
+namespace result = oocpc::result;
+
+namespace {
+
+/// Of the cube's edge: what rounding may move a point across the border of a cell.
+constexpr double kTolerance = 1e-9;
+/// Points along an edge of the root node, where no level of detail tells their distance.
+constexpr double kUsualGrid = 128;
+
+/// The cube that the import divided, local frame: as wide as the cloud is along its longest axis.
+CopcCube CubeOf(const OOCPCOctreeAcceleratorNode& root) {
+  CopcCube cube;
+  cube.min = root.corner1;
+  double edge = 0;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    edge = std::max(edge, root.corner2[axis] - root.corner1[axis]);
+  }
+  cube.edge = edge > 0 ? edge : 1;
+  return cube;
+}
+
+/// Takes the Morton code of the node's cell apart, whose bits stand in the order ...zyxzyx.
+CopcKey KeyOf(const OOCPCOctreeAcceleratorNode& node) {
+  CopcKey key;
+  key.level = static_cast<std::int32_t>(node.level);
+  for (unsigned bit = 0; bit < node.level; ++bit) {
+    for (unsigned axis = 0; axis < 3; ++axis) {
+      key.cell[axis] |= static_cast<std::int32_t>(node.indexInLevel >> (3 * bit + axis) & 1u)
+                        << bit;
+    }
+  }
+  return key;
+}
+
+bool IsInCell(const OOCPCOctreeAcceleratorNode& node, const CopcKey& key, const CopcCube& cube) {
+  const double size = std::ldexp(cube.edge, -key.level);
+  const double tolerance = kTolerance * cube.edge;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const double min = cube.min[axis] + key.cell[axis] * size;
+    if (node.corner1[axis] < min - tolerance || node.corner2[axis] > min + size + tolerance) {
+      return false;
+    }
+  }
+  return true;
+}
+
+class CopcExporter {
+ public:
+  CopcExporter(Cloud& cloud, const CopcCube& cube) : cloud_(cloud), cube_(cube) {}
+
+  Outcome Open(const std::filesystem::path& output, double spacing) {
+    LasFrame frame;
+    if (Outcome outcome = FrameForLas(cloud_, frame); !outcome.Ok()) return outcome;
+    CopcCube cube = cube_;
+    cube.spacing = spacing;
+    for (std::size_t axis = 0; axis < 3; ++axis) cube.min[axis] += cloud_.GetFrameOffset()[axis];
+    Outcome outcome = CopcWriter::Create(output, frame, cube, writer_);
+    if (!outcome.Ok()) return outcome;
+    std::vector<std::string> columns;
+    outcome = ColumnsForLas(cloud_, writer_->GetLayout(), columns);
+    if (!outcome.Ok()) return outcome;
+    values_.resize(columns.size());
+    return BlockReader::Open(cloud_, columns, reader_);
+  }
+
+  Outcome Write(const OOCPCOctreeAcceleratorNode& node) {
+    const CopcKey key = KeyOf(node);
+    if (!IsInCell(node, key, cube_)) {
+      return Outcome::Failure(
+          result::kScanUnsupported, "the nodes of this iteration are no cells of one cube",
+          cloud_.GetPath().string(), "write a LAZ file and import that, or write that instead");
+    }
+    if (node.ownPointCount == 0) return writer_->WriteNode(key, 0, nullptr, {});
+    if (Outcome outcome = reader_.ReadPositions(node, xyz_); !outcome.Ok()) return outcome;
+    std::vector<std::span<const std::uint8_t>> columns;
+    for (std::size_t i = 0; i < values_.size(); ++i) {
+      if (Outcome outcome = reader_.ReadColumn(i, node, values_[i]); !outcome.Ok()) return outcome;
+      columns.emplace_back(values_[i]);
+    }
+    return writer_->WriteNode(key, node.ownPointCount, xyz_.data(), columns);
+  }
+
+  [[nodiscard]] CopcWriter& GetWriter() { return *writer_; }
+
+ private:
+  Cloud& cloud_;
+  CopcCube cube_;  ///< local frame
+  std::unique_ptr<CopcWriter> writer_;
+  BlockReader reader_;
+  std::vector<std::int32_t> xyz_;
+  std::vector<std::vector<std::uint8_t>> values_;
+};
+
+double SpacingOf(Cloud& cloud, std::uint64_t iteration, const CopcCube& cube) {
+  std::unique_ptr<LodTree> tree;
+  const bool known = LodTree::Open(cloud, iteration, tree).Ok() && tree->GetSpacing(0) > 0;
+  return known ? tree->GetSpacing(0) : cube.edge / kUsualGrid;
+}
+
+}  // namespace
+
+Outcome ExportCopc(Cloud& cloud, std::uint64_t iteration, const std::filesystem::path& output,
+                   const std::function<bool(const ProgressReport&)>& progress, CopcReport& report) {
+  OOCPCUpdateIteration record;
+  if (Outcome outcome = cloud.ReadIteration(iteration, record); !outcome.Ok()) return outcome;
+  OOCPCOctreeAcceleratorNode root;
+  if (Outcome outcome = cloud.ReadRoot(iteration, root); !outcome.Ok()) return outcome;
+  const CopcCube cube = CubeOf(root);
+  CopcExporter exporter(cloud, cube);
+  Outcome failure = exporter.Open(output, SpacingOf(cloud, iteration, cube));
+  if (!failure.Ok()) return failure;
+  CopcWriter& writer = exporter.GetWriter();
+  const Outcome walk = cloud.WalkNodes(iteration, [&](const OOCPCOctreeAcceleratorNode& node) {
+    failure = exporter.Write(node);
+    if (failure.Ok() && progress &&
+        !progress({"writing", writer.GetPointCount(), record.pointCount})) {
+      failure = Outcome::FromCode(result::kStopped);
+    }
+    return failure.Ok() ? Descend::kIntoChildren : Descend::kStop;
+  });
+  if (!failure.Ok()) return failure;
+  if (!walk.Ok()) return walk;
+  if (Outcome outcome = CheckPointCount(cloud, writer.GetPointCount(), record.pointCount);
+      !outcome.Ok()) {
+    return outcome;
+  }
+  report = {writer.GetPointCount(), writer.GetSourceFormat(), writer.GetFormat()};
+  return writer.Finish();
+}
+
+}  // namespace tarnhost
