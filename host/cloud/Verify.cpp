@@ -410,7 +410,7 @@ Outcome VerifyStreams(const RepositoryOpener& open, const std::filesystem::path&
   const HRESULT found = open(repository);
   if (oocpc::Failed(found)) return Outcome::FromCode(found, place.string());
   std::unique_ptr<Cloud> cloud;
-  const Outcome opened = Cloud::Attach(std::move(repository), place, cloud);
+  Outcome opened = Cloud::Attach(std::move(repository), place, cloud);
   if (opened.Ok()) return Verifier(*cloud, progress, report).Run();
   if (opened.code == result::kAccessDenied || opened.code == result::kOutOfMemory) return opened;
   const HRESULT again = open(repository);

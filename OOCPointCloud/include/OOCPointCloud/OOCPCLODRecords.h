@@ -44,9 +44,9 @@ struct OOCPCLODHeader {
   [[nodiscard]] OOCPOINTCLOUD_API static OOCPCLODHeader Decode(const std::uint8_t (&bytes)[kBytes]);
 };
 
-/// The extension of a level-of-detail block that is sealed: a mark, and the CRC-32C of everything in
-/// the block but the extension. The node records of a sealed block carry checksums, too. Blocks of
-/// other writers have another extension or none, and nothing that could be checked.
+/// The extension of a level-of-detail block that is sealed: a mark, and the CRC-32C of everything
+/// in the block but the extension. The node records of a sealed block carry checksums, too. Blocks
+/// of other writers have another extension or none, and nothing that could be checked.
 struct OOCPOINTCLOUD_API OOCPCLODSeal {
   static constexpr std::uint16_t kBytes = 8;
   /// The letters CRC1.

@@ -27,7 +27,8 @@ struct OOCPCCatalogue {
   OOCPCRepositoryInformation information;
 
   /// Puts a payload in the place of that of the first chunk of a type, or appends a chunk.
-  OOCPOINTCLOUD_API void SetChunk(oocpc::ContainerChunkType type, std::vector<std::uint8_t> payload);
+  OOCPOINTCLOUD_API void SetChunk(oocpc::ContainerChunkType type,
+                                  std::vector<std::uint8_t> payload);
 };
 
 /// Appends, then commits: nothing that was appended exists for a reader before a Commit, and a

@@ -23,7 +23,7 @@ using oocpctest::ScanFolder;
 using oocpctest::StateOf;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t kStride = 7;  // sanitizers take their time
+constexpr std::size_t kStride = 29;  // sanitizers take their time
 #else
 constexpr std::size_t kStride = 1;
 #endif

@@ -25,7 +25,7 @@ using oocpc::ValueType;
 using oocpctest::LasBuilder;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t kStride = 11;  // sanitizers take their time
+constexpr std::size_t kStride = 31;  // sanitizers take their time
 #else
 constexpr std::size_t kStride = 1;
 #endif
