@@ -129,6 +129,9 @@ bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
 }
 
 Outcome RepositoryBuilder::Run(ImportReport& report) {
+  if (!FitsIntoMemory()) {
+    if (Outcome outcome = CheckTemporarySpace(); !outcome.Ok()) return outcome;
+  }
   if (Outcome outcome = PreparePoints(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CountPoints(); !outcome.Ok()) return outcome;
   const BlockBuilder blocks(points_, coder_.frameOffset);
@@ -263,7 +266,6 @@ Outcome RepositoryBuilder::DealInMemory() {
 
 Outcome RepositoryBuilder::DealThroughFile() {
   const std::size_t count = pieces_.GetPieces().size();
-  if (Outcome outcome = CheckTemporarySpace(); !outcome.Ok()) return outcome;
   const std::uint64_t buffer = std::clamp<std::uint64_t>(
       memoryBytes_ / 4 / std::max<std::size_t>(count, 1), 1u << 14, 1u << 22);
   std::unique_ptr<TemporaryFile> records;

@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 
+#include "host/build/Append.h"
 #include "host/build/Import.h"
 #include "host/repair/Repair.h"
 #include "tests/support/CloudFingerprint.h"
@@ -76,6 +77,16 @@ Outcome CommitAgain(const ScanFolder& folder) {
   return oocpctest::IterationAppender::AppendToFolder(folder.Repository());
 }
 
+Outcome Append(const ScanFolder& folder) {
+  oocpctest::LasBuilder builder;
+  builder.pointCount = 60;
+  builder.seed = 3;
+  ImportReport report;
+  ImportOptions options = folder.Options({folder.Add("more.las", builder.Build())});
+  options.timePoint = 1000;
+  return AppendScans(options, report);
+}
+
 /// A repository whose newest iteration is damaged.
 Outcome DamageSecond(const ScanFolder& folder) {
   Outcome outcome = ImportFirst(folder);
@@ -93,9 +104,8 @@ Outcome Repair(const ScanFolder& folder) {
 }
 
 const Operation kOperations[] = {
-    {"Import", DoNothing, ImportFirst},
-    {"ImportOverARepository", ImportFirst, ImportOver},
-    {"SecondCommit", ImportFirst, CommitAgain},
+    {"Import", DoNothing, ImportFirst},         {"ImportOverARepository", ImportFirst, ImportOver},
+    {"SecondCommit", ImportFirst, CommitAgain}, {"Append", ImportFirst, Append},
     {"Repair", DamageSecond, Repair},
 };
 
