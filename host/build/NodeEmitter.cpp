@@ -8,19 +8,7 @@ namespace tarnhost {
 
 Outcome NodeEmitter::Emit(const Piece& piece, const BuiltPiece& built) {
   if (Outcome outcome = CloseTo(piece); !outcome.Ok()) return outcome;
-  for (unsigned level = 0; level < piece.level; ++level) {
-    if (level == open_.size()) {
-      OpenNode above;
-      above.node.level = level;
-      above.node.indexInLevel = piece.CellOf(level);
-      if (existing_ != nullptr) {
-        above.node.existing = existing_->FindInner(level, above.node.indexInLevel);
-      }
-      open_.push_back(std::move(above));
-    }
-    const auto& taken = built.takenRecords[level];
-    open_[level].records.insert(open_[level].records.end(), taken.begin(), taken.end());
-  }
+  OpenDownTo(piece, built.takenRecords);
   std::vector<std::uint64_t> indices(built.plan.nodes.size());
   for (std::size_t i = 0; i < built.plan.nodes.size(); ++i) {
     PlannedNode node = built.plan.nodes[i];
@@ -34,6 +22,61 @@ Outcome NodeEmitter::Emit(const Piece& piece, const BuiltPiece& built) {
     open_.back().node.children[piece.indexInLevel & 7u] = indices.back();
   }
   return Outcome::Success();
+}
+
+/// Opens the nodes above a piece that are not open yet, and gives all of them what they took of it.
+void NodeEmitter::OpenDownTo(const Piece& piece,
+                             std::span<const std::vector<std::uint8_t>> takenRecords) {
+  for (unsigned level = 0; level < piece.level; ++level) {
+    if (level == open_.size()) {
+      OpenNode above;
+      above.node.level = level;
+      above.node.indexInLevel = piece.CellOf(level);
+      if (existing_ != nullptr) {
+        above.node.existing = existing_->FindInner(level, above.node.indexInLevel);
+      }
+      open_.push_back(std::move(above));
+    }
+    const auto& taken = takenRecords[level];
+    open_[level].records.insert(open_[level].records.end(), taken.begin(), taken.end());
+  }
+}
+
+Outcome NodeEmitter::EmitEqual(const Piece& piece, const EqualPoints& points) {
+  if (Outcome outcome = CloseTo(piece); !outcome.Ok()) return outcome;
+  OpenDownTo(piece, points.takenRecords);
+  std::uint64_t index = 0;
+  Outcome outcome = DealEqual(points, 0, points.count, piece.level, piece.indexInLevel, index);
+  if (outcome.Ok() && !open_.empty()) open_.back().node.children[piece.indexInLevel & 7u] = index;
+  return outcome;
+}
+
+/// Emits the node of the points [first, first + count), after its children.
+Outcome NodeEmitter::DealEqual(const EqualPoints& points, std::uint64_t first, std::uint64_t count,
+                               unsigned level, std::uint64_t indexInLevel, std::uint64_t& index) {
+  PlannedNode node;
+  node.level = level;
+  node.indexInLevel = indexInLevel;
+  const auto part =
+      static_cast<std::uint32_t>(std::min<std::uint64_t>(count, OctreePlan::kNodeCapacity));
+  node.ownPointCount = part;
+  std::uint64_t next = first + part;
+  std::uint64_t left = count - part;
+  for (unsigned octant = 0; octant < 8 && left > 0; ++octant) {
+    const std::uint64_t share = (left + (7 - octant)) / (8 - octant);
+    Outcome outcome =
+        DealEqual(points, next, share, level + 1, indexInLevel * 8 + octant, node.children[octant]);
+    if (!outcome.Ok()) return outcome;
+    next += share;
+    left -= share;
+  }
+  std::vector<std::uint8_t> records;
+  if (Outcome outcome = points.read(first, part, records); !outcome.Ok()) return outcome;
+  std::vector<std::uint64_t> rows(part);
+  std::iota(rows.begin(), rows.end(), std::uint64_t{0});
+  BuiltBlock block;
+  blocks_.Build(RecordView(records.data(), recordBytes_), rows, std::span(&part, 1), block);
+  return Add(node, std::span(&part, 1), block, index);
 }
 
 Outcome NodeEmitter::Finish() {

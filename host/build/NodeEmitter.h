@@ -5,6 +5,7 @@
 #include <OOCPointCloud/OOCPointCloudNode.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,6 +22,15 @@ struct StreamEnds {
   std::uint64_t nodeCount = 0;   ///< records of octree nodes
   std::uint64_t blockCount = 0;  ///< blocks of each column
   std::uint64_t pointCount = 0;  ///< values of each column
+};
+
+/// Points of a piece that no Morton bit tells apart, in the order in which they came.
+struct EqualPoints {
+  /// As BuiltPiece.
+  std::vector<std::vector<std::uint8_t>> takenRecords;
+  std::uint64_t count = 0;  ///< of those that no node above took
+  /// Reads some of these.
+  std::function<Outcome(std::uint64_t first, std::uint64_t count, std::vector<std::uint8_t>&)> read;
 };
 
 /// Takes the pieces along the Morton curve and puts the nodes above them where the last of their
@@ -40,6 +50,10 @@ class NodeEmitter {
         existing_(existing) {}
 
   Outcome Emit(const Piece& piece, const BuiltPiece& built);
+  /// A piece of the finest level with more points than are built at once. They all have the same
+  /// code, so their nodes follow from their number, as PlanSubtree would give them: a node keeps as
+  /// many as it may, and deals the rest to its children.
+  Outcome EmitEqual(const Piece& piece, const EqualPoints& points);
   /// After the last piece.
   Outcome Finish();
 
@@ -64,6 +78,9 @@ class NodeEmitter {
     std::vector<std::uint8_t> records;
   };
 
+  void OpenDownTo(const Piece& piece, std::span<const std::vector<std::uint8_t>> takenRecords);
+  Outcome DealEqual(const EqualPoints& points, std::uint64_t first, std::uint64_t count,
+                    unsigned level, std::uint64_t indexInLevel, std::uint64_t& index);
   Outcome CloseTo(const Piece& piece);
   Outcome CloseLast();
   Outcome Add(PlannedNode node, std::span<const std::uint32_t> parts, const BuiltBlock& block,

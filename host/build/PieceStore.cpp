@@ -194,6 +194,25 @@ Outcome FilePieceStore::Load(std::uint32_t piece, LoadedPiece& loaded) {
   return Outcome::Success();
 }
 
+Outcome FilePieceStore::ReadRecords(std::uint32_t piece, std::uint64_t first,
+                                    std::span<std::uint8_t> out) const {
+  std::uint64_t skip = first * recordBytes_;
+  for (const Chunk& chunk : chunks_[piece]) {
+    if (out.empty()) break;
+    if (skip >= chunk.bytes) {
+      skip -= chunk.bytes;
+      continue;
+    }
+    const auto bytes =
+        static_cast<std::size_t>(std::min<std::uint64_t>(out.size(), chunk.bytes - skip));
+    Outcome outcome = file_->Read(chunk.offset + skip, out.first(bytes));
+    if (!outcome.Ok()) return outcome;
+    out = out.subspan(bytes);
+    skip = 0;
+  }
+  return Outcome::Success();
+}
+
 Outcome DealIntoFile(const PointSet& points, const PieceTree& pieces, const PointCoder& coder,
                      const std::function<bool(std::uint64_t)>& report, FilePieceStore& store) {
   using Rows = std::pair<std::uint64_t, std::uint64_t>;

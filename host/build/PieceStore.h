@@ -71,6 +71,8 @@ class FilePieceStore final : public PieceStore {
   Outcome Finish();
 
   Outcome Load(std::uint32_t piece, LoadedPiece& loaded) override;
+  /// Reads records of a piece, as many as `out` has room for, in the order in which they came.
+  Outcome ReadRecords(std::uint32_t piece, std::uint64_t first, std::span<std::uint8_t> out) const;
 
  private:
   struct Chunk {

@@ -279,6 +279,7 @@ Outcome RepositoryBuilder::DealThroughFile() {
   const auto report = [&](std::uint64_t done) { return Report("sorting", done); };
   outcome = DealIntoFile(points_, pieces_, coder_, report, *store);
   points_.Release();
+  fileStore_ = store.get();
   store_ = std::move(store);
   return outcome;
 }
@@ -289,13 +290,17 @@ Outcome RepositoryBuilder::SampleTop() {
   std::mutex putting;
   tbb::parallel_for(std::size_t{0}, pieces.size(), [&](std::size_t i) {
     if (pieces[i].level == 0 || !failure.HasNone()) return;
-    LoadedPiece loaded;
-    Outcome outcome = store_->Load(static_cast<std::uint32_t>(i), loaded);
-    if (outcome.Ok()) {
-      const auto candidates = FindCandidates(pieces[i], loaded.points, grid_);
-      const std::lock_guard<std::mutex> lock(putting);
-      outcome = candidates_->Put(i, candidates);
+    std::vector<LevelCandidates> candidates;
+    Outcome outcome;
+    if (IsTooLarge(pieces[i])) {
+      candidates = CandidatesOfEqualPoints(pieces[i], grid_);
+    } else {
+      LoadedPiece loaded;
+      outcome = store_->Load(static_cast<std::uint32_t>(i), loaded);
+      if (outcome.Ok()) candidates = FindCandidates(pieces[i], loaded.points, grid_);
     }
+    const std::lock_guard<std::mutex> lock(putting);
+    if (outcome.Ok()) outcome = candidates_->Put(i, candidates);
     if (!outcome.Ok()) failure.Note(std::move(outcome));
   });
   return failure.Get();
@@ -319,7 +324,11 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     std::vector<TakenPoint> taken;
     std::vector<std::uint64_t> above;
   };
-  using Numbered = std::pair<std::uint32_t, std::shared_ptr<BuiltPiece>>;
+  struct Numbered {
+    std::uint32_t piece = 0;
+    std::shared_ptr<BuiltPiece> built;  ///< none of a piece that is too large for it
+    std::vector<TakenPoint> taken;      ///< of such a piece
+  };
   const auto start = [&](tbb::flow_control& control) {
     Started started{next, {}, {}};
     if (next >= pieces.size() || !failure.HasNone()) {
@@ -332,6 +341,7 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     return started;
   };
   const auto build = [&](const Started& started) {
+    if (IsTooLarge(pieces[started.piece])) return Numbered{started.piece, nullptr, started.taken};
     auto built = std::make_shared<BuiltPiece>();
     LoadedPiece loaded;
     Outcome outcome = store_->Load(started.piece, loaded);
@@ -340,11 +350,12 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     } else {
       failure.Note(std::move(outcome));
     }
-    return Numbered(started.piece, std::move(built));
+    return Numbered{started.piece, std::move(built), {}};
   };
   const auto emit = [&](const Numbered& built) {
     if (!failure.HasNone()) return;
-    Outcome outcome = emitter.Emit(pieces[built.first], *built.second);
+    Outcome outcome = built.built == nullptr ? EmitTooLarge(built.piece, built.taken, emitter)
+                                             : emitter.Emit(pieces[built.piece], *built.built);
     if (outcome.Ok() &&
         !Report("writing", std::min(emitter.GetWrittenPoints(), points_.GetPointCount()))) {
       outcome = Outcome::FromCode(oocpc::result::kStopped);
@@ -357,6 +368,47 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
                  tbb::make_filter<Started, Numbered>(tbb::filter_mode::parallel, build) &
                  tbb::make_filter<Numbered, void>(tbb::filter_mode::serial_in_order, emit));
   return failure.Get().Ok() ? emitter.Finish() : failure.Get();
+}
+
+/// Only where no Morton bit tells points apart are there more than are built at once.
+bool RepositoryBuilder::IsTooLarge(const Piece& piece) const {
+  return fileStore_ != nullptr && piece.level == kMortonBits &&
+         piece.pointCount > MostPointsOfPiece();
+}
+
+Outcome RepositoryBuilder::EmitTooLarge(std::uint32_t number, std::span<const TakenPoint> taken,
+                                        NodeEmitter& emitter) const {
+  const std::size_t recordBytes = points_.GetRecordBytes();
+  EqualPoints points;
+  points.count = pieces_.GetPieces()[number].pointCount - taken.size();
+  points.takenRecords.resize(kMortonBits);
+  std::vector<std::uint32_t> gone;
+  for (const TakenPoint& point : taken) {
+    auto& records = points.takenRecords[point.level];
+    records.resize(records.size() + recordBytes);
+    Outcome outcome =
+        fileStore_->ReadRecords(number, point.index, std::span(records).last(recordBytes));
+    if (!outcome.Ok()) return outcome;
+    gone.push_back(point.index);
+  }
+  std::ranges::sort(gone);
+  // Those that were taken are some of the first: behind them all rows follow one another.
+  const auto rowOf = [&](std::uint64_t place) {
+    for (const std::uint32_t row : gone) place += row <= place ? 1 : 0;
+    return place;
+  };
+  points.read = [&](std::uint64_t first, std::uint64_t count, std::vector<std::uint8_t>& records) {
+    records.resize(count * recordBytes);
+    std::uint64_t done = 0;
+    for (; done < count && first + done <= kMortonBits; ++done) {
+      Outcome outcome = fileStore_->ReadRecords(
+          number, rowOf(first + done), std::span(records).subspan(done * recordBytes, recordBytes));
+      if (!outcome.Ok()) return outcome;
+    }
+    return fileStore_->ReadRecords(number, rowOf(first + done),
+                                   std::span(records).subspan(done * recordBytes));
+  };
+  return emitter.EmitEqual(pieces_.GetPieces()[number], points);
 }
 
 /// The temporary file holds all records; the repository grows beside it.

@@ -74,6 +74,9 @@ class RepositoryBuilder {
   [[nodiscard]] Outcome CheckTemporarySpace() const;
   Outcome SampleTop();
   Outcome BuildPieces(NodeEmitter& emitter);
+  [[nodiscard]] bool IsTooLarge(const Piece& piece) const;
+  Outcome EmitTooLarge(std::uint32_t number, std::span<const TakenPoint> taken,
+                       NodeEmitter& emitter) const;
   Outcome CreateColumns();
   Outcome WriteNodes(const NodeEmitter& emitter);
   Outcome WriteLod(const NodeEmitter& emitter);
@@ -99,6 +102,7 @@ class RepositoryBuilder {
   std::vector<std::uint8_t> copiedRecords_;  ///< when they fit and lie nowhere else
   bool areCopied_ = false;                   ///< whether copiedRecords_ is filled
   std::unique_ptr<PieceStore> store_;
+  FilePieceStore* fileStore_ = nullptr;  ///< that very store, when it is one in a file
   std::unique_ptr<CandidateStore> candidates_;
   OOCPCUpdItrLODPayload lodPayload_;
 };

@@ -83,6 +83,19 @@ std::vector<LevelCandidates> FindCandidates(const Piece& piece, std::span<const 
   return candidates;
 }
 
+std::vector<LevelCandidates> CandidatesOfEqualPoints(const Piece& piece, const SamplingGrid& grid) {
+  const std::uint64_t code = piece.indexInLevel << (3 * (kMortonBits - piece.level));
+  std::vector<LevelCandidates> candidates(piece.level);
+  for (unsigned level = 0; level < piece.level; ++level) {
+    const std::uint64_t distance = DistanceFromCentre(code, CellLevelOf(grid, level));
+    const std::uint64_t count = std::min<std::uint64_t>(level + 1, piece.pointCount);
+    for (std::uint32_t index = 0; index < count; ++index) {
+      candidates[level].push_back({code, distance, index});
+    }
+  }
+  return candidates;
+}
+
 Outcome CandidateStore::Put(std::size_t piece, std::span<const LevelCandidates> candidates) {
   std::vector<Level>& levels = levels_[piece];
   for (const LevelCandidates& level : candidates) {

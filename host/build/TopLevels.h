@@ -31,6 +31,10 @@ using LevelCandidates = std::vector<Candidate>;
                                                           std::span<const CodedPoint> points,
                                                           const SamplingGrid& grid);
 
+/// The same of a piece whose points all have the same code, without looking at them.
+[[nodiscard]] std::vector<LevelCandidates> CandidatesOfEqualPoints(const Piece& piece,
+                                                                   const SamplingGrid& grid);
+
 /// Keeps the candidates of all pieces, in memory or in a temporary file. Put and Get are called by
 /// one thread at a time.
 class CandidateStore {

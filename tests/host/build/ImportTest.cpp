@@ -26,6 +26,7 @@ using oocpctest::LasBuilder;
 using oocpctest::PlacePoints;
 using oocpctest::ScanFolder;
 using oocpctest::ScanOf;
+using oocpctest::StoredPosition;
 using oocpctest::StorePlan;
 using Names = std::vector<std::string>;
 
@@ -62,24 +63,47 @@ TEST(Import, ReportsWhatItMade) {
   ExpectSound(folder.Repository());
 }
 
-TEST(Import, GivesTheSameBytesInLittleMemoryAsInMuch) {
-  // Enough for several pieces, and for little memory to be too little for them.
+/// Imports a scan in little memory and in much, and compares every stream.
+void ExpectSameInLittleMemory(const std::vector<std::uint8_t>& file) {
   const ScanFolder folder;
-  const auto scan = folder.Add("scan.las", ScanOf(1300000));
-  const auto importWithin = [&](std::uint64_t memoryBytes, const std::string& name) {
+  const auto scan = folder.Add("scan.las", file);
+  const auto importWithin = [&](std::uint64_t memoryBytes, const std::string& name, bool tells) {
     ImportOptions options = folder.Options({scan});
     options.output = folder / name;
     options.memoryBytes = memoryBytes;
+    std::uint64_t temporary = 0;
+    options.temporaryNotice = [&](std::uint64_t bytes, const std::filesystem::path& /*place*/) {
+      temporary = bytes;
+    };
     ImportReport report;
     EXPECT_TRUE(IsOk(ImportScans(options, report)));
+    const auto count = LasBuilder::Get<std::uint32_t>(file, 107);
+    EXPECT_EQ(temporary, tells ? count * LasBuilder::Get<std::uint16_t>(file, 105) : 0u);
     return StreamsOf(options.output);
   };
-  const auto little = importWithin(std::uint64_t{64} << 20, "little.tarn");
-  const auto much = importWithin(std::uint64_t{4} << 30, "much.tarn");
+  const auto little = importWithin(std::uint64_t{64} << 20, "little.tarn", true);
+  const auto much = importWithin(std::uint64_t{4} << 30, "much.tarn", false);
   EXPECT_EQ(little.size(), much.size());
   for (const auto& [name, bytes] : much) EXPECT_TRUE(little.at(name) == bytes) << name;
   EXPECT_EQ(folder.List(), (Names{"little.tarn", "much.tarn", "scan.las"}));
   ExpectSound(folder / "little.tarn");
+}
+
+TEST(Import, GivesTheSameBytesInLittleMemoryAsInMuch) {
+  // Enough for several pieces, and for little memory to be too little for them.
+  ExpectSameInLittleMemory(ScanOf(1300000));
+}
+
+TEST(Import, GivesTheSameBytesInLittleMemoryOfPointsThatAreAllEqual) {
+  auto file = ScanOf(800000, 0);
+  oocpctest::PlacePoints(file, std::vector<StoredPosition>(800000, {7, 8, 9}));
+  ExpectSameInLittleMemory(file);
+}
+
+TEST(Import, GivesTheSameBytesInLittleMemoryOfOneDenseSpot) {
+  auto file = ScanOf(900000, 0);
+  oocpctest::PlacePoints(file, std::vector<StoredPosition>(500000, {70000, 800000, 90000}));
+  ExpectSameInLittleMemory(file);
 }
 
 TEST(Import, GivesTheSameBytesWithOneThreadAsWithSeveral) {
