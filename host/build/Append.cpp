@@ -13,7 +13,7 @@
 
 #include "host/build/RepositoryBuilder.h"
 #include "host/build/ScanInputs.h"
-#include "host/cloud/CloudFacts.h"
+#include "host/cloud/IterationCube.h"
 
 namespace tarnhost {
 
@@ -24,8 +24,6 @@ namespace {
 /// The former cube stays a cell of the octree that the codes can name.
 constexpr unsigned kMostGrowth = 20;
 constexpr std::uint64_t kRun = 1u << 15;
-/// Of a repository whose levels of detail do not tell.
-constexpr unsigned kUsualGridBits = 7;
 
 /// The cube of the new iteration, and the former cube's cell in it.
 struct GrownCube {
@@ -201,20 +199,10 @@ class Appender {
   }
 
   Outcome FindFormerCube() {
-    for (const OOCIndexChunk& chunk : base_.catalogue.chunks) {
-      if (chunk.type != oocpc::chunk_type::kAccelerator1) continue;
-      OOCPCAcceleratorDescription description;
-      const HRESULT code = description.DecodeChunk(chunk.payload.data(), chunk.size);
-      if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
-      former_ = {description.cubeMin, description.cubeEdge};
-    }
-    OOCPCLODBlock block;
-    std::vector<OOCPCLODNodeRecord> records;
-    Outcome outcome = ReadLevelRecords(*cloud_, iteration_, block, records);
-    const double cells = block.scale > 0 ? former_.edge / block.scale : 0;
-    base_.grid.gridBits = cells >= 1 && cells < 1u << kMortonBits
-                              ? static_cast<unsigned>(std::lround(std::log2(cells)))
-                              : kUsualGridBits;
+    IterationCube cube;
+    Outcome outcome = FindCube(*cloud_, iteration_, cube);
+    former_ = {cube.min, cube.edge};
+    base_.grid.gridBits = cube.gridBits;
     return outcome;
   }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "host/cloud/Export.h"
+#include "host/cloud/IterationCube.h"
 #include "host/formats/laz/CopcWriter.h"
 #include "host/lod/LodTree.h"
 
@@ -18,18 +19,6 @@ namespace {
 constexpr double kTolerance = 1e-9;
 /// Points along an edge of the root node, where no level of detail tells their distance.
 constexpr double kUsualGrid = 128;
-
-/// The cube that the import divided, local frame: as wide as the cloud is along its longest axis.
-CopcCube CubeOf(const OOCPCOctreeAcceleratorNode& root) {
-  CopcCube cube;
-  cube.min = root.corner1;
-  double edge = 0;
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    edge = std::max(edge, root.corner2[axis] - root.corner1[axis]);
-  }
-  cube.edge = edge > 0 ? edge : 1;
-  return cube;
-}
 
 /// Takes the Morton code of the node's cell apart, whose bits stand in the order ...zyxzyx.
 CopcKey KeyOf(const OOCPCOctreeAcceleratorNode& node) {
@@ -115,9 +104,11 @@ Outcome ExportCopc(Cloud& cloud, std::uint64_t iteration, const std::filesystem:
                    const std::function<bool(const ProgressReport&)>& progress, CopcReport& report) {
   OOCPCUpdateIteration record;
   if (Outcome outcome = cloud.ReadIteration(iteration, record); !outcome.Ok()) return outcome;
-  OOCPCOctreeAcceleratorNode root;
-  if (Outcome outcome = cloud.ReadRoot(iteration, root); !outcome.Ok()) return outcome;
-  const CopcCube cube = CubeOf(root);
+  IterationCube divided;
+  if (Outcome outcome = FindCube(cloud, iteration, divided); !outcome.Ok()) return outcome;
+  CopcCube cube;
+  cube.min = divided.min;
+  cube.edge = divided.edge;
   CopcExporter exporter(cloud, cube);
   Outcome failure = exporter.Open(output, SpacingOf(cloud, iteration, cube));
   if (!failure.Ok()) return failure;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -10,6 +11,7 @@
 #include "host/build/Append.h"
 #include "host/cloud/CloudFacts.h"
 #include "host/cloud/Export.h"
+#include "host/cloud/IterationCube.h"
 #include "host/cloud/Verify.h"
 #include "tests/support/ScanFolder.h"
 
@@ -93,12 +95,33 @@ class Growing {
       fs::remove(exported);
       ASSERT_TRUE(IsOk(ExportLas(*cloud, i, exported, {}, points)));
       EXPECT_TRUE(RecordsIn(ReadFile(exported)) == expected_[i]) << "iteration " << i;
+      CheckCube(*cloud, i);
       std::vector<LevelFacts> levels;
       ASSERT_TRUE(IsOk(CollectLevels(*cloud, i, levels)));
       std::uint64_t inLevels = 0;
       for (const LevelFacts& level : levels) inLevels += level.pointCount;
       EXPECT_EQ(inLevels, expected_[i].size()) << "every point is in one level";
     }
+  }
+
+  /// Every node's points lie in its cell of the iteration's cube.
+  static void CheckCube(Cloud& cloud, std::uint64_t iteration) {
+    IterationCube cube;
+    ASSERT_TRUE(IsOk(FindCube(cloud, iteration, cube)));
+    ASSERT_TRUE(IsOk(cloud.WalkNodes(iteration, [&](const OOCPCOctreeAcceleratorNode& node) {
+      if (node.subtreePointCount == 0 || node.level > 20) return Descend::kIntoChildren;
+      const double width = std::ldexp(cube.edge, -static_cast<int>(node.level));
+      for (std::size_t axis = 0; axis < 3; ++axis) {
+        std::uint64_t cell = 0;
+        for (unsigned bit = 0; bit < node.level; ++bit) {
+          cell |= (node.indexInLevel >> (3 * bit + axis) & 1u) << bit;
+        }
+        const double begin = cube.min[axis] + static_cast<double>(cell) * width;
+        EXPECT_GE(node.corner1[axis], begin - 1e-6) << "iteration " << iteration;
+        EXPECT_LE(node.corner2[axis], begin + width + 1e-6) << "iteration " << iteration;
+      }
+      return Descend::kIntoChildren;
+    })));
   }
 
   [[nodiscard]] fs::path Place() const { return folder_ / "cloud.tarn"; }
