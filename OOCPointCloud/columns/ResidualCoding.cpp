@@ -100,8 +100,8 @@ std::uint8_t ChooseTransform(const Planes& planes) {
 
 /// The component that is stored at a place: the one that others are relative to comes first.
 std::size_t ComponentAt(std::uint8_t how, std::size_t place) {
-  constexpr std::size_t kSecondFirst[] = {1, 0, 2};
-  return (how & transform::kRelative) != 0 ? kSecondFirst[place] : place;
+  const bool secondFirst = (how & transform::kRelative) != 0 && place < 2;
+  return secondFirst ? 1 - place : place;
 }
 
 /// Appends the number of dictionary entries, and the entries.

@@ -105,9 +105,11 @@ std::optional<NarrowPlanes> NarrowPlanes::Of(ColumnType type,
       planes.components.assign(type.components,
                                std::vector<std::uint32_t>(values.size() / ValueBytes(type)));
       FillWithIntegers<T>(type, values, planes);
-      const auto close = [](const auto& numbers) { return LieClose<T>(numbers); };
-      if (sizeof(T) < sizeof(std::uint32_t) || std::ranges::all_of(planes.components, close)) {
+      if constexpr (sizeof(T) < sizeof(std::uint32_t)) {
         return planes;
+      } else {
+        const auto close = [](const auto& numbers) { return LieClose<T>(numbers); };
+        if (std::ranges::all_of(planes.components, close)) return planes;
       }
     }
     return std::nullopt;

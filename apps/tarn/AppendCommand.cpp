@@ -58,7 +58,7 @@ void AddAppend(CLI::App& app, Action& action) {
       "Former iterations stay as they are: see tarn iterations, and --iteration and --at of the\n"
       "commands that read.");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
-  command->add_option("SCANS", arguments->scans, "LAS files (1.0 to 1.4)")->required();
+  command->add_option("SCANS", arguments->scans, "LAS or LAZ files (1.0 to 1.4)")->required();
   command
       ->add_option("--time", arguments->time,
                    "Time point of the iteration, as for --at; default now")

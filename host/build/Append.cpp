@@ -24,6 +24,8 @@ namespace {
 /// The former cube stays a cell of the octree that the codes can name.
 constexpr unsigned kMostGrowth = 20;
 constexpr std::uint64_t kRun = 1u << 15;
+/// Later time points leave no room for further ones.
+constexpr std::uint64_t kLatestTime = 253'402'300'799'999'999;
 
 /// The cube of the new iteration, and the former cube's cell in it.
 struct GrownCube {
@@ -91,6 +93,11 @@ class Appender {
     base_.pointCount = newest_.pointCount;
     timePoint_ = options_.timePoint ? *options_.timePoint
                                     : std::max(CurrentTimePoint(), newest_.timePoint + 1);
+    if (timePoint_ > kLatestTime) {
+      return Outcome::Failure(result::kIndexOutOfRange, "the time point is behind the year 9999",
+                              options_.output.string(),
+                              "give it in microseconds since 1970 UTC, or as a date");
+    }
     if (timePoint_ > newest_.timePoint) return Outcome::Success();
     return Outcome::Failure(
         result::kIndexOutOfRange,
@@ -103,6 +110,11 @@ class Appender {
     std::vector<std::unique_ptr<ScanFile>> scans;
     if (Outcome outcome = OpenScans(options_, scans, report); !outcome.Ok()) return outcome;
     ScanWorkspace workspace{MemoryFor(options_) / 2, temporaryFolder_, {}};
+    for (const auto& scan : scans) workspaceTotal_ += scan->GetPointCount();
+    workspace.progress = [&](std::uint64_t done) {
+      return !options_.progress ||
+             options_.progress({"decompressing", std::min(done, workspaceTotal_), workspaceTotal_});
+    };
     for (auto& scan : scans) {
       if (Outcome outcome = CheckScan(*scan); !outcome.Ok()) return outcome;
       newPoints_ += scan->GetPointCount();
@@ -257,6 +269,7 @@ class Appender {
   OOCPCUpdateIteration newest_;
   std::uint64_t timePoint_ = 0;
   std::uint64_t newPoints_ = 0;
+  std::uint64_t workspaceTotal_ = 0;  ///< points of all scans
   std::vector<std::unique_ptr<ScanFile>> scans_;
   MortonCube former_;
   GrownCube grown_;

@@ -2,6 +2,7 @@
 #include "host/build/ExistingTree.h"
 
 #include <OOCPointCloud/OOCPCLODRecords.h>
+#include <tbb/parallel_for.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,6 +17,9 @@ namespace tarnhost {
 namespace {
 
 using Record = OOCPCOctreeAcceleratorNode;
+
+/// Far below what equal points can lead to.
+constexpr std::uint32_t kDeepestLevel = 128;
 
 /// A number that tells the cells of all levels down to the finest apart.
 std::uint64_t PlaceOf(unsigned level, std::uint64_t indexInLevel) {
@@ -52,7 +56,7 @@ Outcome ExistingTree::LoadNodes(std::uint64_t iteration, std::uint64_t corner) {
     for (unsigned octant = 0; octant < 8; ++octant) {
       const std::uint64_t index = nodes_[at].record.children[octant];
       if (index == Record::kNoChild) continue;
-      if (nodes_.size() >= limit) {
+      if (nodes_.size() >= limit || nodes_[at].record.level > kDeepestLevel) {
         return Outcome::Failure(oocpc::result::kBadRecord, "the octree's nodes are no tree",
                                 cloud_.GetPath().string(), "run tarn verify");
       }
@@ -125,7 +129,37 @@ void ExistingTree::Touch(std::span<const std::uint64_t> codes) {
 }
 
 std::vector<OOCPCOctreeAcceleratorNode> ExistingTree::Dissolve() {
-  std::vector<Record> dissolved;
+  std::vector<std::uint32_t> dissolved;
+  if (growth_ > 0) DissolveRoot(dissolved);
+  // In a cube that has grown, rounding may put a point on the border of a cell into the next one:
+  // so what is dissolved falls into leaves, too. What the former root holds on to does not fall.
+  std::size_t seen = dissolved.size();
+  DissolveTouched(dissolved);
+  while (seen < dissolved.size()) {
+    const std::size_t end = dissolved.size();
+    tbb::parallel_for(seen, end, [&](std::size_t i) { Touch(ReadCodes(dissolved[i])); });
+    seen = end;
+    DissolveTouched(dissolved);
+  }
+  MarkPaths();
+  std::vector<Record> records;
+  for (const std::uint32_t node : dissolved) records.push_back(nodes_[node].record);
+  return records;
+}
+
+void ExistingTree::DissolveRoot(std::vector<std::uint32_t>& dissolved) {
+  Node& root = nodes_[0];
+  root.isTouched = true;
+  if (root.record.IsLeaf() || root.record.ownPointCount == 0) {
+    DissolveAll(0, dissolved);
+    return;
+  }
+  root.isDissolved = true;
+  held_ = ReadCodes(0);
+  dissolved.push_back(0);
+}
+
+void ExistingTree::DissolveTouched(std::vector<std::uint32_t>& dissolved) {
   for (std::uint32_t i = 0; i < nodes_.size(); ++i) {
     Node& node = nodes_[i];
     if (touched_[i] == 0 || node.isGone) continue;
@@ -133,28 +167,16 @@ std::vector<OOCPCOctreeAcceleratorNode> ExistingTree::Dissolve() {
     // On the finest cells nothing tells where a point would go.
     if (node.record.IsLeaf() || node.record.level >= kMortonBits) DissolveAll(i, dissolved);
   }
-  if (growth_ > 0 && !nodes_[0].isGone) {
-    Node& root = nodes_[0];
-    root.isTouched = true;
-    if (root.record.IsLeaf() || root.record.ownPointCount == 0) {
-      DissolveAll(0, dissolved);
-    } else if (!root.isDissolved) {
-      root.isDissolved = true;
-      held_ = ReadCodes(0);
-      dissolved.push_back(root.record);
-    }
-  }
-  MarkPaths();
-  return dissolved;
 }
 
-void ExistingTree::DissolveAll(std::uint32_t node, std::vector<Record>& dissolved) {
+void ExistingTree::DissolveAll(std::uint32_t node, std::vector<std::uint32_t>& dissolved) {
   std::vector<std::uint32_t> waiting{node};
   while (!waiting.empty()) {
-    Node& next = nodes_[waiting.back()];
+    const std::uint32_t at = waiting.back();
+    Node& next = nodes_[at];
     waiting.pop_back();
+    if (next.record.ownPointCount > 0 && !next.isDissolved) dissolved.push_back(at);
     next.isTouched = next.isDissolved = next.isGone = true;
-    if (next.record.ownPointCount > 0) dissolved.push_back(next.record);
     for (const std::uint32_t child : next.children) {
       if (child != kNone) waiting.push_back(child);
     }
@@ -194,10 +216,13 @@ bool ExistingTree::HasChangingChild(std::uint32_t node, unsigned octant) const {
   return child != kNone && nodes_[child].isTouched && !nodes_[child].isGone;
 }
 
-bool ExistingTree::IsHeld(std::uint64_t code, unsigned level, std::uint64_t indexInLevel) const {
-  return !held_.empty() && level >= growth_ &&
-         indexInLevel >> (3 * (level - growth_)) == nodes_[0].record.indexInLevel &&
-         std::ranges::binary_search(held_, code);
+std::uint64_t ExistingTree::CountHeld(std::uint64_t code, unsigned level,
+                                      std::uint64_t indexInLevel) const {
+  if (held_.empty() || level < growth_ ||
+      indexInLevel >> (3 * (level - growth_)) != nodes_[0].record.indexInLevel) {
+    return 0;
+  }
+  return static_cast<std::uint64_t>(std::ranges::equal_range(held_, code).size());
 }
 
 std::vector<std::uint64_t> ExistingTree::ReadOwn(std::uint32_t node) {

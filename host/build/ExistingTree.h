@@ -60,9 +60,10 @@ class ExistingTree {
   [[nodiscard]] std::uint32_t FindKeptChild(std::uint32_t node, unsigned octant) const;
   /// Whether the child of that octant is an inner node below which something changes.
   [[nodiscard]] bool HasChangingChild(std::uint32_t node, unsigned octant) const;
-  /// Whether the former root holds on to a point of this code, which no node above it has taken,
-  /// and that is to be found in a cell: the root's own or one below.
-  [[nodiscard]] bool IsHeld(std::uint64_t code, unsigned level, std::uint64_t indexInLevel) const;
+  /// As many points of a code as the former root had: so many of them it holds on to, which no node
+  /// above it has taken. To be asked of a cell: the root's own or one below.
+  [[nodiscard]] std::uint64_t CountHeld(std::uint64_t code, unsigned level,
+                                        std::uint64_t indexInLevel) const;
   [[nodiscard]] unsigned GetGrowth() const { return growth_; }
   /// Codes, ascending, of the points that an inner node keeps or holds on to. By one thread for
   /// each node. A failure is kept: see GetFailure.
@@ -82,7 +83,9 @@ class ExistingTree {
   Outcome LoadNodes(std::uint64_t iteration, std::uint64_t corner);
   Outcome LoadParts(std::uint64_t iteration);
   void MarkPaths();
-  void DissolveAll(std::uint32_t node, std::vector<OOCPCOctreeAcceleratorNode>& dissolved);
+  void DissolveRoot(std::vector<std::uint32_t>& dissolved);
+  void DissolveTouched(std::vector<std::uint32_t>& dissolved);
+  void DissolveAll(std::uint32_t node, std::vector<std::uint32_t>& dissolved);
   std::vector<std::uint64_t> ReadCodes(std::uint32_t node);
   void Note(Outcome outcome);
 

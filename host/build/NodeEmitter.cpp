@@ -121,7 +121,9 @@ Outcome NodeEmitter::CloseLast() {
 void NodeEmitter::LinkKeptChildren(PlannedNode& node) {
   for (unsigned octant = 0; octant < 8; ++octant) {
     const std::uint32_t kept = existing_->FindKeptChild(node.existing, octant);
-    if (kept != ExistingTree::kNone) node.children[octant] = LinkKept(kept);
+    if (kept == ExistingTree::kNone) continue;
+    if (node.children[octant] != PlannedNode::kNoChild) clashes_ = true;
+    node.children[octant] = LinkKept(kept);
   }
 }
 

@@ -63,6 +63,8 @@ class NodeEmitter {
   /// The whole tree with its levels of detail, nodes of the existing one included.
   [[nodiscard]] std::vector<LodTreeNode> ListTree() const;
   [[nodiscard]] const StreamEnds& GetEnds() const { return end_; }
+  /// Whether a node was emitted in the place of one that stays: points would be lost.
+  [[nodiscard]] bool Clashes() const { return clashes_; }
   /// Points that were written, those of rewritten nodes included.
   [[nodiscard]] std::uint64_t GetWrittenPoints() const {
     return end_.pointCount - begin_.pointCount;
@@ -95,6 +97,7 @@ class NodeEmitter {
   std::size_t recordBytes_;
   OOCPCRepositoryWriter& writer_;
   std::string place_;
+  bool clashes_ = false;
   StreamEnds begin_;
   StreamEnds end_;
   ExistingTree* existing_;

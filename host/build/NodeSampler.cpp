@@ -97,9 +97,24 @@ void NodeSampler::Start(unsigned cellLevel, std::uint64_t cellCount, std::uint64
   for (const std::uint64_t code : taken_) spacing_.Add(code);
 }
 
-void NodeSampler::Keep(std::vector<std::uint64_t> codes, unsigned cellLevel, std::size_t most) {
+void NodeSampler::Limit(std::span<const CodedPoint> points, unsigned cellLevel, std::size_t most) {
+  const std::size_t left = most - std::min(most, keptCells_.size());
+  unsigned shift = 3 * (kMortonBits - cellLevel);
+  std::vector<CodedPoint> fresh;  // one point of each cell that has none yet
+  for (const CodedPoint& point : points) {
+    const bool sameCell = !fresh.empty() && (fresh.back().code ^ point.code) >> shift == 0;
+    if (!sameCell && !IsKept(point.code)) fresh.push_back(point);
+  }
+  nextKept_ = 0;
+  limitShift_ = 0;
+  for (std::uint64_t cells = fresh.size(); cells > left && cells > 1;) {
+    limitShift_ = shift += 3;
+    cells = CountCellsOf(fresh, shift);
+  }
+}
+
+void NodeSampler::Keep(std::vector<std::uint64_t> codes, unsigned cellLevel) {
   keptShift_ = 3 * (kMortonBits - cellLevel);
-  most_ = most - std::min(most, codes.size());
   taken_.insert(taken_.end(), codes.begin(), codes.end());
   keptCells_ = std::move(codes);
   for (std::uint64_t& code : keptCells_) code >>= keptShift_;
@@ -113,9 +128,9 @@ bool NodeSampler::IsKept(std::uint64_t code) {
 }
 
 bool NodeSampler::Take(std::uint64_t code) {
-  if (most_ == 0 || IsKept(code)) return false;
+  if (IsKept(code) || (limitShift_ > 0 && code >> limitShift_ == limitCell_)) return false;
   if (thins_ && spacing_.IsTooClose(code)) return false;
-  --most_;
+  if (limitShift_ > 0) limitCell_ = code >> limitShift_;
   taken_.push_back(code);
   if (thins_) spacing_.Add(code);
   return true;

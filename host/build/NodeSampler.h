@@ -45,9 +45,13 @@ class NodeSampler {
   /// `above` are the codes of what coarser levels took in the node's cell.
   explicit NodeSampler(std::vector<std::uint64_t> above) : taken_(std::move(above)) {}
 
-  /// Adds what the node has taken before, in ascending order: no more is taken of their cells at
-  /// the level of cells given, and no more than `most` points at all.
-  void Keep(std::vector<std::uint64_t> codes, unsigned cellLevel, std::size_t most);
+  /// Adds what the node has taken before, in ascending order: no more is taken of their cells, at
+  /// the level of cells given.
+  void Keep(std::vector<std::uint64_t> codes, unsigned cellLevel);
+  /// Sees to it that a node has about `most` points at most, those kept included: where the sorted
+  /// points have too many cells, one point is taken of several cells together, which are a coarser
+  /// one.
+  void Limit(std::span<const CodedPoint> points, unsigned cellLevel, std::size_t most);
   /// Whether the cell of a code has a point that was kept. To be asked in ascending order.
   [[nodiscard]] bool IsKept(std::uint64_t code);
 
@@ -68,7 +72,8 @@ class NodeSampler {
   std::vector<std::uint64_t> keptCells_;  ///< ascending
   std::size_t nextKept_ = 0;
   unsigned keptShift_ = 0;
-  std::size_t most_ = ~std::size_t{0};
+  unsigned limitShift_ = 0;                      ///< of the coarser cells; 0: there is no limit
+  std::uint64_t limitCell_ = ~std::uint64_t{0};  ///< the last one that was taken of
   PointSpacing spacing_;
   bool thins_ = false;
 };

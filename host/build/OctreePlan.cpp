@@ -95,9 +95,12 @@ class Planner {
     NodeSampler sampler(std::move(above));
     // On the finest cells there is nothing to keep apart.
     const unsigned cellLevel = std::min(grid_.CellLevel(node.level), kMortonBits - 1);
-    if (node.existing != ExistingTree::kNone) {
-      sampler.Keep(existing_->ReadOwn(node.existing), cellLevel, OctreePlan::kNodeCapacity);
-      points = HoldPoints(points, node, own);
+    if (existing_ != nullptr) {
+      if (node.existing != ExistingTree::kNone) {
+        sampler.Keep(existing_->ReadOwn(node.existing), cellLevel);
+        points = HoldPoints(points, node, own);
+      }
+      sampler.Limit(points, cellLevel, OctreePlan::kNodeCapacity);
     }
     points = sampler.TakeAll(points, cellLevel, own);
     std::array<Codes, 8> taken;
@@ -122,11 +125,19 @@ class Planner {
   /// Keeps the points that the node holds on to; gives the others, still in order.
   std::span<CodedPoint> HoldPoints(std::span<CodedPoint> points, const PlannedNode& node,
                                    std::vector<std::uint64_t>& own) const {
+    if (node.level != existing_->GetGrowth()) return points;
     std::size_t left = 0;
-    for (const CodedPoint& point : points) {
-      if (node.level == existing_->GetGrowth() &&
-          existing_->IsHeld(point.code, node.level, node.indexInLevel)) {
+    std::uint64_t code = 0;
+    std::uint64_t held = 0;  // that are still to come of this code
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      const CodedPoint point = points[i];
+      if (i == 0 || point.code != code) {
+        code = point.code;
+        held = existing_->CountHeld(code, node.level, node.indexInLevel);
+      }
+      if (held > 0) {
         own.push_back(point.point);
+        --held;
       } else {
         points[left++] = point;
       }

@@ -62,9 +62,15 @@ void PieceBuilder::HoldPoints(const Piece& piece, const LoadedPiece& loaded,
   std::vector<bool> isTaken(loaded.points.size());
   for (const std::uint32_t place : places) isTaken[place] = true;
   auto& out = built.takenRecords[existing_->GetGrowth()];
+  std::uint64_t code = 0;
+  std::uint64_t held = 0;  // that are still to come of this code
   for (std::uint32_t i = 0; i < loaded.points.size(); ++i) {
-    const std::uint64_t code = loaded.points[i].code;
-    if (isTaken[i] || !existing_->IsHeld(code, piece.level, piece.indexInLevel)) continue;
+    if (i == 0 || loaded.points[i].code != code) {
+      code = loaded.points[i].code;
+      held = existing_->CountHeld(code, piece.level, piece.indexInLevel);
+    }
+    if (isTaken[i] || held == 0) continue;
+    --held;
     places.push_back(i);
     above.push_back(code);
     const std::uint8_t* record = loaded.records.At(loaded.points[i].point);

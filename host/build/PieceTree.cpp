@@ -150,6 +150,7 @@ std::uint32_t PieceTree::FindPiece(std::uint64_t code) const {
   std::size_t at = 0;
   while (true) {
     const std::uint32_t target = tables_[at].targets[CellIn(tables_[at], code)];
+    if (target == kNoPiece) return 0;  // was not counted: what is read of a failed source
     if ((target & kIsTable) == 0) return target;
     at = target & ~kIsTable;
   }

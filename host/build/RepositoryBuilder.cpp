@@ -134,15 +134,18 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
   }
   if (Outcome outcome = PreparePoints(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CountPoints(); !outcome.Ok()) return outcome;
+  if (Outcome outcome = CheckExisting(); !outcome.Ok()) return outcome;
   const BlockBuilder blocks(points_, coder_.frameOffset);
   NodeEmitter emitter(blocks, points_.GetRecordBytes(), writer_, options_.output.string(),
                       base_ == nullptr ? StreamEnds{} : base_->ends,
                       base_ == nullptr ? nullptr : base_->tree);
   if (Outcome outcome = DealPoints(); !outcome.Ok()) return outcome;
+  if (Outcome outcome = CheckExisting(); !outcome.Ok()) return outcome;
   if (Outcome outcome = SampleTop(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CreateColumns(); !outcome.Ok()) return outcome;
   if (Outcome outcome = BuildPieces(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = CheckExisting(); !outcome.Ok()) return outcome;
+  if (Outcome outcome = CheckPoints(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteNodes(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteLod(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteSources(); !outcome.Ok()) return outcome;
@@ -204,7 +207,9 @@ Outcome RepositoryBuilder::CountPoints() {
   while (pieces_.EndRound()) {
     if (!CountCodes(box)) return Outcome::FromCode(oocpc::result::kStopped);
   }
-  if (base_ == nullptr) grid_ = SamplingGrid::Choose(pieces_.GetCellCounts());
+  if (base_ == nullptr || base_->tree == nullptr) {
+    grid_ = SamplingGrid::Choose(pieces_.GetCellCounts());
+  }
   return Outcome::Success();
 }
 
@@ -376,14 +381,30 @@ bool RepositoryBuilder::IsTooLarge(const Piece& piece) const {
          piece.pointCount > MostPointsOfPiece();
 }
 
+/// Adds the points of a piece that a former root above it holds on to: the first that are left.
+void RepositoryBuilder::AddHeld(const Piece& piece, std::vector<TakenPoint>& taken) const {
+  if (base_ == nullptr || base_->tree == nullptr) return;
+  std::uint64_t held = base_->tree->CountHeld(piece.indexInLevel, piece.level, piece.indexInLevel);
+  std::vector<std::uint32_t> gone;
+  for (const TakenPoint& point : taken) gone.push_back(point.index);
+  std::ranges::sort(gone);
+  for (std::uint32_t index = 0; held > 0 && index < piece.pointCount; ++index) {
+    if (std::ranges::binary_search(gone, index)) continue;
+    taken.push_back({base_->tree->GetGrowth(), piece.indexInLevel, index});
+    --held;
+  }
+}
+
 Outcome RepositoryBuilder::EmitTooLarge(std::uint32_t number, std::span<const TakenPoint> taken,
                                         NodeEmitter& emitter) const {
   const std::size_t recordBytes = points_.GetRecordBytes();
   EqualPoints points;
-  points.count = pieces_.GetPieces()[number].pointCount - taken.size();
   points.takenRecords.resize(kMortonBits);
+  std::vector<TakenPoint> takenOrHeld(taken.begin(), taken.end());
+  AddHeld(pieces_.GetPieces()[number], takenOrHeld);
+  points.count = pieces_.GetPieces()[number].pointCount - takenOrHeld.size();
   std::vector<std::uint32_t> gone;
-  for (const TakenPoint& point : taken) {
+  for (const TakenPoint& point : takenOrHeld) {
     auto& records = points.takenRecords[point.level];
     records.resize(records.size() + recordBytes);
     Outcome outcome =
@@ -400,7 +421,7 @@ Outcome RepositoryBuilder::EmitTooLarge(std::uint32_t number, std::span<const Ta
   points.read = [&](std::uint64_t first, std::uint64_t count, std::vector<std::uint8_t>& records) {
     records.resize(count * recordBytes);
     std::uint64_t done = 0;
-    for (; done < count && first + done <= kMortonBits; ++done) {
+    for (; done < count && !gone.empty() && rowOf(first + done) <= gone.back(); ++done) {
       Outcome outcome = fileStore_->ReadRecords(
           number, rowOf(first + done), std::span(records).subspan(done * recordBytes, recordBytes));
       if (!outcome.Ok()) return outcome;
@@ -433,6 +454,19 @@ Outcome RepositoryBuilder::CheckExisting() const {
     if (Outcome outcome = base_->dissolved->GetFailure(); !outcome.Ok()) return outcome;
   }
   return base_->tree == nullptr ? Outcome::Success() : base_->tree->GetFailure();
+}
+
+/// Nothing is committed that has lost a point.
+Outcome RepositoryBuilder::CheckPoints(const NodeEmitter& emitter) const {
+  const std::uint64_t before = base_ == nullptr ? 0 : base_->pointCount - base_->dissolvedCount;
+  const std::uint64_t built = emitter.GetNodes().back().subtreePointCount;
+  if (!emitter.Clashes() && built == before + points_.GetPointCount()) return Outcome::Success();
+  return Outcome::Failure(oocpc::result::kBadRecord,
+                          "the octree that was built holds " + std::to_string(built) +
+                              " points in place of " +
+                              std::to_string(before + points_.GetPointCount()),
+                          options_.output.string(),
+                          "nothing was written; tarn verify tells whether the repository is sound");
 }
 
 Outcome RepositoryBuilder::CreateColumns() {

@@ -83,6 +83,8 @@ class RepositoryBuilder {
   Outcome WriteSources();
   Outcome WriteIteration(const NodeEmitter& emitter);
   [[nodiscard]] Outcome CheckExisting() const;
+  [[nodiscard]] Outcome CheckPoints(const NodeEmitter& emitter) const;
+  void AddHeld(const Piece& piece, std::vector<TakenPoint>& taken) const;
   [[nodiscard]] OOCPCCatalogue Describe() const;
   [[nodiscard]] OOCPCCatalogue DescribeAppended();
   [[nodiscard]] std::array<std::uint8_t, 16> MakeIdentity() const;

@@ -161,8 +161,11 @@ Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, 
   if (existing_ != nullptr) {
     const std::uint32_t kept = existing_->FindInner(level, index);
     if (kept != ExistingTree::kNone) {
-      sampler.Keep(existing_->ReadOwn(kept), cellLevel, OctreePlan::kNodeCapacity);
+      sampler.Keep(existing_->ReadOwn(kept), cellLevel);
     }
+    std::vector<CodedPoint> cells;
+    for (const CellCandidate& cell : best) cells.push_back({cell.candidate.code, 0});
+    sampler.Limit(cells, cellLevel, OctreePlan::kNodeCapacity);
   }
   sampler.Start(cellLevel, best.size(), points);
   for (const auto& [candidate, piece] : best) {

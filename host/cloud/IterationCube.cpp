@@ -15,8 +15,12 @@ namespace {
 
 /// Cubes have not grown more often than this.
 constexpr unsigned kMostGrowth = 64;
-/// Of a cell: what rounding may move its centre.
-constexpr double kTolerance = 1e-3;
+/// Of a cell: what rounding may move its centre. The centre of one cell is never so near to that of
+/// another one, up to twenty levels coarser.
+constexpr double kTolerance = 1e-8;
+/// Grids that an import chooses, in cells along the cube's edge.
+constexpr double kFewestCells = 8;
+constexpr double kMostCells = 128;
 
 Outcome ReadStatedCube(Cloud& cloud, IterationCube& cube) {
   const std::unique_ptr<OOCPCIInputStream> stream(
@@ -62,6 +66,8 @@ Outcome FindCube(Cloud& cloud, std::uint64_t iteration, IterationCube& cube) {
   double width = cube.edge;
   for (unsigned growth = 0; growth <= kMostGrowth; ++growth, width *= 0.5) {
     oocpc::Vector3d corner;
+    const double cells = width / block.scale;
+    if (cells < kFewestCells * 0.99 || cells > kMostCells * 1.01) continue;
     if (!IsCentreOfCell(block.centre, cube, width, corner)) continue;
     if (growth > 0) cube.min = corner;
     cube.edge = width;

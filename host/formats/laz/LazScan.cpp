@@ -171,6 +171,7 @@ Outcome LazScan::DecodeInto(std::size_t index, laz::ChunkDecoder& decoder,
 }
 
 Outcome LazScan::Prepare(ScanWorkspace& workspace) {
+  if (records_ != nullptr) return Outcome::Success();  // once is enough
   const std::uint64_t bytes = header_.pointCount * layout_.GetRecordBytes();
   Outcome outcome =
       ScratchBytes::Create(bytes, workspace.memoryBytes, workspace.temporaryFolder, records_);

@@ -7,12 +7,15 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <utility>
 
 #include "host/build/Append.h"
+#include "host/build/OctreePlan.h"
 #include "host/cloud/CloudFacts.h"
 #include "host/cloud/Export.h"
 #include "host/cloud/IterationCube.h"
 #include "host/cloud/Verify.h"
+#include "host/repair/Repair.h"
 #include "tests/support/ScanFolder.h"
 
 namespace tarnhost {
@@ -124,6 +127,22 @@ class Growing {
     })));
   }
 
+  [[nodiscard]] std::map<std::string, Bytes> GetStreams() const { return Streams(); }
+
+  /// Damages the newest iteration and repairs the repository.
+  void DropNewest() {
+    const fs::path stream = Place() / OOCPCLODNodeStreamName(expected_.size() - 1);
+    Bytes bytes = ReadFile(stream);
+    bytes.at(60) ^= 1;
+    oocpctest::WriteFile(stream, bytes);
+    RepairOptions options;
+    options.repository = Place();
+    RepairReport report;
+    ASSERT_TRUE(IsOk(RepairRepository(options, report)));
+    expected_.pop_back();
+    isRepaired_ = true;
+  }
+
   [[nodiscard]] fs::path Place() const { return folder_ / "cloud.tarn"; }
   [[nodiscard]] const ImportReport& Report() const { return report_; }
   [[nodiscard]] ImportOptions Options(const Bytes& scan) {
@@ -139,7 +158,8 @@ class Growing {
     ImportOptions options = Options(scan);
     options.memoryBytes = memory;
     std::map<std::string, Bytes> before;
-    if (!first) before = Streams();
+    // What a repair dropped lies behind what is committed, and is cut.
+    if (!first && !std::exchange(isRepaired_, false)) before = Streams();
     ASSERT_TRUE(IsOk(first ? ImportScans(options, report_) : AppendScans(options, report_)));
     const std::vector<std::string> records = RecordsIn(scan);
     EXPECT_EQ(report_.pointCount, records.size());
@@ -170,6 +190,7 @@ class Growing {
   ScanFolder folder_;
   std::vector<std::vector<std::string>> expected_;
   ImportReport report_;
+  bool isRepaired_ = false;
 };
 
 TEST(Append, AddsPointsAmongThoseThatAreThere) {
@@ -209,6 +230,91 @@ TEST(Append, GrowsTowardsEverySide) {
     cloud.Append(ScanIn(5'000, corner, {1000, 1000, 1000}, 2));
     cloud.Check();
   }
+}
+
+TEST(Append, KeepsPointsOnTheFacesOfTheFormerCube) {
+  Growing cloud;
+  // A third of the points lie on the face behind which the cube grows.
+  Bytes scan = ScanIn(40'000, {0, 0, 0}, {10'000, 10'000, 10'000}, 1);
+  std::vector<StoredPosition> face;
+  std::mt19937 random(2);
+  for (int i = 0; i < 15'000; ++i) {
+    face.push_back({10'000, static_cast<std::int32_t>(random() % 10'001),
+                    static_cast<std::int32_t>(random() % 10'001)});
+  }
+  oocpctest::PlacePoints(scan, face);
+  cloud.Import(scan);
+  cloud.Append(ScanIn(3'000, {10'001, 0, 0}, {9'998, 10'000, 10'000}, 3));
+  cloud.Append(ScanIn(10, {9'990, 4'000, 4'000}, {9, 100, 100}, 4));
+  cloud.Check();
+}
+
+TEST(Append, KeepsEveryPointWhereverScansLie) {
+  std::mt19937 random(11);
+  const auto between = [&](std::int32_t least, std::int32_t greatest) {
+    return least +
+           static_cast<std::int32_t>(random() % static_cast<unsigned>(greatest - least + 1));
+  };
+  for (unsigned round = 0; round < 4; ++round) {
+    Growing cloud;
+    const StoredPosition corner{between(-5000, 5000), between(-5000, 5000), between(-5000, 5000)};
+    const std::int32_t edge = between(2000, 9000);
+    cloud.Import(ScanIn(30'000, corner, {edge, edge, edge}, round));
+    for (unsigned step = 0; step < 4; ++step) {
+      StoredPosition place = corner;
+      for (std::int32_t& along : place) {
+        along += step % 2 == 0 ? between(-edge, edge) : between(0, edge / 2);
+      }
+      const std::int32_t size = between(1, edge);
+      cloud.Append(ScanIn(static_cast<std::uint32_t>(between(1, 2000)), place, {size, size, size},
+                          100 * round + step));
+    }
+    cloud.Check();
+  }
+}
+
+TEST(Append, HoldsNoMoreInTheFormerRootThanItHad) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "takes minutes under the address sanitizer";
+#endif
+  const auto build = [](Growing& cloud, std::uint64_t memory) {
+    cloud.Import(Square(40'000, 0, 0, 100'000, 1));
+    cloud.Append(ScanIn(530'000, {50'000, 50'000, 100}, {0, 0, 0}, 2), memory);
+    cloud.Append(ScanIn(1, {-300'000, 0, 0}, {0, 0, 0}, 3), memory);
+  };
+  Growing little;
+  build(little, 1);
+  little.Check();
+  Growing much;
+  build(much, std::uint64_t{4} << 30);
+  EXPECT_TRUE(little.GetStreams() == much.GetStreams()) << "the same in little memory as in much";
+}
+
+TEST(Append, KeepsNodesSmallHoweverFewPointsTheCloudBeganWith) {
+  for (const std::uint32_t first : {0u, 1000u}) {
+    Growing cloud;
+    cloud.Import(ScanIn(first, {0, 0, 0}, {100'000, 100'000, 100'000}, 1));
+    cloud.Append(ScanIn(300'000, {0, 0, 0}, {100'000, 100'000, 100'000}, 2));
+    cloud.Check();
+    std::unique_ptr<Cloud> opened;
+    ASSERT_TRUE(IsOk(Cloud::Open(cloud.Place(), opened)));
+    std::uint32_t most = 0;
+    ASSERT_TRUE(IsOk(opened->WalkNodes(1, [&](const OOCPCOctreeAcceleratorNode& node) {
+      most = std::max(most, node.ownPointCount);
+      return Descend::kIntoChildren;
+    })));
+    EXPECT_LT(most, 2 * OctreePlan::kNodeCapacity);
+  }
+}
+
+TEST(Append, GoesOnAfterARepairThatDroppedAGrownIteration) {
+  Growing cloud;
+  cloud.Import(Square(40'000, 0, 0, 10'000, 1));
+  cloud.Append(Square(500, 300'000, -300'000, 10'000, 2));
+  cloud.DropNewest();
+  cloud.Append(Square(20'000, 5'000, 0, 10'000, 3));
+  cloud.Append(Square(500, -20'000, 0, 1'000, 4));
+  cloud.Check();
 }
 
 TEST(Append, GrowsByAHugeFactor) {
