@@ -143,6 +143,7 @@ std::vector<OOCPCOctreeAcceleratorNode> ExistingTree::Dissolve() {
   }
   MarkPaths();
   std::vector<Record> records;
+  records.reserve(dissolved.size());
   for (const std::uint32_t node : dissolved) records.push_back(nodes_[node].record);
   return records;
 }
@@ -222,7 +223,8 @@ std::uint64_t ExistingTree::CountHeld(std::uint64_t code, unsigned level,
       indexInLevel >> (3 * (level - growth_)) != nodes_[0].record.indexInLevel) {
     return 0;
   }
-  return static_cast<std::uint64_t>(std::ranges::equal_range(held_, code).size());
+  const auto [first, last] = std::equal_range(held_.begin(), held_.end(), code);
+  return static_cast<std::uint64_t>(last - first);
 }
 
 std::vector<std::uint64_t> ExistingTree::ReadOwn(std::uint32_t node) {

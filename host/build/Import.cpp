@@ -10,7 +10,6 @@
 
 namespace tarnhost {
 
-namespace fs = std::filesystem;
 namespace result = oocpc::result;
 
 namespace {

@@ -142,11 +142,12 @@ Outcome MemoryPieceStore::Load(std::uint32_t piece, LoadedPiece& loaded) {
 }
 
 FilePieceStore::FilePieceStore(std::unique_ptr<TemporaryFile> file, std::size_t pieceCount,
-                               std::size_t recordBytes, std::size_t bufferBytes, PointCoder coder)
+                               std::size_t recordBytes, std::size_t bufferBytes,
+                               const PointCoder& coder)
     : file_(std::move(file)),
       recordBytes_(recordBytes),
       bufferBytes_(bufferBytes),
-      coder_(std::move(coder)),
+      coder_(coder),
       buffers_(pieceCount),
       chunks_(pieceCount) {}
 

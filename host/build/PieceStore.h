@@ -63,7 +63,7 @@ class FilePieceStore final : public PieceStore {
  public:
   /// Each piece gathers up to `bufferBytes` in memory before they are written.
   FilePieceStore(std::unique_ptr<TemporaryFile> file, std::size_t pieceCount,
-                 std::size_t recordBytes, std::size_t bufferBytes, PointCoder coder);
+                 std::size_t recordBytes, std::size_t bufferBytes, const PointCoder& coder);
 
   /// Records of a piece, from one thread at a time.
   Outcome Append(std::uint32_t piece, std::span<const std::uint8_t> records);

@@ -385,8 +385,8 @@ bool RepositoryBuilder::IsTooLarge(const Piece& piece) const {
 void RepositoryBuilder::AddHeld(const Piece& piece, std::vector<TakenPoint>& taken) const {
   if (base_ == nullptr || base_->tree == nullptr) return;
   std::uint64_t held = base_->tree->CountHeld(piece.indexInLevel, piece.level, piece.indexInLevel);
-  std::vector<std::uint32_t> gone;
-  for (const TakenPoint& point : taken) gone.push_back(point.index);
+  std::vector<std::uint32_t> gone(taken.size());
+  std::ranges::transform(taken, gone.begin(), &TakenPoint::index);
   std::ranges::sort(gone);
   for (std::uint32_t index = 0; held > 0 && index < piece.pointCount; ++index) {
     if (std::ranges::binary_search(gone, index)) continue;

@@ -78,8 +78,9 @@ std::vector<LevelCandidates> FindCandidates(const Piece& piece, std::span<const 
         points.subspan(begin, std::min(LevelCollector::kBatch, points.size() - begin));
     for (LevelCollector& level : levels) level.Add(batch, static_cast<std::uint32_t>(begin));
   }
-  std::vector<LevelCandidates> candidates;
-  for (LevelCollector& level : levels) candidates.push_back(level.Take());
+  std::vector<LevelCandidates> candidates(levels.size());
+  std::ranges::transform(levels, candidates.begin(),
+                         [](LevelCollector& level) { return level.Take(); });
   return candidates;
 }
 
@@ -163,8 +164,10 @@ Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, 
     if (kept != ExistingTree::kNone) {
       sampler.Keep(existing_->ReadOwn(kept), cellLevel);
     }
-    std::vector<CodedPoint> cells;
-    for (const CellCandidate& cell : best) cells.push_back({cell.candidate.code, 0});
+    std::vector<CodedPoint> cells(best.size());
+    std::ranges::transform(best, cells.begin(), [](const CellCandidate& cell) {
+      return CodedPoint{cell.candidate.code, 0};
+    });
     sampler.Limit(cells, cellLevel, OctreePlan::kNodeCapacity);
   }
   sampler.Start(cellLevel, best.size(), points);

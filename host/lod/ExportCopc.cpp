@@ -113,7 +113,7 @@ Outcome ExportCopc(Cloud& cloud, std::uint64_t iteration, const std::filesystem:
   Outcome failure = exporter.Open(output, SpacingOf(cloud, iteration, cube));
   if (!failure.Ok()) return failure;
   CopcWriter& writer = exporter.GetWriter();
-  const Outcome walk = cloud.WalkNodes(iteration, [&](const OOCPCOctreeAcceleratorNode& node) {
+  Outcome walk = cloud.WalkNodes(iteration, [&](const OOCPCOctreeAcceleratorNode& node) {
     failure = exporter.Write(node);
     if (failure.Ok() && progress &&
         !progress({"writing", writer.GetPointCount(), record.pointCount})) {
