@@ -336,6 +336,33 @@ class ProgramTest(unittest.TestCase):
                 self.assertEqual(done.returncode, 1, (stream, harm, done.stdout))
                 self.assertTrue(done.stderr)
 
+    def test_append_makes_an_iteration_that_its_time_finds(self):
+        grown = self.path("grown.tarn")
+        shutil.copytree(self.cloud, grown)
+        before = int(run("query", grown, "#true()", "--count").stdout)
+        more = self.path("more.las")
+        self.assertEqual(run("export", grown, "-o", more).returncode, 0)
+        done = run("append", grown, more)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        listed = json.loads(run("iterations", grown, "--json").stdout)
+        self.assertEqual([it["points"] for it in listed], [before, 2 * before])
+        for iteration, points in ((0, before), (1, 2 * before)):
+            micros = listed[iteration]["time_point"]
+            second = time.strftime("%Y-%m-%dT%H:%M:%S", time.gmtime(micros // 1000000))
+            chosen = [("--iteration", str(iteration)), ("--at", str(micros))]
+            if listed[0]["time_point"] // 1000000 != listed[1]["time_point"] // 1000000:
+                chosen.append(("--at", second))
+            for option in chosen:
+                counted = run("query", grown, "#true()", "--count", *option)
+                self.assertEqual(counted.stdout.strip(), str(points), option)
+        early = run("query", grown, "#true()", "--count", "--at", "1999-12-31")
+        self.assertEqual(early.returncode, 1)
+        wrong = run("query", grown, "#true()", "--count", "--at", "yesterday")
+        self.assertEqual(wrong.returncode, 2)
+        again = run("append", grown, more, "--time", "1999-12-31")
+        self.assertEqual(again.returncode, 1)
+        self.assertIn("not later", again.stderr)
+
     def test_no_command_crashes_on_a_harmed_repository(self):
         harmed, out = self.path("worn.tarn"), self.path("worn.las")
         for stream in ("main", "DEF_OCTREE", "DEF_UPDATE_ITERATIONS", "DEF_SOURCES",
