@@ -26,6 +26,7 @@ void PrintAsJson(const Arguments& arguments, const tarnhost::RepairReport& repor
              {"iterations_after", report.iterationsAfter},
              {"points_before", report.pointsBefore},
              {"points_after", report.pointsAfter},
+             {"sources_lost", report.sourcesLost},
              {"damaged_iterations", report.damagedIterations},
              {"backup", report.backup.string()}});
 }
@@ -36,6 +37,10 @@ std::string Iterations(std::uint64_t count) {
 
 void PrintLoss(const tarnhost::RepairReport& report) {
   const std::uint64_t lost = report.iterationsBefore - report.iterationsAfter;
+  if (lost == 0 && report.sourcesLost) {
+    std::printf("lost: headers and records of a scan that came last; its points are all there\n");
+    return;
+  }
   if (lost == 0) {
     std::printf("nothing is lost: %s, %s points in the last\n",
                 Iterations(report.iterationsAfter).c_str(), Grouped(report.pointsAfter).c_str());

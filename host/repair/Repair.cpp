@@ -40,7 +40,7 @@ class Repair {
     if (states.ReadIteration(report_.iterationsAfter - 1, record)) {
       report_.pointsAfter = record.pointCount;
     }
-    report_.changesMain = report_.fromCopy || report_.iterationsAfter != report_.iterationsBefore;
+    report_.changesMain = report_.fromCopy || isAnother_ || CopyIsDamaged();
     if (!report_.changesMain || options_.dryRun) return Outcome::Success();
     if (Outcome outcome = BackUp(); !outcome.Ok()) return outcome;
     const HRESULT code = store->ReplaceMain(main_);
@@ -104,6 +104,8 @@ class Repair {
       if (Outcome outcome = Verify(main, report); !outcome.Ok()) return outcome;
       if (!TakeIfIntact(report, last)) continue;
       main_ = std::move(main);
+      isAnother_ = true;
+      report_.sourcesLost = report_.iterationsAfter == report_.iterationsBefore;
       return Outcome::Success();
     }
     return Outcome::Failure(first, "no iteration is intact", folder_.string(),
@@ -115,6 +117,24 @@ class Repair {
     report_.iterationsAfter = last + 1;
     for (std::uint64_t i = 0; i < last; ++i) {
       if (!found.intactIterations[i]) report_.damagedIterations.push_back(i);
+    }
+    return true;
+  }
+
+  /// A commit renews the copy, too.
+  bool CopyIsDamaged() {
+    Bytes copy;
+    OOCPCCatalogue catalogue;
+    const fs::path place = folder_ / OOCPCFolderStreamStore::kMainCopyFileName;
+    std::error_code ignored;
+    if (!fs::exists(place, ignored)) return false;
+    HRESULT code = oocpc::detail::ReadWholeFile(place, copy);
+    if (!Failed(code)) code = OOCPCDecodeMainStream(copy, catalogue);
+    if (!Failed(code)) return false;
+    if (report_.faultCount == 0) {
+      report_.faultCount = 1;
+      report_.faults.push_back(
+          {code, OOCPCFolderStreamStore::kMainCopyFileName, 0, 0, Outcome::FromCode(code).what});
     }
     return true;
   }
@@ -143,6 +163,7 @@ class Repair {
   RepairReport& report_;
   fs::path folder_;
   Bytes main_;
+  bool isAnother_ = false;  ///< main_ is not the one that was there
   OOCPCCatalogue catalogue_;
 };
 

@@ -25,6 +25,8 @@ struct RepairReport {
   std::uint64_t iterationsAfter = 0;
   std::uint64_t pointsBefore = 0;  ///< of the last iteration; 0 where its record is lost
   std::uint64_t pointsAfter = 0;
+  /// No iteration was lost, but what the repository kept of a source beside its points.
+  bool sourcesLost = false;
   std::vector<std::uint64_t> damagedIterations;  ///< older ones that stay, and stay damaged
   std::filesystem::path backup;                  ///< the former main stream; empty when none
 };

@@ -336,6 +336,39 @@ class ProgramTest(unittest.TestCase):
                 self.assertEqual(done.returncode, 1, (stream, harm, done.stdout))
                 self.assertTrue(done.stderr)
 
+    def test_repair_brings_back_a_cloud_whose_newest_source_is_damaged(self):
+        harmed = self.path("sourceless.tarn")
+        shutil.copytree(self.cloud, harmed)
+        more = self.path("more.las")
+        self.assertEqual(run("export", harmed, "-o", more).returncode, 0)
+        before = int(run("query", harmed, "#true()", "--count").stdout)
+        self.assertEqual(run("append", harmed, more).returncode, 0)
+        sources = os.path.join(harmed, "DEF_SOURCES")
+        self.alter(sources, os.path.getsize(sources) - 200)
+        self.assertEqual(run("info", harmed).returncode, 1)
+        done = run("repair", harmed)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("its points are all there", done.stdout)
+        self.assertEqual(run("query", harmed, "#true()", "--count").stdout.strip(), str(2 * before))
+        self.assertEqual(run("verify", harmed).returncode, 0)
+
+    def test_repair_renews_a_damaged_copy_of_the_main_stream(self):
+        harmed = self.path("copyless.tarn")
+        shutil.copytree(self.cloud, harmed)
+        copy = os.path.join(harmed, "main.copy")
+        self.alter(copy, os.path.getsize(copy) // 2)
+        self.assertEqual(run("verify", harmed).returncode, 1)
+        self.assertEqual(run("repair", harmed).returncode, 0)
+        self.assertEqual(run("verify", harmed).returncode, 0)
+
+    @staticmethod
+    def alter(path, place):
+        with open(path, "r+b") as file:
+            file.seek(place)
+            byte = file.read(1)[0]
+            file.seek(place)
+            file.write(bytes([byte ^ 1]))
+
     def test_append_makes_an_iteration_that_its_time_finds(self):
         grown = self.path("grown.tarn")
         shutil.copytree(self.cloud, grown)
