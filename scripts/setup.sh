@@ -49,7 +49,7 @@ install_node_readers() {
   folder="$(dirname "$0")/../tests/node"
   [ ! -d "$folder/node_modules/copc" ] || return 0
   echo "installing: laz-perf and copc for node"
-  npm install --prefix "$folder" --no-package-lock --no-audit --no-fund >/dev/null 2>&1 ||
+  timeout 240 npm install --prefix "$folder" --no-package-lock --no-audit --no-fund >/dev/null 2>&1 ||
     echo "setup.sh: they could not be installed; their tests will be skipped" >&2
 }
 
