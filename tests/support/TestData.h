@@ -37,8 +37,8 @@ inline std::vector<std::filesystem::path> TestScans() { return TestFiles(".las")
 inline std::vector<std::filesystem::path> TestLazScans() {
   std::vector<std::filesystem::path> scans = TestFiles(".laz");
 #ifndef NDEBUG
-  constexpr std::uintmax_t kLargeBytes = 10u << 20;
-  std::erase_if(scans, [](const auto& scan) { return file_size(scan) > kLargeBytes; });
+  std::erase_if(scans,
+                [](const auto& scan) { return file_size(scan) > (std::uintmax_t{10} << 20); });
 #endif
   return scans;
 }
