@@ -554,14 +554,7 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
   namespace chunk_type = oocpc::chunk_type;
   OOCPCCatalogue catalogue;
   catalogue.identity = MakeIdentity();
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    catalogue.mortonSeed[axis] = coder_.cube.min[axis];
-    catalogue.mortonSeed[axis + 3] = coder_.cube.min[axis] + coder_.cube.edge;
-  }
-  OOCPCAcceleratorDescription accelerator;
-  accelerator.cubeMin = coder_.cube.min;
-  accelerator.cubeEdge = coder_.cube.edge;
-  catalogue.chunks.emplace_back(chunk_type::kAccelerator1, accelerator.EncodeChunk());
+  DescribeCube(catalogue);
   OOCPCPositionsDescription positions;
   positions.scale = points_.GetTransform().scale;
   positions.offset = points_.GetTransform().offset;
@@ -572,21 +565,20 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
                                                dimension.description};
     catalogue.chunks.emplace_back(chunk_type::kStaticMetaData, description.EncodeChunk());
   }
-  OOCPCUpdateIterationDescription iterations;
-  iterations.iterationCount = 1;
-  catalogue.chunks.emplace_back(chunk_type::kUpdateIterations, iterations.EncodeChunk());
-  OOCPCLODDescription levelOfDetail;
-  levelOfDetail.blockCount = 1;
-  catalogue.chunks.emplace_back(chunk_type::kLevelOfDetail, levelOfDetail.EncodeChunk());
+  DescribeIterations(1, catalogue);
   catalogue.information.creationTime = timePoint_;
-  catalogue.information.localFrameOffset = coder_.frameOffset;
   catalogue.information.generator = kGenerator;
   return catalogue;
 }
 
 OOCPCCatalogue RepositoryBuilder::DescribeAppended() {
-  namespace chunk_type = oocpc::chunk_type;
   OOCPCCatalogue catalogue = std::move(base_->catalogue);
+  DescribeCube(catalogue);
+  DescribeIterations(base_->iterationCount + 1, catalogue);
+  return catalogue;
+}
+
+void RepositoryBuilder::DescribeCube(OOCPCCatalogue& catalogue) const {
   for (std::size_t axis = 0; axis < 3; ++axis) {
     catalogue.mortonSeed[axis] = coder_.cube.min[axis];
     catalogue.mortonSeed[axis + 3] = coder_.cube.min[axis] + coder_.cube.edge;
@@ -594,15 +586,17 @@ OOCPCCatalogue RepositoryBuilder::DescribeAppended() {
   OOCPCAcceleratorDescription accelerator;
   accelerator.cubeMin = coder_.cube.min;
   accelerator.cubeEdge = coder_.cube.edge;
-  catalogue.SetChunk(chunk_type::kAccelerator1, accelerator.EncodeChunk());
-  OOCPCUpdateIterationDescription iterations;
-  iterations.iterationCount = base_->iterationCount + 1;
-  catalogue.SetChunk(chunk_type::kUpdateIterations, iterations.EncodeChunk());
-  OOCPCLODDescription levelOfDetail;
-  levelOfDetail.blockCount = base_->iterationCount + 1;
-  catalogue.SetChunk(chunk_type::kLevelOfDetail, levelOfDetail.EncodeChunk());
+  catalogue.SetChunk(oocpc::chunk_type::kAccelerator1, accelerator.EncodeChunk());
   catalogue.information.localFrameOffset = coder_.frameOffset;
-  return catalogue;
+}
+
+void RepositoryBuilder::DescribeIterations(std::uint64_t count, OOCPCCatalogue& catalogue) {
+  OOCPCUpdateIterationDescription iterations;
+  iterations.iterationCount = count;
+  catalogue.SetChunk(oocpc::chunk_type::kUpdateIterations, iterations.EncodeChunk());
+  OOCPCLODDescription levelOfDetail;
+  levelOfDetail.blockCount = count;
+  catalogue.SetChunk(oocpc::chunk_type::kLevelOfDetail, levelOfDetail.EncodeChunk());
 }
 
 std::array<std::uint8_t, 16> RepositoryBuilder::MakeIdentity() const {

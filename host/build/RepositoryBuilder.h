@@ -87,6 +87,8 @@ class RepositoryBuilder {
   void AddHeld(const Piece& piece, std::vector<TakenPoint>& taken) const;
   [[nodiscard]] OOCPCCatalogue Describe() const;
   [[nodiscard]] OOCPCCatalogue DescribeAppended();
+  void DescribeCube(OOCPCCatalogue& catalogue) const;
+  static void DescribeIterations(std::uint64_t count, OOCPCCatalogue& catalogue);
   [[nodiscard]] std::array<std::uint8_t, 16> MakeIdentity() const;
 
   PointSet& points_;

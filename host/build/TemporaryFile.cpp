@@ -1,31 +1,20 @@
 // A file without a name, for what does not fit into memory.
 #include "host/build/TemporaryFile.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <string>
 #include <utility>
 
 #include "OOCPointCloud/support/SystemErrors.h"
+#include "host/common/NamelessFile.h"
 
 namespace tarnhost {
 
 Outcome TemporaryFile::Create(const std::filesystem::path& folder,
                               std::unique_ptr<TemporaryFile>& file) {
-  // Without a name it is gone with the process, however that ends.
   const std::filesystem::path path = folder / "temporary";
-  int opened = ::open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
-  if (opened < 0 && (errno == EOPNOTSUPP || errno == EISDIR)) {
-    // A file system that makes none without a name.
-    static std::atomic<unsigned> made = 0;
-    const std::filesystem::path named =
-        folder / ("temporary-" + std::to_string(::getpid()) + "-" + std::to_string(made++));
-    opened = ::open(named.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (opened >= 0) ::unlink(named.c_str());
-  }
+  const int opened = OpenNamelessFile(folder);
   if (opened < 0) return Outcome::FromCode(oocpc::ResultFromErrno(errno), path.string());
   file.reset(new TemporaryFile(opened, path));
   return Outcome::Success();

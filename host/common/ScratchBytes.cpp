@@ -2,15 +2,13 @@
 #include "host/common/ScratchBytes.h"
 
 #include <OOCPointCloud/Repositories.h>
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <string>
 
 #include "OOCPointCloud/support/SystemErrors.h"
+#include "host/common/NamelessFile.h"
 
 namespace tarnhost {
 
@@ -21,12 +19,10 @@ Outcome FailureOf(int error, const std::filesystem::path& path) {
   return Outcome::FromCode(oocpc::ResultFromErrno(error), path.string());
 }
 
-/// Opens a file of a length and takes its name away.
-int OpenNameless(const std::filesystem::path& path, std::uint64_t bytes) {
-  const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (file < 0) return -1;
-  ::unlink(path.c_str());
-  if (::ftruncate(file, static_cast<off_t>(bytes)) == 0) return file;
+/// Opens a nameless file of a length.
+int OpenOfLength(const std::filesystem::path& folder, std::uint64_t bytes) {
+  const int file = OpenNamelessFile(folder);
+  if (file < 0 || ::ftruncate(file, static_cast<off_t>(bytes)) == 0) return file;
   const int error = errno;
   ::close(file);
   errno = error;
@@ -38,12 +34,10 @@ int OpenNameless(const std::filesystem::path& path, std::uint64_t bytes) {
 Outcome ScratchBytes::Create(std::uint64_t bytes, std::uint64_t memoryBytes,
                              const std::filesystem::path& folder,
                              std::unique_ptr<ScratchBytes>& scratch) {
-  static std::atomic<unsigned> next{0};
-  const std::filesystem::path path =
-      folder / (".scratch-" + std::to_string(::getpid()) + "-" + std::to_string(next++) + ".tmp");
+  const std::filesystem::path path = folder / "scratch";
   int file = -1;
   if (bytes > memoryBytes) {
-    file = OpenNameless(path, bytes);
+    file = OpenOfLength(folder, bytes);
     if (file < 0) return FailureOf(errno, path);
   }
   void* mapped = nullptr;

@@ -1,9 +1,8 @@
 // A plan in words.
-#include <array>
 #include <bit>
-#include <charconv>
 #include <limits>
 
+#include "host/select/NumberWord.h"
 #include "host/select/SelectionPlan.h"
 #include "host/select/Sinks.h"
 
@@ -11,19 +10,12 @@ namespace tarnhost {
 
 namespace {
 
-template <typename T>
-std::string Number(T value) {
-  std::array<char, 40> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value);
-  return {digits.data(), end.ptr};
-}
-
 std::string Bound(std::uint64_t bits, oocpc::ValueType type) {
   if (type == oocpc::ValueType::kFloat) {
-    return Number(static_cast<float>(std::bit_cast<double>(bits)));
+    return NumberWord(static_cast<float>(std::bit_cast<double>(bits)));
   }
-  if (IsRealType(type)) return Number(std::bit_cast<double>(bits));
-  return IsSignedType(type) ? Number(static_cast<std::int64_t>(bits)) : Number(bits);
+  if (IsRealType(type)) return NumberWord(std::bit_cast<double>(bits));
+  return IsSignedType(type) ? NumberWord(static_cast<std::int64_t>(bits)) : NumberWord(bits);
 }
 
 /// A range in words; a side without a bound is left out.
@@ -54,7 +46,7 @@ std::string DescribeBox(const SelectionPlan& plan, const PlanLeaf& leaf) {
     const auto bound = [&](std::int64_t stored, std::int64_t none) {
       return stored == none
                  ? std::string()
-                 : Number(plan.positions.GetSource(static_cast<std::int32_t>(stored), axis));
+                 : NumberWord(plan.positions.GetSource(static_cast<std::int32_t>(stored), axis));
     };
     std::string low = bound(range.least, kAllStored.least);
     std::string high = bound(range.greatest, kAllStored.greatest);
@@ -100,17 +92,17 @@ std::string DescribeLeaf(const SelectionPlan& plan, const PlanLeaf& leaf) {
       text = DescribeInterval(column, leaf);
       break;
     case LeafKind::kString:
-      text = column.name + " is one of " + Number(leaf.strings.countBefore.back()) + " strings";
+      text = column.name + " is one of " + NumberWord(leaf.strings.countBefore.back()) + " strings";
       break;
     case LeafKind::kBox:
       text = DescribeBox(plan, leaf);
       break;
     case LeafKind::kSphere: {
       const auto& sphere = static_cast<const OOCPCInsideSphereQuery&>(*leaf.query);
-      text = "within " + Number(sphere.GetRadius()) + " of";
+      text = "within " + NumberWord(sphere.GetRadius()) + " of";
       for (std::size_t axis = 0; axis < 3; ++axis) {
         text += (axis == 0 ? " " : ", ") +
-                Number(sphere.GetCentre()[axis] + plan.positions.frameOffset[axis]);
+                NumberWord(sphere.GetCentre()[axis] + plan.positions.frameOffset[axis]);
       }
       break;
     }

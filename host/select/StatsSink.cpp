@@ -2,10 +2,10 @@
 #include "host/select/StatsSink.h"
 
 #include <bit>
-#include <charconv>
 #include <cmath>
 
 #include "OOCPointCloud/columns/ComponentTypes.h"
+#include "host/select/NumberWord.h"
 #include "host/select/Sinks.h"
 #include "host/select/ValueInterval.h"
 
@@ -15,17 +15,10 @@ using oocpc::ValueType;
 
 namespace {
 
-template <typename T>
-std::string Number(T value) {
-  std::array<char, 40> digits;
-  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value);
-  return {digits.data(), end.ptr};
-}
-
 std::string Text(std::uint64_t bits, ValueType type) {
-  if (type == ValueType::kFloat) return Number(static_cast<float>(std::bit_cast<double>(bits)));
-  if (type == ValueType::kDouble) return Number(std::bit_cast<double>(bits));
-  return IsSignedType(type) ? Number(static_cast<std::int64_t>(bits)) : Number(bits);
+  if (type == ValueType::kFloat) return NumberWord(static_cast<float>(std::bit_cast<double>(bits)));
+  if (type == ValueType::kDouble) return NumberWord(std::bit_cast<double>(bits));
+  return IsSignedType(type) ? NumberWord(static_cast<std::int64_t>(bits)) : NumberWord(bits);
 }
 
 }  // namespace
@@ -150,8 +143,8 @@ Outcome StatsSink::End(const SelectReport& /*report*/) {
     };
     const double a = source(static_cast<double>(static_cast<std::int64_t>(total.leastBits)));
     const double b = source(static_cast<double>(static_cast<std::int64_t>(total.greatestBits)));
-    stats.least = Number(std::min(a, b));  // a scale may be negative
-    stats.greatest = Number(std::max(a, b));
+    stats.least = NumberWord(std::min(a, b));  // a scale may be negative
+    stats.greatest = NumberWord(std::max(a, b));
     stats.mean = source(stats.mean);
   }
   return Outcome::Success();

@@ -54,9 +54,9 @@ Outcome LazScan::Open(const std::filesystem::path& path,
 }
 
 Outcome LazScan::Load() {
-  const std::string where = path_.string();
+  const std::string where = GetPath().string();
   LasHeader compressed;
-  if (Outcome outcome = ParseLazHeader(bytes_->GetBytes(), where, compressed); !outcome.Ok()) {
+  if (Outcome outcome = ParseLazHeader(GetFile(), where, compressed); !outcome.Ok()) {
     return outcome;
   }
   if (compressed.pointCount > kMostPoints) {
@@ -65,28 +65,25 @@ Outcome LazScan::Load() {
   }
   if (Outcome outcome = LoadLayout(compressed); !outcome.Ok()) return outcome;
   Outcome outcome = laz::ReadChunkTable(
-      lazLayout_, {bytes_->GetBytes(), compressed.pointsOffset, compressed.pointCount}, where,
-      table_);
+      lazLayout_, {GetFile(), compressed.pointsOffset, compressed.pointCount}, where, table_);
   if (!outcome.Ok()) return outcome;
   Uncompress(compressed);
-  outcome = ParseLasFrame(leading_, compressed.pointCount, trailing_, where, header_);
-  if (!outcome.Ok()) return outcome;
-  layout_ = LasRecordLayout::Of(header_);
-  transform_ = {header_.scale, header_.offset};
-  for (const LasField& field : layout_.GetFields()) dimensions_.push_back(field.dimension);
+  LasHeader header;
+  outcome = ParseLasFrame(leading_, compressed.pointCount, trailing_, where, header);
+  if (outcome.Ok()) SetHeader(std::move(header));
   return outcome;
 }
 
 Outcome LazScan::LoadLayout(const LasHeader& compressed) {
-  const std::string where = path_.string();
+  const std::string where = GetPath().string();
   const auto record = std::ranges::find_if(compressed.records, &LasVariableRecord::IsCompression);
   if (record == compressed.records.end()) {
     return Outcome::Failure(result::kScanContradictory,
                             "the points are compressed, but no record tells how", where,
                             "write the scan again with the program that made it");
   }
-  const auto payload = bytes_->GetBytes().subspan(static_cast<std::size_t>(record->payloadOffset),
-                                                  static_cast<std::size_t>(record->payloadBytes));
+  const auto payload = GetFile().subspan(static_cast<std::size_t>(record->payloadOffset),
+                                         static_cast<std::size_t>(record->payloadBytes));
   Outcome outcome = laz::ParseLazLayout(payload, compressed.pointBytes, where, lazLayout_);
   if (!outcome.Ok()) return outcome;
   // The items must be those of the point format, whose layout the dimensions are taken from.
@@ -105,7 +102,7 @@ Outcome LazScan::LoadLayout(const LasHeader& compressed) {
 
 /// Makes the bytes around the points what they would be in a LAS file.
 void LazScan::Uncompress(const LasHeader& compressed) {
-  const auto file = bytes_->GetBytes();
+  const auto file = GetFile();
   const auto record = std::ranges::find_if(compressed.records, &LasVariableRecord::IsCompression);
   const auto begin = static_cast<std::ptrdiff_t>(record->payloadOffset - kRecordHeadBytes);
   const auto end = static_cast<std::ptrdiff_t>(record->payloadOffset + record->payloadBytes);
@@ -132,7 +129,7 @@ void LazScan::Uncompress(const LasHeader& compressed) {
 
 /// What is left of the file without the points and their table.
 void LazScan::TakeTrailing() {
-  const auto file = bytes_->GetBytes();
+  const auto file = GetFile();
   trailing_ = file.subspan(static_cast<std::size_t>(table_.tableEnd));
   if (table_.pointsEnd == table_.tableBegin) return;
   ownTrailing_.assign(file.begin() + static_cast<std::ptrdiff_t>(table_.pointsEnd),
@@ -144,7 +141,7 @@ void LazScan::TakeTrailing() {
 Outcome LazScan::DecodeChunk(std::size_t index, laz::ChunkDecoder& decoder, std::uint8_t* records,
                              std::uint32_t parts) const {
   const laz::Chunk& chunk = table_.chunks[index];
-  const auto bytes = bytes_->GetBytes().subspan(static_cast<std::size_t>(chunk.offset));
+  const auto bytes = GetFile().subspan(static_cast<std::size_t>(chunk.offset));
   const bool sound =
       decoder.Decode({bytes, static_cast<std::size_t>(chunk.bytes)}, chunk.points, records, parts);
   OOCPCForgetPages(bytes.first(static_cast<std::size_t>(chunk.bytes)));
@@ -154,13 +151,13 @@ Outcome LazScan::DecodeChunk(std::size_t index, laz::ChunkDecoder& decoder, std:
       "chunk " + std::to_string(index + 1) + " of " + std::to_string(table_.chunks.size()) +
           " is damaged (points " + std::to_string(chunk.firstPoint + 1) + " to " +
           std::to_string(chunk.firstPoint + chunk.points) + ")",
-      path_.string(), "copy or download it again, or write it again from its source");
+      GetPath().string(), "copy or download it again, or write it again from its source");
 }
 
 Outcome LazScan::DecodeInto(std::size_t index, laz::ChunkDecoder& decoder,
                             std::vector<std::uint8_t>& buffer) {
   const laz::Chunk& chunk = table_.chunks[index];
-  const std::size_t stride = layout_.GetRecordBytes();
+  const std::size_t stride = GetRecordBytes();
   const std::uint64_t at = chunk.firstPoint * stride;
   if (std::uint8_t* memory = records_->GetMemory(at); memory != nullptr) {
     return DecodeChunk(index, decoder, memory);
@@ -172,7 +169,7 @@ Outcome LazScan::DecodeInto(std::size_t index, laz::ChunkDecoder& decoder,
 
 Outcome LazScan::Prepare(ScanWorkspace& workspace) {
   if (records_ != nullptr) return Outcome::Success();  // once is enough
-  const std::uint64_t bytes = header_.pointCount * layout_.GetRecordBytes();
+  const std::uint64_t bytes = GetPointCount() * GetRecordBytes();
   Outcome outcome =
       ScratchBytes::Create(bytes, workspace.memoryBytes, workspace.temporaryFolder, records_);
   if (!outcome.Ok()) return outcome;
@@ -210,32 +207,21 @@ Outcome LazScan::Prepare(ScanWorkspace& workspace) {
 }
 
 void LazScan::ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const {
-  const std::size_t stride = layout_.GetRecordBytes();
-  const std::uint8_t* record = records_->Get(first * stride);
-  for (std::uint64_t i = 0; i < count; ++i, record += stride, xyz += 3) {
-    std::memcpy(xyz, record, 12);
-  }
+  const std::size_t stride = GetRecordBytes();
+  CopyPositions(records_->Get(first * stride), count, xyz);
   records_->Forget(first * stride, count * stride);
 }
 
 void LazScan::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const {
-  const std::size_t stride = layout_.GetRecordBytes();
+  const std::size_t stride = GetRecordBytes();
   if (count == 0) return;
   std::memcpy(out, records_->Get(first * stride), count * stride);
   records_->Forget(first * stride, count * stride);
 }
 
 std::span<const std::uint8_t> LazScan::GetMappedRecords() const {
-  if (!records_ || header_.pointCount == 0) return {};
-  return {records_->Get(0),
-          static_cast<std::size_t>(header_.pointCount) * layout_.GetRecordBytes()};
+  if (!records_ || GetPointCount() == 0) return {};
+  return {records_->Get(0), static_cast<std::size_t>(GetPointCount()) * GetRecordBytes()};
 }
-
-void LazScan::ExtractDimension(std::size_t dimension, const std::uint8_t* records,
-                               std::size_t count, std::uint8_t* out) const {
-  layout_.ExtractRows(dimension, records, count, out);
-}
-
-bool LazScan::GetStatedBox(StoredBox& box) const { return tarnhost::GetStatedBox(header_, box); }
 
 }  // namespace tarnhost

@@ -1,16 +1,11 @@
 // A LAZ file opened as a scan; COPC files are LAZ files.
 #pragma once
 
-#include <OOCPointCloud/Repositories.h>
-
-#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include "host/common/ScratchBytes.h"
-#include "host/formats/LasHeader.h"
-#include "host/formats/LasRecordLayout.h"
-#include "host/formats/ScanFile.h"
+#include "host/formats/LasBasedScan.h"
 #include "host/formats/laz/ChunkCoder.h"
 #include "host/formats/laz/ChunkTable.h"
 
@@ -21,7 +16,7 @@ namespace tarnhost {
 /// from several threads at once.
 ///
 /// Points are read chunk by chunk with DecodeChunk, or, after Prepare(), in any order.
-class LazScan final : public ScanFile {
+class LazScan final : public LasBasedScan {
  public:
   static Outcome Open(const std::filesystem::path& path, std::unique_ptr<LazScan>& scan);
   /// The same of a file that is mapped already.
@@ -30,8 +25,6 @@ class LazScan final : public ScanFile {
   /// True for a LAS file whose point format says that its points are compressed.
   [[nodiscard]] static bool IsCompressed(std::span<const std::uint8_t> file);
 
-  [[nodiscard]] const LasHeader& GetHeader() const { return header_; }
-  [[nodiscard]] const LasRecordLayout& GetLayout() const { return layout_; }
   [[nodiscard]] const laz::LazLayout& GetLazLayout() const { return lazLayout_; }
   [[nodiscard]] const std::vector<laz::Chunk>& GetChunks() const { return table_.chunks; }
 
@@ -41,22 +34,14 @@ class LazScan final : public ScanFile {
   Outcome DecodeChunk(std::size_t chunk, laz::ChunkDecoder& decoder, std::uint8_t* records,
                       std::uint32_t parts = laz::kAllParts) const;
 
-  [[nodiscard]] const std::filesystem::path& GetPath() const override { return path_; }
-  [[nodiscard]] std::uint64_t GetPointCount() const override { return header_.pointCount; }
-  [[nodiscard]] const PositionTransform& GetTransform() const override { return transform_; }
-  [[nodiscard]] const std::vector<Dimension>& GetDimensions() const override { return dimensions_; }
   /// Decodes all chunks, on all cores. DecodeChunk's failure for the first one that is damaged, and
   /// those of ScratchBytes; kStopped.
   Outcome Prepare(ScanWorkspace& workspace) override;
   void Release() override { records_.reset(); }
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override;
-  [[nodiscard]] std::size_t GetRecordBytes() const override { return layout_.GetRecordBytes(); }
   void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const override;
   /// Those that Prepare() made.
   [[nodiscard]] std::span<const std::uint8_t> GetMappedRecords() const override;
-  void ExtractDimension(std::size_t dimension, const std::uint8_t* records, std::size_t count,
-                        std::uint8_t* out) const override;
-  [[nodiscard]] bool GetStatedBox(StoredBox& box) const override;
   [[nodiscard]] std::span<const std::uint8_t> GetLeadingBytes() const override { return leading_; }
   [[nodiscard]] std::span<const std::uint8_t> GetTrailingBytes() const override {
     return trailing_;
@@ -64,7 +49,7 @@ class LazScan final : public ScanFile {
 
  private:
   LazScan(std::filesystem::path path, std::shared_ptr<const OOCPCByteSource> bytes)
-      : path_(std::move(path)), bytes_(std::move(bytes)) {}
+      : LasBasedScan(std::move(path), std::move(bytes)) {}
   Outcome Load();
   Outcome LoadLayout(const LasHeader& compressed);
   void Uncompress(const LasHeader& compressed);
@@ -72,12 +57,6 @@ class LazScan final : public ScanFile {
   Outcome DecodeInto(std::size_t chunk, laz::ChunkDecoder& decoder,
                      std::vector<std::uint8_t>& buffer);
 
-  std::filesystem::path path_;
-  std::shared_ptr<const OOCPCByteSource> bytes_;
-  LasHeader header_;
-  LasRecordLayout layout_;
-  PositionTransform transform_;
-  std::vector<Dimension> dimensions_;
   laz::LazLayout lazLayout_;
   laz::ChunkTable table_;
   std::vector<std::uint8_t> leading_;
