@@ -1,9 +1,11 @@
 // tarn info
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/InfoText.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "host/cloud/CloudFacts.h"
+#include "host/common/System.h"
 
 namespace tarnapp {
 
@@ -18,7 +20,8 @@ struct Arguments {
 
 int DescribeScan(const Arguments& arguments) {
   std::unique_ptr<tarnhost::ScanFile> scan;
-  const tarnhost::Outcome outcome = tarnhost::OpenScan(arguments.repository, scan);
+  const tarnhost::Outcome outcome =
+      tarnhost::OpenScan(tarnhost::PathOf(arguments.repository), scan);
   if (!outcome.Ok()) return ReportFailure(outcome);
   tarnhost::CloudFacts facts;
   tarnhost::CollectScanFacts(*scan, facts);
@@ -31,12 +34,12 @@ int DescribeScan(const Arguments& arguments) {
 }
 
 int Run(const Arguments& arguments) {
-  std::error_code ignored;
-  if (std::filesystem::is_regular_file(arguments.repository, ignored)) {
+  const std::filesystem::path path = tarnhost::PathOf(arguments.repository);
+  if (oocpc::detail::GetFileKind(path) == oocpc::detail::FileKind::kFile) {
     return DescribeScan(arguments);
   }
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t iteration = 0;
   outcome = FindIteration(*cloud, arguments.iteration, iteration);

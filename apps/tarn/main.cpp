@@ -1,5 +1,4 @@
 // tarn: opens point clouds too large for memory, and selects points in them.
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -8,6 +7,7 @@
 #include <vector>
 
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/Console.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 
@@ -23,9 +23,10 @@ std::string UsageMessage(const CLI::App* app, const CLI::Error& error) {
 }
 
 /// Parses the command line; an exit code when there is nothing to run.
-std::optional<int> Parse(CLI::App& app, int argc, char** argv) {
+std::optional<int> Parse(CLI::App& app, const std::vector<std::string>& arguments) {
   try {
-    app.parse(argc, argv);
+    // Backwards, as the parser takes them.
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? tarnapp::kDone : tarnapp::kWrongUsage;
@@ -53,7 +54,7 @@ int FlushOutput(int code) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
+  tarnapp::PrepareConsole();
   tarnapp::StopOnInterrupt();
   CLI::App app{"Opens point clouds too large for memory, and selects points in them.", "tarn"};
   app.set_version_flag("--version", "tarn " TARN_VERSION);
@@ -72,6 +73,6 @@ int main(int argc, char** argv) {
   tarnapp::AddVerify(app, action);
   tarnapp::AddRepair(app, action);
   tarnapp::AddSynthesize(app, action);
-  if (const std::optional<int> code = Parse(app, argc, argv)) return *code;
+  if (const std::optional<int> code = Parse(app, tarnapp::GetArguments(argc, argv))) return *code;
   return FlushOutput(RunAction(action));
 }

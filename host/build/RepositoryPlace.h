@@ -35,6 +35,7 @@ class RepositoryPlace {
  private:
   Outcome CheckPlace(bool overwrite);
   void RemoveLeftovers() const;
+  void LetGo();
   [[nodiscard]] Outcome FailureToMove(HRESULT code) const;
 
   std::filesystem::path place_;

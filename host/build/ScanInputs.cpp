@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "OOCPointCloud/repository/FileSystem.h"
+
 namespace tarnhost {
 
 Outcome OpenScans(const ImportOptions& options, std::vector<std::unique_ptr<ScanFile>>& scans,
@@ -11,8 +13,10 @@ Outcome OpenScans(const ImportOptions& options, std::vector<std::unique_ptr<Scan
   for (const std::filesystem::path& input : options.inputs) {
     std::unique_ptr<ScanFile> scan;
     if (Outcome outcome = OpenScan(input, scan); !outcome.Ok()) return outcome;
-    std::error_code ignored;
-    report.sourceBytes += std::filesystem::file_size(input, ignored);
+    std::uint64_t bytes = 0;
+    const HRESULT measured = oocpc::detail::GetFileLength(input, bytes);
+    if (oocpc::Failed(measured)) return Outcome::FromCode(measured, input.string());
+    report.sourceBytes += bytes;
     scans.push_back(std::move(scan));
   }
   if (!scans.empty()) return Outcome::Success();

@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 namespace result = oocpc::result;
 
 using oocpc::Failed;
+using oocpc::detail::IsNameTaken;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
@@ -50,9 +51,8 @@ class Repair {
  private:
   /// A trial takes no lock: it must leave nothing behind.
   Outcome Open(std::unique_ptr<OOCPCFolderStreamStore>& store) const {
-    std::error_code ignored;
-    const bool isThere = fs::exists(folder_ / OOCPCFolderStreamStore::kMainFileName, ignored) ||
-                         fs::exists(folder_ / OOCPCFolderStreamStore::kMainCopyFileName, ignored);
+    const bool isThere = IsNameTaken(folder_ / OOCPCFolderStreamStore::kMainFileName) ||
+                         IsNameTaken(folder_ / OOCPCFolderStreamStore::kMainCopyFileName);
     if (!isThere) return Outcome::FromCode(result::kNotARepository, folder_.string());
     if (options_.dryRun) return Outcome::Success();
     const HRESULT code = OOCPCFolderStreamStore::Open(folder_, store);
@@ -126,8 +126,7 @@ class Repair {
     Bytes copy;
     OOCPCCatalogue catalogue;
     const fs::path place = folder_ / OOCPCFolderStreamStore::kMainCopyFileName;
-    std::error_code ignored;
-    if (!fs::exists(place, ignored)) return false;
+    if (!IsNameTaken(place)) return false;
     HRESULT code = oocpc::detail::ReadWholeFile(place, copy);
     if (!Failed(code)) code = OOCPCDecodeMainStream(copy, catalogue);
     if (!Failed(code)) return false;
@@ -145,9 +144,8 @@ class Repair {
         oocpc::detail::ReadWholeFile(folder_ / OOCPCFolderStreamStore::kMainFileName, former);
     if (read == result::kStreamMissing) return Outcome::Success();
     if (Failed(read)) return Outcome::FromCode(read, folder_.string());
-    std::error_code ignored;
     fs::path backup = folder_ / "main.before-repair";
-    for (int number = 2; fs::exists(backup, ignored); ++number) {
+    for (int number = 2; IsNameTaken(backup); ++number) {
       backup = folder_ / ("main.before-repair-" + std::to_string(number));
     }
     oocpc::detail::AppendFile file;
