@@ -57,6 +57,7 @@ int main(int argc, char** argv) {
   tarnapp::PrepareConsole();
   tarnapp::StopOnInterrupt();
   CLI::App app{"Opens point clouds too large for memory, and selects points in them.", "tarn"};
+  app.allow_windows_style_options(false);  // "/" begins a path, on every system
   app.set_version_flag("--version", "tarn " TARN_VERSION);
   app.require_subcommand(1);
   app.failure_message(UsageMessage);

@@ -20,6 +20,9 @@ using Bytes = std::vector<std::uint8_t>;
 
 namespace {
 
+// A value of its own: the library exports the constant's value only, not its address.
+constexpr const char* kMainCopyName = OOCPCFolderStreamStore::kMainCopyFileName;
+
 /// One repair, from the main stream that is there to the one that takes its place.
 class Repair {
  public:
@@ -52,7 +55,7 @@ class Repair {
   /// A trial takes no lock: it must leave nothing behind.
   Outcome Open(std::unique_ptr<OOCPCFolderStreamStore>& store) const {
     const bool isThere = IsNameTaken(folder_ / OOCPCFolderStreamStore::kMainFileName) ||
-                         IsNameTaken(folder_ / OOCPCFolderStreamStore::kMainCopyFileName);
+                         IsNameTaken(folder_ / kMainCopyName);
     if (!isThere) return Outcome::FromCode(result::kNotARepository, folder_.string());
     if (options_.dryRun) return Outcome::Success();
     const HRESULT code = OOCPCFolderStreamStore::Open(folder_, store);
@@ -72,7 +75,7 @@ class Repair {
     report_.faultCount = 1;
     report_.faults.push_back(
         {code, OOCPCFolderStreamStore::kMainFileName, 0, 0, Outcome::FromCode(code).what});
-    if (!Failed(ReadMain(OOCPCFolderStreamStore::kMainCopyFileName))) return Outcome::Success();
+    if (!Failed(ReadMain(kMainCopyName))) return Outcome::Success();
     return Outcome::Failure(code, "neither the main stream nor its copy is sound", folder_.string(),
                             "take the repository from a backup or import it again");
   }
@@ -125,15 +128,14 @@ class Repair {
   bool CopyIsDamaged() {
     Bytes copy;
     OOCPCCatalogue catalogue;
-    const fs::path place = folder_ / OOCPCFolderStreamStore::kMainCopyFileName;
+    const fs::path place = folder_ / kMainCopyName;
     if (!IsNameTaken(place)) return false;
     HRESULT code = oocpc::detail::ReadWholeFile(place, copy);
     if (!Failed(code)) code = OOCPCDecodeMainStream(copy, catalogue);
     if (!Failed(code)) return false;
     if (report_.faultCount == 0) {
       report_.faultCount = 1;
-      report_.faults.push_back(
-          {code, OOCPCFolderStreamStore::kMainCopyFileName, 0, 0, Outcome::FromCode(code).what});
+      report_.faults.push_back({code, kMainCopyName, 0, 0, Outcome::FromCode(code).what});
     }
     return true;
   }
