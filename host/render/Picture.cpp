@@ -42,7 +42,10 @@ Outcome WritePng(const Picture& picture, const std::filesystem::path& path) {
 Outcome ReadPng(const std::filesystem::path& path, Picture& picture) {
   std::shared_ptr<const OOCPCByteSource> file;
   const HRESULT code = OOCPCMapFile(path, file);
-  if (oocpc::Failed(code)) return Outcome::FromCode(code, path.string());
+  if (oocpc::Failed(code)) {
+    return Outcome::Failure(oocpc::result::kScanNotRecognised, Outcome::FromCode(code).what,
+                            path.string());
+  }
   const std::span<const std::uint8_t> bytes = file->GetBytes();
   png_image image = EmptyImage();
   if (png_image_begin_read_from_memory(&image, bytes.data(), bytes.size()) == 0) {
