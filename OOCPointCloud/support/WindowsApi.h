@@ -14,5 +14,7 @@
 #undef GetFreeSpace
 #undef MoveFile
 #undef ReplaceFile
+#undef far
+#undef near
 
 #endif
