@@ -34,7 +34,4 @@ set(CMAKE_SHARED_LINKER_FLAGS_INIT "-static")
 set(CMAKE_C_FLAGS_INIT "-Wa,-muse-unaligned-vector-move")
 set(CMAKE_CXX_FLAGS_INIT "-Wa,-muse-unaligned-vector-move")
 
-find_program(OOCPC_WINE NAMES wine wine64)
-if(OOCPC_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR ${OOCPC_WINE})
-endif()
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/run-in-wine.sh)

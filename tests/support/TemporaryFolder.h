@@ -44,4 +44,17 @@ inline std::vector<std::uint8_t> ReadFile(const std::filesystem::path& file) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
+/// Copies what is in a folder into another, which is made when it is not there.
+inline void CopyFolder(const std::filesystem::path& from, const std::filesystem::path& to) {
+  std::filesystem::create_directories(to);
+  for (const auto& entry : std::filesystem::directory_iterator(from)) {
+    const std::filesystem::path target = to / entry.path().filename();
+    if (entry.is_directory()) {
+      CopyFolder(entry.path(), target);
+    } else {
+      std::filesystem::copy_file(entry.path(), target);
+    }
+  }
+}
+
 }  // namespace oocpctest

@@ -305,6 +305,9 @@ TEST(Attachment, ReportsThatMemoryRanOut) {
 }
 
 TEST(Attachment, ReportsAnAcceleratorThatCannotBeCloned) {
+#if defined(_WIN32)
+  GTEST_SKIP() << "the DLL that clones it has an allocation function of its own";
+#endif
   TarnOOCPointCloud cloud;
   ASSERT_EQ(cloud.AttachDataRepository(CompleteRepository().release()), result::kOk);
   OOCPCOctreeAcceleratorNode node;

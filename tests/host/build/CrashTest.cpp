@@ -110,7 +110,7 @@ class EveryFileOperation : public ::testing::TestWithParam<Operation> {
   /// Puts the folder back into the state before the operation.
   void Restore() {
     for (const auto& entry : fs::directory_iterator(folder_.Path())) fs::remove_all(entry.path());
-    fs::copy(saved_ / "state", folder_.Path(), fs::copy_options::recursive);
+    oocpctest::CopyFolder(saved_ / "state", folder_.Path());
   }
 
   /// Lets one operation go wrong; false when there is no such operation.
@@ -163,7 +163,7 @@ class EveryFileOperation : public ::testing::TestWithParam<Operation> {
 TEST_P(EveryFileOperation, MayGoWrongWithoutLosingTheCommittedState) {
   ASSERT_TRUE(oocpctest::IsOk(GetParam().makeFirst(folder_)));
   before_ = StateOf(folder_.Repository());
-  fs::copy(folder_.Path(), saved_ / "state", fs::copy_options::recursive);
+  oocpctest::CopyFolder(folder_.Path(), saved_ / "state");
   std::size_t operations = 0;
   {
     const CrashingDisk disk(Crash::kNone, 0);
