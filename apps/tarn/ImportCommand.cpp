@@ -27,7 +27,8 @@ int Run(BuildArguments& arguments) {
 void AddImport(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<BuildArguments>();
   CLI::App* command = app.add_subcommand("import", "Make a repository out of scans");
-  command->footer("Examples:\n"
+  command->footer(
+      "Examples:\n"
       "  tarn import street.las -o street.tarn\n"
       "  tarn import points.txt -o points.tarn --skip 1 --columns x,y,z,-,intensity");
   AddScans(*command, *arguments);

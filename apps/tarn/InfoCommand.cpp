@@ -20,7 +20,8 @@ struct Arguments {
 
 int DescribeScan(const Arguments& arguments) {
   std::unique_ptr<tarnhost::ScanFile> scan;
-  const tarnhost::Outcome outcome = tarnhost::OpenScan(arguments.repository, arguments.scanOptions, scan);
+  const tarnhost::Outcome outcome =
+      tarnhost::OpenScan(arguments.repository, arguments.scanOptions, scan);
   if (!outcome.Ok()) return ReportFailure(outcome);
   tarnhost::CloudFacts facts;
   tarnhost::CollectScanFacts(*scan, facts);

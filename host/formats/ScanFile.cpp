@@ -4,6 +4,8 @@
 #include <cstring>
 
 #include "host/formats/LasScan.h"
+#include "host/formats/e57/E57Decoder.h"
+#include "host/formats/e57/E57Pages.h"
 #include "host/formats/laz/LazScan.h"
 #include "host/formats/pcd/PcdDecoder.h"
 #include "host/formats/pcd/PcdHeader.h"
@@ -41,6 +43,7 @@ Outcome OpenScan(const std::filesystem::path& path, const ScanOptions& options,
                  std::unique_ptr<ScanFile>& scan) {
   std::shared_ptr<const OOCPCByteSource> bytes;
   if (Outcome outcome = MapScan(path, bytes); !outcome.Ok()) return outcome;
+  if (E57Pages::IsE57(bytes->GetBytes())) return OpenE57(path, std::move(bytes), scan);
   const bool isLas = IsLas(bytes->GetBytes());
   if (!isLas && (!options.columns.empty() || HasTextEnding(path)) && !IsPly(bytes->GetBytes()) &&
       !IsPcd(bytes->GetBytes())) {

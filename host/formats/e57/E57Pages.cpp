@@ -115,8 +115,8 @@ bool E57Pages::Read(std::uint64_t logical, std::size_t count, std::uint8_t* out)
 }
 
 void E57Pages::ForgetBefore(std::uint64_t logical) const {
-  OOCPCForgetPages(file_.first(static_cast<std::size_t>(
-      std::min<std::uint64_t>(ToPhysical(logical), file_.size()))));
+  OOCPCForgetPages(file_.first(
+      static_cast<std::size_t>(std::min<std::uint64_t>(ToPhysical(logical), file_.size()))));
 }
 
 }  // namespace tarnhost

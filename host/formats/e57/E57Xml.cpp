@@ -28,7 +28,8 @@ std::string_view Trimmed(std::string_view text) {
 /// Reads the scans out of the tree.
 class Reader {
  public:
-  Reader(std::string where, std::vector<E57Scan>& scans) : where_(std::move(where)), scans_(scans) {}
+  Reader(std::string where, std::vector<E57Scan>& scans)
+      : where_(std::move(where)), scans_(scans) {}
 
   Outcome Run(const pugi::xml_node& root) {
     for (const pugi::xml_node& child : root.child("data3D").children()) {
@@ -42,8 +43,7 @@ class Reader {
 
  private:
   Outcome Fail(const std::string& what, HRESULT code = result::kScanContradictory) const {
-    const std::string place =
-        scans_.empty() ? "" : ", scan " + std::to_string(scans_.size() - 1);
+    const std::string place = scans_.empty() ? "" : ", scan " + std::to_string(scans_.size() - 1);
     return Outcome::Failure(code, what, where_ + ", XML section" + place, kRemedy);
   }
 
@@ -135,12 +135,11 @@ class Reader {
       return Outcome::Success();
     }
     if (type != "Integer" && type != "ScaledInteger") {
-      return Fail("values of type " + Quoted(type) + " (field " + Quoted(field.name) +
-                      ") are not read",
-                  result::kScanUnsupported);
+      return Fail(
+          "values of type " + Quoted(type) + " (field " + Quoted(field.name) + ") are not read",
+          result::kScanUnsupported);
     }
-    field.kind =
-        type == "Integer" ? E57Field::Kind::kInteger : E57Field::Kind::kScaledInteger;
+    field.kind = type == "Integer" ? E57Field::Kind::kInteger : E57Field::Kind::kScaledInteger;
     Outcome outcome = ReadAttribute(node, "minimum", field.minimum);
     if (outcome.Ok()) outcome = ReadAttribute(node, "maximum", field.maximum);
     if (outcome.Ok() && type == "ScaledInteger") {
@@ -177,15 +176,13 @@ void E57Pose::Apply(std::array<double, 3>& point) const {
   const auto [px, py, pz] = point;
   const double n = w * w + x * x + y * y + z * z;
   // The rotation matrix of a quaternion, divided by its squared length.
-  point = {((w * w + x * x - y * y - z * z) * px + 2 * (x * y - w * z) * py +
-            2 * (x * z + w * y) * pz) /
-               n,
-           (2 * (x * y + w * z) * px + (w * w - x * x + y * y - z * z) * py +
-            2 * (y * z - w * x) * pz) /
-               n,
-           (2 * (x * z - w * y) * px + 2 * (y * z + w * x) * py +
-            (w * w - x * x - y * y + z * z) * pz) /
-               n};
+  point = {
+      ((w * w + x * x - y * y - z * z) * px + 2 * (x * y - w * z) * py + 2 * (x * z + w * y) * pz) /
+          n,
+      (2 * (x * y + w * z) * px + (w * w - x * x + y * y - z * z) * py + 2 * (y * z - w * x) * pz) /
+          n,
+      (2 * (x * z - w * y) * px + 2 * (y * z + w * x) * py + (w * w - x * x - y * y + z * z) * pz) /
+          n};
   for (std::size_t i = 0; i < 3; ++i) point[i] += translation[i];
 }
 

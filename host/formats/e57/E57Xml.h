@@ -32,7 +32,8 @@ struct E57Field {
 
 /// Where a scan stood: its points are turned, then moved.
 struct E57Pose {
-  std::array<double, 4> rotation{1, 0, 0, 0};  ///< a quaternion: w, x, y, z; its length does not matter
+  std::array<double, 4> rotation{1, 0, 0,
+                                 0};  ///< a quaternion: w, x, y, z; its length does not matter
   std::array<double, 3> translation{};
 
   [[nodiscard]] bool IsIdentity() const;
