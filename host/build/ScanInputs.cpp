@@ -20,7 +20,7 @@ Outcome OpenScans(const ImportOptions& options, std::vector<std::unique_ptr<Scan
   }
   if (!scans.empty()) return Outcome::Success();
   return Outcome::Failure(oocpc::result::kScanNotRecognised, "no scan was named", {},
-                          "name at least one LAS or LAZ file");
+                          "name at least one scan file");
 }
 
 }  // namespace tarnhost

@@ -56,18 +56,14 @@ class ScanContent {
  public:
   explicit ScanContent(const std::filesystem::path& path, const tarnhost::ScanOptions& options = {},
                        std::uint64_t memoryBytes = 1u << 20) {
-    outcome_ = tarnhost::OpenScan(path, options, scan_);
-    if (!outcome_.Ok()) return;
-    tarnhost::ScanWorkspace workspace{memoryBytes, folder_.Path(), {}};
-    outcome_ = scan_->Prepare(workspace);
-    if (!outcome_.Ok()) return;
-    records_.resize(static_cast<std::size_t>(scan_->GetPointCount()) * scan_->GetRecordBytes());
-    scan_->ReadRecords(0, scan_->GetPointCount(), records_.data());
+    Load(path, options, memoryBytes);
   }
   /// Of a file made for it.
   ScanContent(const std::string& name, std::string_view bytes,
-              const tarnhost::ScanOptions& options = {}, std::uint64_t memoryBytes = 1u << 20)
-      : ScanContent(Write(name, bytes), options, memoryBytes) {}
+              const tarnhost::ScanOptions& options = {}, std::uint64_t memoryBytes = 1u << 20) {
+    WriteFile(folder_ / name, {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    Load(folder_ / name, options, memoryBytes);
+  }
 
   [[nodiscard]] const tarnhost::Outcome& GetOutcome() const { return outcome_; }
   [[nodiscard]] bool Ok() const { return outcome_.Ok(); }
@@ -116,9 +112,15 @@ class ScanContent {
   }
 
  private:
-  std::filesystem::path Write(const std::string& name, std::string_view bytes) const {
-    WriteFile(folder_ / name, {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
-    return folder_ / name;
+  void Load(const std::filesystem::path& path, const tarnhost::ScanOptions& options,
+            std::uint64_t memoryBytes) {
+    outcome_ = tarnhost::OpenScan(path, options, scan_);
+    if (!outcome_.Ok()) return;
+    tarnhost::ScanWorkspace workspace{memoryBytes, folder_.Path(), {}};
+    outcome_ = scan_->Prepare(workspace);
+    if (!outcome_.Ok()) return;
+    records_.resize(static_cast<std::size_t>(scan_->GetPointCount()) * scan_->GetRecordBytes());
+    scan_->ReadRecords(0, scan_->GetPointCount(), records_.data());
   }
 
   TemporaryFolder folder_;

@@ -121,6 +121,7 @@ Outcome E57Packets::ReadStreams(std::size_t packetBytes, std::vector<BitQueue>& 
     streams[i].Append(packet.subspan(from, bytes));
     from += bytes;
   }
+  pages_->Forget(at_, at_ + packetBytes);
   at_ += packetBytes;
   return Outcome::Success();
 }

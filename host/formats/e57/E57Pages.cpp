@@ -114,9 +114,9 @@ bool E57Pages::Read(std::uint64_t logical, std::size_t count, std::uint8_t* out)
   return true;
 }
 
-void E57Pages::ForgetBefore(std::uint64_t logical) const {
-  OOCPCForgetPages(file_.first(
-      static_cast<std::size_t>(std::min<std::uint64_t>(ToPhysical(logical), file_.size()))));
+void E57Pages::Forget(std::uint64_t begin, std::uint64_t end) const {
+  const auto from = static_cast<std::size_t>(ToPhysical(begin));
+  OOCPCForgetPages(file_.subspan(from, static_cast<std::size_t>(ToPhysical(end)) - from));
 }
 
 }  // namespace tarnhost

@@ -34,8 +34,8 @@ class E57Pages {
   }
   /// Copies bytes; false when some of them lie behind the end.
   [[nodiscard]] bool Read(std::uint64_t logical, std::size_t count, std::uint8_t* out) const;
-  /// Says that the bytes before a place are not needed soon.
-  void ForgetBefore(std::uint64_t logical) const;
+  /// Says that the logical bytes [begin, end) of the file are not needed soon.
+  void Forget(std::uint64_t begin, std::uint64_t end) const;
 
  private:
   std::span<const std::uint8_t> file_;
