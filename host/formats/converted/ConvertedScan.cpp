@@ -272,6 +272,7 @@ void ConvertedScan::MakeRecords(const PointRows& rows, std::span<const std::uint
 
 void ConvertedScan::ReadPositions(std::uint64_t first, std::uint64_t count,
                                   std::int32_t* xyz) const {
+  if (count == 0) return;
   const std::size_t stride = layout_.recordBytes;
   const std::uint8_t* record = records_->Get(first * stride);
   for (std::uint64_t i = 0; i < count; ++i, record += stride, xyz += 3) {
@@ -294,6 +295,7 @@ std::span<const std::uint8_t> ConvertedScan::GetMappedRecords() const {
 
 void ConvertedScan::ExtractDimension(std::size_t dimension, const std::uint8_t* records,
                                      std::size_t count, std::uint8_t* out) const {
+  if (count == 0) return;
   const FieldPlace& place = layout_.dimensionPlaces[dimension];
   const std::uint8_t* from = records + place.offset;
   for (std::size_t i = 0; i < count; ++i, from += layout_.recordBytes, out += place.bytes) {
