@@ -14,6 +14,7 @@ int Run(BuildArguments& arguments) {
   const tarnhost::Outcome outcome = tarnhost::AppendScans(arguments.options, report);
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
+  PrintNotices(arguments, report);
   if (arguments.quiet) return kDone;
   if (report.pointCount == 0) {
     std::printf("no points to append: %s is as it was\n", arguments.repository.c_str());

@@ -8,8 +8,28 @@
 namespace tarnapp {
 
 void AddScans(CLI::App& command, BuildArguments& arguments) {
-  command.add_option("SCANS", arguments.scans, "LAS or LAZ files of one cloud (1.0 to 1.4)")
+  command
+      .add_option("SCANS", arguments.scans,
+                  "Scans of one cloud: LAS, LAZ or COPC (1.0 to 1.4), PLY, PCD, E57, or text")
       ->required();
+  AddScanOptions(command, arguments.options.scanOptions);
+}
+
+void AddScanOptions(CLI::App& command, tarnhost::ScanOptions& options) {
+  command
+      .add_option("--columns", options.columns,
+                  "Names of a text's columns: x,y,z,intensity,… with - for one to leave out; by\n"
+                  "default, as its first line says")
+      ->delimiter(',');
+  command.add_option("--skip", options.skipLines, "Lines to skip at the start of a text")
+      ->check(IsWholeNumber());
+}
+
+void PrintNotices(const BuildArguments& arguments, const tarnhost::ImportReport& report) {
+  if (arguments.quiet) return;
+  for (const std::string& notice : report.notices) {
+    std::fprintf(stderr, "note: %s\n", notice.c_str());
+  }
 }
 
 void AddBuildOptions(CLI::App& command, BuildArguments& arguments) {

@@ -6,6 +6,7 @@
 #include "host/cloud/Export.h"
 #include "host/formats/laz/CopcWriter.h"
 #include "host/lod/ExportCopc.h"
+#include "host/select/ExportPoints.h"
 
 namespace tarnapp {
 
@@ -31,6 +32,8 @@ int Run(const Arguments& arguments) {
   if (tarnhost::IsCopcName(arguments.output)) {
     outcome = tarnhost::ExportCopc(*cloud, iteration, arguments.output, progress, copc);
     points = copc.pointCount;
+  } else if (tarnhost::IsPointFileName(arguments.output)) {
+    outcome = tarnhost::ExportPoints(*cloud, iteration, arguments.output, progress, points);
   } else {
     outcome = tarnhost::ExportLas(*cloud, iteration, arguments.output, progress, points);
   }
@@ -50,15 +53,16 @@ int Run(const Arguments& arguments) {
 void AddExport(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command =
-      app.add_subcommand("export", "Write a cloud back into a LAS, LAZ or COPC file");
+      app.add_subcommand("export", "Write a cloud into a LAS, LAZ, COPC, PLY, PCD or CSV file");
   command->footer(
       "Examples:\n  tarn export street.tarn -o street.laz\n  tarn export street.tarn -o "
       "street.copc.laz");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command
-      ->add_option("-o,--output", arguments->output, "The file to write: .las, .laz or .copc.laz")
+      ->add_option("-o,--output", arguments->output,
+                   "The file to write: .las, .laz, .copc.laz, .ply, .pcd or .csv")
       ->required()
-      ->check(EndsIn({".las", ".laz"}));
+      ->check(EndsIn({".las", ".laz", ".ply", ".pcd", ".csv"}));
   AddIterationOptions(*command, arguments->iteration);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });

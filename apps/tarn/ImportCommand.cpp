@@ -13,6 +13,7 @@ int Run(BuildArguments& arguments) {
   const tarnhost::Outcome outcome = tarnhost::ImportScans(arguments.options, report);
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
+  PrintNotices(arguments, report);
   if (!arguments.quiet) {
     std::printf("%s points from %s in %s (%s, %s nodes)\n", Grouped(report.pointCount).c_str(),
                 ScansText(arguments, report).c_str(), arguments.repository.c_str(),
@@ -26,7 +27,10 @@ int Run(BuildArguments& arguments) {
 void AddImport(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<BuildArguments>();
   CLI::App* command = app.add_subcommand("import", "Make a repository out of scans");
-  command->footer("Example:\n  tarn import street.las -o street.tarn");
+  command->footer(
+      "Examples:\n"
+      "  tarn import street.las -o street.tarn\n"
+      "  tarn import points.txt -o points.tarn --skip 1 --columns x,y,z,-,intensity");
   AddScans(*command, *arguments);
   command->add_option("-o,--output", arguments->repository, "The repository to make")
       ->required()

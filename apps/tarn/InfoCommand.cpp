@@ -1,4 +1,5 @@
 // tarn info
+#include "apps/tarn/BuildArguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/InfoText.h"
 #include "apps/tarn/IterationChoice.h"
@@ -13,12 +14,14 @@ struct Arguments {
   std::string repository;
   InfoParts parts;
   IterationChoice iteration;
+  tarnhost::ScanOptions scanOptions;
   bool json = false;
 };
 
 int DescribeScan(const Arguments& arguments) {
   std::unique_ptr<tarnhost::ScanFile> scan;
-  const tarnhost::Outcome outcome = tarnhost::OpenScan(arguments.repository, scan);
+  const tarnhost::Outcome outcome =
+      tarnhost::OpenScan(arguments.repository, arguments.scanOptions, scan);
   if (!outcome.Ok()) return ReportFailure(outcome);
   tarnhost::CloudFacts facts;
   tarnhost::CollectScanFacts(*scan, facts);
@@ -60,13 +63,14 @@ void AddInfo(CLI::App& app, Action& action) {
   command->footer("Examples:\n  tarn info street.tarn --stats\n  tarn info street.laz");
   command
       ->add_option("REPOSITORY", arguments->repository,
-                   "The repository, or a LAS or LAZ file, of which its header is told")
+                   "The repository, or a scan file, of which its header is told")
       ->required();
   command->add_flag("--schema", arguments->parts.schema, "List the dimensions with their types");
   command->add_flag("--stats", arguments->parts.statistics,
                     "Minimum, maximum and mean of each dimension, and contradictions in the data");
   command->add_flag("--metadata", arguments->parts.metadata,
                     "List the sources' headers and variable-length records");
+  AddScanOptions(*command, arguments->scanOptions);
   AddIterationOptions(*command, arguments->iteration);
   command->add_flag("--json", arguments->json, "Print all facts as JSON");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });

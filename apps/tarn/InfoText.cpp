@@ -218,11 +218,17 @@ void PrintInfoJson(const std::string& repository, const CloudFacts& facts) {
 
 void PrintScanText(const std::string& scan, const CloudFacts& facts) {
   std::printf("%s: %s points\n", scan.c_str(), Grouped(facts.pointCount).c_str());
-  std::printf("  bounds       %s  to  %s, as the header says\n", Three(facts.bounds.min).c_str(),
-              Three(facts.bounds.max).c_str());
+  const bool isLas = !facts.sources.empty() && facts.sources.front().las.has_value();
+  std::printf("  bounds       %s  to  %s%s\n",
+              isLas ? Three(facts.bounds.min).c_str()
+                    : Corner(facts.bounds.min, facts.transform.scale).c_str(),
+              isLas ? Three(facts.bounds.max).c_str()
+                    : Corner(facts.bounds.max, facts.transform.scale).c_str(),
+              isLas ? ", as the header says" : "");
   std::string names;
   for (const DimensionFacts& dimension : facts.dimensions) names += " " + Shown(dimension.name);
   std::printf("  dimensions   x y z%s\n", names.c_str());
+  for (const std::string& oddity : facts.oddities) std::printf("  note: %s\n", oddity.c_str());
   PrintMetadata(facts);
 }
 
@@ -232,7 +238,8 @@ void PrintScanJson(const std::string& scan, const CloudFacts& facts) {
                       {"bounds", {{"min", facts.bounds.min}, {"max", facts.bounds.max}}},
                       {"coordinate_system", facts.coordinateSystem},
                       {"scale", facts.transform.scale},
-                      {"offset", facts.transform.offset}};
+                      {"offset", facts.transform.offset},
+                      {"notes", facts.oddities}};
   json["dimensions"] = nlohmann::json::array();
   for (const DimensionFacts& dimension : facts.dimensions) {
     json["dimensions"].push_back({{"name", dimension.name},

@@ -11,12 +11,14 @@
 #include <vector>
 
 #include "host/common/Outcome.h"
+#include "host/formats/ScanFile.h"
 
 namespace tarnhost {
 
 struct ImportOptions {
   std::vector<std::filesystem::path> inputs;  ///< LAS files; at least one
   std::filesystem::path output;               ///< the repository's folder
+  ScanOptions scanOptions;                    ///< what text files do not say of themselves
   bool overwrite = false;                     ///< replace a repository that is there
   std::uint64_t memoryBytes = 0;  ///< about the most memory to use; 0: a quarter of the machine's
   std::optional<std::uint64_t> timePoint;  ///< microseconds since 1970 UTC; default: now
@@ -33,6 +35,8 @@ struct ImportReport {
   std::uint64_t blockCount = 0;
   std::uint64_t sourceBytes = 0;  ///< of the scan files
   std::uint64_t storedBytes = 0;  ///< of all streams
+  /// What the user should know of how scans were read, with their names: points left out, mostly.
+  std::vector<std::string> notices;
 };
 
 /// Imports scans as the first update iteration of a new repository.

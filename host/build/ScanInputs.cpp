@@ -10,14 +10,17 @@ Outcome OpenScans(const ImportOptions& options, std::vector<std::unique_ptr<Scan
                   ImportReport& report) {
   for (const std::filesystem::path& input : options.inputs) {
     std::unique_ptr<ScanFile> scan;
-    if (Outcome outcome = OpenScan(input, scan); !outcome.Ok()) return outcome;
+    if (Outcome outcome = OpenScan(input, options.scanOptions, scan); !outcome.Ok()) return outcome;
     std::error_code ignored;
     report.sourceBytes += std::filesystem::file_size(input, ignored);
+    for (const std::string& notice : scan->GetNotices()) {
+      report.notices.push_back(input.string() + ": " + notice);
+    }
     scans.push_back(std::move(scan));
   }
   if (!scans.empty()) return Outcome::Success();
   return Outcome::Failure(oocpc::result::kScanNotRecognised, "no scan was named", {},
-                          "name at least one LAS or LAZ file");
+                          "name at least one scan file");
 }
 
 }  // namespace tarnhost

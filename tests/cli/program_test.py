@@ -648,6 +648,65 @@ class ProgramTest(unittest.TestCase):
                      if line.startswith(b"property"))
         self.assertEqual(len(points), 1000 * stride)
 
+    def test_text_is_imported_appended_and_written_in_every_format(self):
+        text, cloud = self.path("points.txt"), self.path("points.tarn")
+        with open(text, "w") as file:
+            file.write("made by hand\n")
+            for i in range(100):
+                file.write(f"{i}.25 word {i % 7}.5 -1.125 {i}\n")
+            file.write("nan word 0 0 7\n")
+        options = ["--skip", 1, "--columns", "x,-,y,z,intensity"]
+        done = run("import", text, "-o", cloud, *options)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("100 points from 1 scan", done.stdout)
+        self.assertIn("note: " + text + ": 1 point has no place", done.stderr)
+        self.assertEqual(run("append", cloud, text, "-q", *options).returncode, 0)
+        self.assertEqual(run("verify", cloud, "-q").returncode, 0)
+        for ending in ("csv", "ply", "pcd"):
+            out, again = self.path("points." + ending), self.path(ending + ".tarn")
+            done = run("export", cloud, "-o", out, "-q")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertEqual(run("import", out, "-o", again, "-q").returncode, 0)
+            facts = json.loads(run("info", again, "--json").stdout)
+            self.assertEqual(facts["points"], 200)
+            self.assertEqual(facts["bounds"], {"min": [0.25, 0.5, -1.125],
+                                               "max": [99.25, 6.5, -1.125]})
+            self.assertEqual([d["name"] for d in facts["dimensions"]], ["intensity"])
+        with open(self.path("points.csv")) as file:
+            lines = file.read().split("\n")
+        self.assertEqual(lines[0], "x,y,z,intensity")
+        self.assertEqual(sorted(lines[1:-1]), sorted(
+            2 * [f"{i}.25,{i % 7}.5,-1.125,{i}" for i in range(100)]))
+        selected = self.path("selected.pcd")
+        done = run("query", cloud, '#num{type=double}("x", <, 10)', "-o", selected, "-q")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        with open(selected, "rb") as file:
+            self.assertIn(b"\nPOINTS 20\nDATA binary\n", file.read())
+
+    def test_info_tells_of_every_format(self):
+        ply = self.path("info.ply")
+        with open(ply, "w") as file:
+            file.write("ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\n"
+                       "property float y\nproperty float z\nproperty uchar kind\nend_header\n"
+                       "1.5 2 3 4\n-1 nan 0 1\n")
+        done = run("info", ply)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        for part in ("1 points", "1.5, 2, 3", "x y z kind", "note: 1 point has no place"):
+            self.assertIn(part, done.stdout)
+        facts = json.loads(run("info", ply, "--json").stdout)
+        self.assertEqual(facts["points"], 1)
+        self.assertEqual(facts["dimensions"][0]["type"], "uint8_t")
+        self.assertEqual(len(facts["notes"]), 1)
+
+    def test_text_that_is_wrong_is_refused_with_its_line(self):
+        text = self.path("wrong.csv")
+        with open(text, "w") as file:
+            file.write("x,y,z,kind\n1,2,3,4\n1,2,3,tree\n")
+        self.assert_fails(run("import", text, "-o", self.path("x.tarn")), "tree", "line 3",
+                          "--columns", "kScanContradictory")
+        self.assertFalse(os.path.exists(self.path("x.tarn")))
+        self.assert_fails(run("import", text, "-o", self.path("x.tarn"), "--skip", "-1"), code=2)
+
     def test_iteration_that_is_not_there_is_refused(self):
         self.assert_fails(run("query", self.cloud, "#true()", "--iteration", 3), "iteration 3",
                           "kIndexOutOfRange")
