@@ -16,6 +16,7 @@ namespace {
 
 Outcome ImportChecked(const ImportOptions& options, ImportReport& report) {
   RepositoryPlace place(options.output);
+  if (Outcome outcome = place.CheckInputs(options.inputs); !outcome.Ok()) return outcome;
   std::unique_ptr<OOCPCFolderStreamStore> store;
   if (Outcome outcome = place.Create(options.overwrite, store); !outcome.Ok()) return outcome;
   if (Outcome outcome =
