@@ -8,7 +8,11 @@
 namespace tarnapp {
 
 void AddScans(CLI::App& command, BuildArguments& arguments) {
-  command.add_option("SCANS", arguments.scans, "LAS or LAZ files of one cloud (1.0 to 1.4)")
+  command
+      .add_option(
+          "SCANS", arguments.scans,
+          "Scans of one cloud: LAS or LAZ files (1.0 to 1.4), and folders, of which every scan\n"
+          "right in the folder is taken, in the order of the names")
       ->required();
 }
 
@@ -30,13 +34,13 @@ void FillOptions(BuildArguments& arguments) {
   std::uint64_t time = 0;
   if (ParseTime(arguments.time, time)) options.timePoint = time;
   options.progress = ShowProgress(arguments.quiet);
+  options.warning = [](const std::string& text) { ReportWarning(text); };
   options.temporaryNotice = ShowTemporaryDisk(arguments.quiet);
 }
 
-std::string ScansText(const BuildArguments& arguments, const tarnhost::ImportReport& report) {
-  const std::size_t count = arguments.scans.size();
-  return std::to_string(count) + (count == 1 ? " scan (" : " scans (") + Bytes(report.sourceBytes) +
-         ")";
+std::string ScansText(const tarnhost::ImportReport& report) {
+  return Grouped(report.scanCount) + (report.scanCount == 1 ? " scan (" : " scans (") +
+         Bytes(report.sourceBytes) + ")";
 }
 
 }  // namespace tarnapp

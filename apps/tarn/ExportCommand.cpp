@@ -1,4 +1,5 @@
 // tarn export
+#include "apps/tarn/Arguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
@@ -14,6 +15,7 @@ namespace {
 struct Arguments {
   std::string repository;
   std::string output;
+  std::string memory;
   IterationChoice iteration;
   bool quiet = false;
 };
@@ -32,7 +34,8 @@ int Run(const Arguments& arguments) {
     outcome = tarnhost::ExportCopc(*cloud, iteration, arguments.output, progress, copc);
     points = copc.pointCount;
   } else {
-    outcome = tarnhost::ExportLas(*cloud, iteration, arguments.output, progress, points);
+    const tarnhost::ExportOptions options{iteration, MemoryToUse(arguments.memory), progress};
+    outcome = tarnhost::ExportLas(*cloud, options, arguments.output, points);
   }
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
@@ -53,13 +56,15 @@ void AddExport(CLI::App& app, Action& action) {
       app.add_subcommand("export", "Write a cloud back into a LAS, LAZ or COPC file");
   command->footer(
       "Examples:\n  tarn export street.tarn -o street.laz\n  tarn export street.tarn -o "
-      "street.copc.laz");
+      "street.copc.laz\nPoints come out in the order of their sources where the cloud was imported "
+      "with --keep-order\n(but for COPC files, whose order is that of their octree).");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command
       ->add_option("-o,--output", arguments->output, "The file to write: .las, .laz or .copc.laz")
       ->required()
       ->check(EndsIn({".las", ".laz"}));
   AddIterationOptions(*command, arguments->iteration);
+  AddMemoryOption(*command, arguments->memory);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }

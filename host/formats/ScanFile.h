@@ -100,6 +100,9 @@ class ScanFile {
   /// little-endian: count * ValueBytes(type) bytes at `out`.
   virtual void ExtractDimension(std::size_t dimension, const std::uint8_t* records,
                                 std::size_t count, std::uint8_t* out) const = 0;
+  /// The same of records that stand `stride` bytes apart, at least GetRecordBytes().
+  virtual void ExtractStrided(std::size_t dimension, const std::uint8_t* records,
+                              std::size_t stride, std::size_t count, std::uint8_t* out) const;
   /// The least and the greatest stored integers as the file states them, which may be wrong; false
   /// when it states none that make sense.
   [[nodiscard]] virtual bool GetStatedBox(StoredBox& /*box*/) const { return false; }
@@ -112,6 +115,9 @@ class ScanFile {
 /// Opens a LAS or LAZ file of any version 1.0 to 1.4, point formats 0 to 10, after checking
 /// everything that its header states against the file's size.
 Outcome OpenScan(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan);
+
+/// True for a file name with the ending of a scan that OpenScan reads, whatever its letters' case.
+[[nodiscard]] bool HasScanEnding(const std::filesystem::path& path);
 
 /// Maps a scan file into memory. kIoError, kScanNotRecognised for a folder, kAccessDenied.
 Outcome MapScan(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource>& bytes);
