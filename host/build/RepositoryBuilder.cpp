@@ -189,7 +189,9 @@ Outcome RepositoryBuilder::CountPoints() {
   if (FitsIntoMemory()) {
     codes_ = std::make_unique_for_overwrite<std::uint64_t[]>(points_.GetPointCount());
     if (!points_.GetMappedRecords(mapped)) {
-      copiedRecords_.resize(points_.GetPointCount() * points_.GetRecordBytes());
+      // Not cleared: the threads that fill it are the first to touch its pages.
+      copiedRecords_ = std::make_unique_for_overwrite<std::uint8_t[]>(points_.GetPointCount() *
+                                                                      points_.GetRecordBytes());
     }
   }
   StoredBox box;
@@ -223,10 +225,10 @@ bool RepositoryBuilder::CountCodes(StoredBox& found) {
     std::vector<std::uint64_t> ownCodes(codes_ ? 0 : range.size());
     const std::span<std::uint64_t> codes =
         codes_ ? std::span(codes_.get() + range.begin(), range.size()) : std::span(ownCodes);
-    if (copiedRecords_.empty()) {
+    if (copiedRecords_ == nullptr) {
       points_.ReadPositions(range.begin(), range.size(), xyz.data());
     } else {
-      std::uint8_t* const records = copiedRecords_.data() + range.begin() * recordBytes;
+      std::uint8_t* const records = copiedRecords_.get() + range.begin() * recordBytes;
       if (!areCopied_) points_.ReadRecords(range.begin(), range.size(), records);
       for (std::size_t i = 0; i < range.size(); ++i) {
         std::memcpy(xyz.data() + 3 * i, records + i * recordBytes, 3 * sizeof(std::int32_t));
@@ -246,7 +248,7 @@ bool RepositoryBuilder::CountCodes(StoredBox& found) {
   found = tbb::parallel_reduce(PointRows(0, points_.GetPointCount(), kRowPoints), StoredBox(),
                                count, join, tbb::simple_partitioner());
   areCopied_ = true;
-  if (!copiedRecords_.empty()) points_.Release();  // nothing of the scans' points is read again
+  if (copiedRecords_ != nullptr) points_.Release();  // nothing of the scans' points is read again
   return progress.GoesOn();
 }
 
@@ -257,10 +259,10 @@ Outcome RepositoryBuilder::DealPoints() {
 
 Outcome RepositoryBuilder::DealInMemory() {
   RecordView records;
-  if (copiedRecords_.empty()) {
+  if (copiedRecords_ == nullptr) {
     (void)points_.GetMappedRecords(records);
   } else {
-    records = RecordView(copiedRecords_.data(), points_.GetRecordBytes());
+    records = RecordView(copiedRecords_.get(), points_.GetRecordBytes());
   }
   store_ = std::make_unique<MemoryPieceStore>(
       std::span<const std::uint64_t>(codes_.get(), points_.GetPointCount()), pieces_,

@@ -105,9 +105,9 @@ class RepositoryBuilder {
   PointCoder coder_;
   PieceTree pieces_;
   SamplingGrid grid_;
-  std::unique_ptr<std::uint64_t[]> codes_;   ///< of all points, when they fit into memory
-  std::vector<std::uint8_t> copiedRecords_;  ///< when they fit and lie nowhere else
-  bool areCopied_ = false;                   ///< whether copiedRecords_ is filled
+  std::unique_ptr<std::uint64_t[]> codes_;         ///< of all points, when they fit into memory
+  std::unique_ptr<std::uint8_t[]> copiedRecords_;  ///< when they fit and lie nowhere else
+  bool areCopied_ = false;                         ///< whether copiedRecords_ is filled
   std::unique_ptr<PieceStore> store_;
   FilePieceStore* fileStore_ = nullptr;  ///< that very store, when it is one in a file
   std::unique_ptr<CandidateStore> candidates_;

@@ -28,20 +28,31 @@ class OrderedRecords {
   /// not.
   Outcome Put(std::span<const std::uint64_t> places, std::span<const std::uint8_t> records);
   /// Calls `visit` for runs of records in the order of their places, until it fails; places without
-  /// a record are left out. Once, after the last Put. kBadRecord when a place has two records.
+  /// a record are left out. Once, after the last Put. Here or there, kBadRecord when a place has
+  /// two records.
   Outcome Give(const std::function<Outcome(std::span<const std::uint8_t>)>& visit);
 
  private:
+  /// Records of the places of one share, each at its own.
+  struct Ordered {
+    std::uint64_t firstPlace = 0;
+    std::vector<std::uint8_t> records;
+    std::vector<std::uint8_t> isTaken;  ///< of each place
+  };
   struct Share {
     std::vector<std::uint8_t> buffer;  ///< a place and a record, one after the other
     std::vector<std::pair<std::uint64_t, std::size_t>> chunks;  ///< in the file: offset, bytes
   };
 
   OrderedRecords(std::uint64_t placeCount, std::size_t recordBytes, std::uint64_t sharePlaces);
+  Outcome PutAside(std::uint64_t place, const std::uint8_t* record);
   Outcome Flush(Share& share);
   Outcome Load(const Share& share, std::vector<std::uint8_t>& entries) const;
-  Outcome Order(std::uint64_t firstPlace, std::span<const std::uint8_t> entries,
-                std::vector<std::uint8_t>& ordered) const;
+  void Clear(std::size_t share, Ordered& ordered) const;
+  Outcome PutInOrder(std::uint64_t place, const std::uint8_t* record, Ordered& ordered) const;
+  void CloseGaps(Ordered& ordered) const;
+  Outcome VisitRuns(const Ordered& ordered,
+                    const std::function<Outcome(std::span<const std::uint8_t>)>& visit) const;
 
   std::uint64_t placeCount_;
   std::size_t recordBytes_;
@@ -49,6 +60,7 @@ class OrderedRecords {
   std::size_t bufferBytes_ = 0;
   std::vector<Share> shares_;
   std::unique_ptr<TemporaryFile> file_;  ///< none when one share holds everything
+  Ordered all_;                          ///< that share
 };
 
 }  // namespace tarnhost

@@ -102,10 +102,12 @@ TEST(OrderedRecords, RefuseAPlaceThatIsNotThere) {
 }
 
 TEST(OrderedRecords, RefuseTwoRecordsOfOnePlace) {
-  Ordering ordering(10, 1u << 20);
-  ASSERT_TRUE(ordering.Put({4, 5, 4}).Ok());
+  Ordering small(10, 1u << 20);
+  EXPECT_EQ(small.Put({4, 5, 4}).code, result::kBadRecord);
+  Ordering large(1000, 100);
+  ASSERT_TRUE(large.Put({4, 500, 4}).Ok()) << "it is found when the share is put into order";
   Bytes all;
-  EXPECT_EQ(ordering.Give(all).code, result::kBadRecord);
+  EXPECT_EQ(large.Give(all).code, result::kBadRecord);
 }
 
 TEST(OrderedRecords, RefuseRecordsThatAreNotAsManyAsTheirPlaces) {
