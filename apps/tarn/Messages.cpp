@@ -1,6 +1,7 @@
 // What the program says to people.
 #include "apps/tarn/Messages.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -31,7 +32,13 @@ int ReportFailure(const tarnhost::Outcome& outcome) {
 }
 
 void ReportWarning(const std::string& text) {
-  std::fprintf(stderr, "tarn: warning: %s\n", text.c_str());
+  std::fprintf(stderr, "tarn: warning: %s\n", Shown(text).c_str());
+}
+
+std::string Shown(std::string text) {
+  std::ranges::replace_if(
+      text, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }, '?');
+  return text;
 }
 
 std::string Grouped(std::uint64_t number) {

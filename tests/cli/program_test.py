@@ -96,6 +96,35 @@ class ProgramTest(unittest.TestCase):
         self.assert_fails(run("query", self.cloud), "tarn: TEXT is required", "tarn query --help",
                           code=2)
 
+    def test_unknown_command_is_answered_with_the_nearest(self):
+        self.assert_fails(run("querry", self.cloud), 'no command "querry"', '"query"', code=2)
+        self.assert_fails(run("bogus"), 'no command "bogus"', "tarn --help", code=2)
+
+    def test_wrong_words_are_answered_with_the_words_there_are(self):
+        picture = ["render", self.cloud, "-o", self.path("never.png")]
+        self.assert_fails(run(*picture, "--color", "red"), '"red" is none of classification',
+                          code=2)
+        self.assert_fails(run(*picture, "--view", "below"), '"below" is none of front', code=2)
+        self.assert_fails(run("thin", self.cloud, "-o", self.path("never.las"), "--spacing", "0"),
+                          '"0" is not a number above 0', code=2)
+
+    def test_control_characters_of_a_scan_do_not_reach_the_terminal(self):
+        with open(self.scan, "rb") as file:
+            scan = bytearray(file.read())
+        scan[58:64] = b"a\x1b[2Jb"
+        with open(self.path("odd.las"), "wb") as file:
+            file.write(scan)
+        self.assertEqual(run("import", self.path("odd.las"), "-o", self.path("odd.tarn")).returncode,
+                         0)
+        told = run("info", self.path("odd.tarn"), "--metadata").stdout
+        self.assertIn("a?[2Jb", told)
+        self.assertNotIn("\x1b", told)
+
+    def test_more_made_up_points_than_the_disk_holds_are_refused_at_once(self):
+        self.assert_fails(run("synthesize", "-o", self.path("n.las"), "--points", 10 ** 15),
+                          "kNoSpace", "bytes are free")
+        self.assertFalse(os.path.exists(self.path("n.las")))
+
     def test_numbers_with_a_sign_or_out_of_range_are_wrong_usage(self):
         for number in ("-1", "3x", "99999999999999999999999", ""):
             for arguments in (["query", self.cloud, "#true()", "--iteration=" + number],
@@ -520,6 +549,10 @@ class ProgramTest(unittest.TestCase):
         with open(os.path.join(copy, "main"), "r+b") as file:
             file.truncate(40)
         self.assertEqual(run("info", copy).returncode, 1)
+        os.rename(os.path.join(copy, "main"), os.path.join(copy, "away"))
+        self.assert_fails(run("info", copy), "main stream of the repository is missing",
+                          "tarn repair")
+        os.rename(os.path.join(copy, "away"), os.path.join(copy, "main"))
         trial = run("repair", copy, "--dry-run")
         self.assertEqual(trial.returncode, 0)
         self.assertIn("taken from its copy", trial.stdout)
@@ -682,7 +715,9 @@ class ProgramTest(unittest.TestCase):
                           "kIndexOutOfRange")
 
     def test_unknown_ending_of_the_output_is_refused(self):
-        self.assert_fails(run("query", self.cloud, "#true()", "-o", self.path("x.xyz")), ".las")
+        self.assert_fails(run("query", self.cloud, "#true()", "-o", self.path("x.xyz")), ".las",
+                          code=2)
+        self.assert_fails(run("query", self.cloud, "#true()", "-o", ""), ".las", code=2)
 
     def test_failed_query_leaves_no_file(self):
         run("query", self.cloud, "bogus", "-o", self.path("never.las"))
