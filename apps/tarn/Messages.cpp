@@ -31,6 +31,10 @@ int ReportFailure(const tarnhost::Outcome& outcome) {
   return kFailed;
 }
 
+void ReportWarning(const std::string& text) {
+  std::fprintf(stderr, "tarn: warning: %s\n", Shown(text).c_str());
+}
+
 std::string Shown(std::string text) {
   std::ranges::replace_if(
       text, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }, '?');
