@@ -54,6 +54,11 @@ using Kind = FileChange::Kind;
 
 FileWatcher::~FileWatcher() = default;
 
+HRESULT AskFileWatcher(const FileChange& change, std::size_t& written) {
+  FileWatcher* asked = watcher.load(std::memory_order_relaxed);
+  return asked == nullptr ? result::kOk : asked->Ask(change, written);
+}
+
 void WatchFiles(FileWatcher* asked) { watcher.store(asked, std::memory_order_relaxed); }
 
 AppendFile::AppendFile(AppendFile&& other) noexcept

@@ -9,8 +9,10 @@ namespace tarnapp {
 
 void AddScans(CLI::App& command, BuildArguments& arguments) {
   command
-      .add_option("SCANS", arguments.scans,
-                  "Scans of one cloud: LAS, LAZ or COPC (1.0 to 1.4), PLY, PCD, E57, or text")
+      .add_option(
+          "SCANS", arguments.scans,
+          "Scans of one cloud: LAS, LAZ or COPC (1.0 to 1.4), PLY, PCD, E57, or text; and folders,\n"
+          "of which every scan right in the folder is taken, in the order of the names")
       ->required();
   AddScanOptions(command, arguments.options.scanOptions);
 }
@@ -50,13 +52,13 @@ void FillOptions(BuildArguments& arguments) {
   std::uint64_t time = 0;
   if (ParseTime(arguments.time, time)) options.timePoint = time;
   options.progress = ShowProgress(arguments.quiet);
+  options.warning = [](const std::string& text) { ReportWarning(text); };
   options.temporaryNotice = ShowTemporaryDisk(arguments.quiet);
 }
 
-std::string ScansText(const BuildArguments& arguments, const tarnhost::ImportReport& report) {
-  const std::size_t count = arguments.scans.size();
-  return std::to_string(count) + (count == 1 ? " scan (" : " scans (") + Bytes(report.sourceBytes) +
-         ")";
+std::string ScansText(const tarnhost::ImportReport& report) {
+  return Grouped(report.scanCount) + (report.scanCount == 1 ? " scan (" : " scans (") +
+         Bytes(report.sourceBytes) + ")";
 }
 
 }  // namespace tarnapp

@@ -29,6 +29,6 @@ void AddBuildOptions(CLI::App& command, BuildArguments& arguments);
 /// Puts what was parsed into the options.
 void FillOptions(BuildArguments& arguments);
 /// "3 scans (1.2 GB)".
-std::string ScansText(const BuildArguments& arguments, const tarnhost::ImportReport& report);
+std::string ScansText(const tarnhost::ImportReport& report);
 
 }  // namespace tarnapp

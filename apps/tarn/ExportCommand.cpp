@@ -1,4 +1,5 @@
 // tarn export
+#include "apps/tarn/Arguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
@@ -15,6 +16,7 @@ namespace {
 struct Arguments {
   std::string repository;
   std::string output;
+  std::string memory;
   IterationChoice iteration;
   bool quiet = false;
 };
@@ -35,7 +37,8 @@ int Run(const Arguments& arguments) {
   } else if (tarnhost::IsPointFileName(arguments.output)) {
     outcome = tarnhost::ExportPoints(*cloud, iteration, arguments.output, progress, points);
   } else {
-    outcome = tarnhost::ExportLas(*cloud, iteration, arguments.output, progress, points);
+    const tarnhost::ExportOptions options{iteration, MemoryToUse(arguments.memory), progress};
+    outcome = tarnhost::ExportLas(*cloud, options, arguments.output, points);
   }
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
@@ -56,7 +59,8 @@ void AddExport(CLI::App& app, Action& action) {
       app.add_subcommand("export", "Write a cloud into a LAS, LAZ, COPC, PLY, PCD or CSV file");
   command->footer(
       "Examples:\n  tarn export street.tarn -o street.laz\n  tarn export street.tarn -o "
-      "street.copc.laz");
+      "street.copc.laz\nPoints come out in the order of their sources where the cloud was imported "
+      "with --keep-order\n(but for COPC files, whose order is that of their octree).");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command
       ->add_option("-o,--output", arguments->output,
@@ -64,6 +68,7 @@ void AddExport(CLI::App& app, Action& action) {
       ->required()
       ->check(EndsIn({".las", ".laz", ".ply", ".pcd", ".csv"}));
   AddIterationOptions(*command, arguments->iteration);
+  AddMemoryOption(*command, arguments->memory);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }

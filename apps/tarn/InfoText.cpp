@@ -135,6 +135,13 @@ void PrintMetadata(const CloudFacts& facts) {
   }
 }
 
+/// Sixteen digits.
+std::string HexText(std::uint64_t number) {
+  std::array<char, 17> digits;
+  std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
+  return digits.data();
+}
+
 nlohmann::json DimensionJson(const DimensionFacts& dimension) {
   nlohmann::json json{{"name", dimension.name},
                       {"type", oocpc::ValueTypeName(dimension.type.value)},
@@ -246,6 +253,28 @@ void PrintScanJson(const std::string& scan, const CloudFacts& facts) {
   }
   json["sources"] = nlohmann::json::array();
   for (const SourceFacts& source : facts.sources) json["sources"].push_back(SourceJson(source));
+  PrintJson(json);
+}
+
+void PrintChecksumsText(const tarnhost::Checksums& sums) {
+  std::printf("points %s\n", Grouped(sums.pointCount).c_str());
+  std::printf("scale %s\noffset %s\n", Three(sums.transform.scale).c_str(),
+              Three(sums.transform.offset).c_str());
+  for (const auto& [name, sum] : sums.dimensions) {
+    std::printf("%s  %s\n", HexText(sum).c_str(), name.c_str());
+  }
+  std::printf("%s  whole points\n", HexText(sums.records).c_str());
+}
+
+void PrintChecksumsJson(const tarnhost::Checksums& sums) {
+  nlohmann::json json{{"points", sums.pointCount},
+                      {"scale", sums.transform.scale},
+                      {"offset", sums.transform.offset},
+                      {"records", HexText(sums.records)}};
+  json["dimensions"] = nlohmann::json::array();
+  for (const auto& [name, sum] : sums.dimensions) {
+    json["dimensions"].push_back({{"name", name}, {"checksum", HexText(sum)}});
+  }
   PrintJson(json);
 }
 

@@ -30,6 +30,10 @@ int ReportFailure(const tarnhost::Outcome& outcome) {
   return kFailed;
 }
 
+void ReportWarning(const std::string& text) {
+  std::fprintf(stderr, "tarn: warning: %s\n", text.c_str());
+}
+
 std::string Grouped(std::uint64_t number) {
   std::string digits = std::to_string(number);
   for (std::size_t at = digits.size(); at > 3;) {

@@ -9,7 +9,6 @@
 #include <tbb/parallel_pipeline.h>
 #include <tbb/parallel_reduce.h>
 #include <tbb/task_arena.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -23,6 +22,7 @@
 #include "host/build/FirstFailure.h"
 #include "host/build/LodBuilder.h"
 #include "host/cloud/SourceRecord.h"
+#include "host/common/MachineMemory.h"
 
 namespace tarnhost {
 
@@ -71,9 +71,8 @@ class SharedProgress {
 }  // namespace
 
 std::uint64_t MemoryFor(const ImportOptions& options) {
-  const auto pages = static_cast<std::uint64_t>(std::max(0L, ::sysconf(_SC_PHYS_PAGES)));
-  const std::uint64_t machine = pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
-  return std::max(options.memoryBytes == 0 ? machine / 4 : options.memoryBytes, kLeastMemory);
+  return std::max(options.memoryBytes == 0 ? QuarterOfMachineMemory() : options.memoryBytes,
+                  kLeastMemory);
 }
 
 std::uint64_t CurrentTimePoint() {
@@ -149,6 +148,7 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
   if (Outcome outcome = WriteNodes(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteLod(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteSources(); !outcome.Ok()) return outcome;
+  if (Outcome outcome = WriteSourceNames(); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteIteration(emitter); !outcome.Ok()) return outcome;
   const HRESULT code = writer_.Commit(base_ == nullptr ? Describe() : DescribeAppended());
   if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
@@ -246,6 +246,7 @@ bool RepositoryBuilder::CountCodes(StoredBox& found) {
   found = tbb::parallel_reduce(PointRows(0, points_.GetPointCount(), kRowPoints), StoredBox(),
                                count, join, tbb::simple_partitioner());
   areCopied_ = true;
+  if (!copiedRecords_.empty()) points_.Release();  // nothing of the scans' points is read again
   return progress.GoesOn();
 }
 
@@ -530,6 +531,28 @@ Outcome RepositoryBuilder::WriteSources() {
   return Outcome::Success();
 }
 
+Outcome RepositoryBuilder::WriteSourceNames() {
+  if (points_.GetSourceNames().empty()) return Outcome::Success();
+  std::vector<std::uint8_t> strings;
+  for (const std::string& name : points_.GetSourceNames()) {
+    OOCPCStringRepositoryContainer::EncodeString(name, strings);
+  }
+  std::uint64_t position = 0;
+  const HRESULT code =
+      writer_.Append(OOCPCStringRepositoryContainer::kStreamName, strings, position);
+  return oocpc::Failed(code) ? Outcome::FromCode(code, options_.output.string())
+                             : Outcome::Success();
+}
+
+/// The dictionary with the names that are new.
+void RepositoryBuilder::DescribeStrings(OOCPCCatalogue& catalogue) const {
+  const std::size_t added = points_.GetSourceNames().size();
+  if (added == 0) return;
+  const std::uint64_t before = base_ == nullptr ? 0 : base_->stringCount;
+  catalogue.SetChunk(oocpc::chunk_type::kStringRepository,
+                     OOCPCStringRepositoryContainer::EncodeChunk(before + added));
+}
+
 Outcome RepositoryBuilder::WriteIteration(const NodeEmitter& emitter) {
   OOCPCUpdateIteration iteration;
   iteration.timePoint = timePoint_;
@@ -565,6 +588,7 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
                                                dimension.description};
     catalogue.chunks.emplace_back(chunk_type::kStaticMetaData, description.EncodeChunk());
   }
+  DescribeStrings(catalogue);
   DescribeIterations(1, catalogue);
   catalogue.information.creationTime = timePoint_;
   catalogue.information.generator = kGenerator;
@@ -574,6 +598,7 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
 OOCPCCatalogue RepositoryBuilder::DescribeAppended() {
   OOCPCCatalogue catalogue = std::move(base_->catalogue);
   DescribeCube(catalogue);
+  DescribeStrings(catalogue);
   DescribeIterations(base_->iterationCount + 1, catalogue);
   return catalogue;
 }

@@ -9,6 +9,7 @@
 
 #include "OOCPointCloud/support/SystemErrors.h"
 #include "host/common/NamelessFile.h"
+#include "host/common/WatchedChange.h"
 
 namespace tarnhost {
 
@@ -37,6 +38,9 @@ Outcome ScratchBytes::Create(std::uint64_t bytes, std::uint64_t memoryBytes,
   const std::filesystem::path path = folder / "scratch";
   int file = -1;
   if (bytes > memoryBytes) {
+    if (const HRESULT asked = AskBefore(FileChangeKind::kOpen, path); oocpc::Failed(asked)) {
+      return Outcome::FromCode(asked, path.string());
+    }
     file = OpenOfLength(folder, bytes);
     if (file < 0) return FailureOf(errno, path);
   }
@@ -67,6 +71,10 @@ Outcome ScratchBytes::Write(std::uint64_t at, std::span<const std::uint8_t> byte
   if (file_ < 0) {
     std::copy(bytes.begin(), bytes.end(), mapped_ + at);
     return Outcome::Success();
+  }
+  if (const HRESULT asked = AskBefore(FileChangeKind::kAppend, path_, bytes);
+      oocpc::Failed(asked)) {
+    return Outcome::FromCode(asked, path_.string());
   }
   for (std::size_t done = 0; done < bytes.size();) {
     const ssize_t written =

@@ -79,8 +79,8 @@ LasRecordLayout LasRecordLayout::Of(const LasHeader& header) {
   layout.recordBytes_ = header.pointBytes;
   layout.AddStandardFields(header.pointFormat);
   // From here on these names are taken: what extra bytes call so is something else.
-  for (const char* reserved :
-       {"DEF_POSITION", "DEF_COLOR", "x", "y", "z", "red", "green", "blue"}) {
+  for (const char* reserved : {"DEF_POSITION", "DEF_COLOR", "x", "y", "z", "red", "green", "blue",
+                               "source", "source_index"}) {
     layout.names_.insert(reserved);
   }
   layout.AddExtraBytes(header);
@@ -225,9 +225,8 @@ void LasRecordLayout::Gather(const LasField& field, const std::uint8_t* record,
 }
 
 void LasRecordLayout::ExtractRows(std::size_t dimension, const std::uint8_t* records,
-                                  std::size_t count, std::uint8_t* out) const {
+                                  std::size_t stride, std::size_t count, std::uint8_t* out) const {
   const LasField& field = fields_[dimension];
-  const std::size_t stride = recordBytes_;
   const std::uint8_t* from = records + field.offsetBytes;
   if (field.bits != 0) {
     const unsigned mask = (1u << field.bits) - 1u;

@@ -36,9 +36,10 @@ class LasRecordLayout {
 
   /// Value of a field of one record: ValueBytes(type) bytes at `value`.
   static void Gather(const LasField& field, const std::uint8_t* record, std::uint8_t* value);
-  /// Values of the field that stands at `dimension`, of records in a row: as ScanFile says.
-  void ExtractRows(std::size_t dimension, const std::uint8_t* records, std::size_t count,
-                   std::uint8_t* out) const;
+  /// Values of the field that stands at `dimension`, of records that stand `stride` bytes apart: as
+  /// ScanFile says.
+  void ExtractRows(std::size_t dimension, const std::uint8_t* records, std::size_t stride,
+                   std::size_t count, std::uint8_t* out) const;
   /// Puts the values of the field that stands at `dimension` into `count` records in a row, whose
   /// bits of this field are zero.
   void ScatterRows(std::size_t dimension, const std::uint8_t* values, std::uint64_t count,

@@ -2,6 +2,7 @@
 #include "host/formats/ScanFile.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "host/formats/LasScan.h"
 #include "host/formats/e57/E57Decoder.h"
@@ -21,7 +22,29 @@ bool IsLas(std::span<const std::uint8_t> file) {
   return file.size() >= 4 && std::memcmp(file.data(), "LASF", 4) == 0;
 }
 
+/// Text files are left out but for those that hold points by their ending: others may be anything.
+constexpr std::array<std::string_view, 7> kEndings{".las", ".laz", ".ply", ".pcd",
+                                                   ".e57", ".xyz", ".pts"};
+
 }  // namespace
+
+void ScanFile::ExtractStrided(std::size_t dimension, const std::uint8_t* records,
+                              std::size_t stride, std::size_t count, std::uint8_t* out) const {
+  const std::size_t bytes = GetRecordBytes();
+  std::vector<std::uint8_t> dense(count * bytes);
+  for (std::size_t i = 0; i < count; ++i) {
+    std::memcpy(dense.data() + i * bytes, records + i * stride, bytes);
+  }
+  ExtractDimension(dimension, dense.data(), count, out);
+}
+
+bool HasScanEnding(const std::filesystem::path& path) {
+  std::string ending = path.extension().string();
+  std::ranges::transform(ending, ending.begin(), [](char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+  });
+  return std::ranges::find(kEndings, ending) != kEndings.end();
+}
 
 Outcome MapScan(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource>& bytes) {
   // What the system will not say of a path it says again, as an error, when the file is mapped.

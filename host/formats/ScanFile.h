@@ -100,6 +100,9 @@ class ScanFile {
   /// little-endian: count * ValueBytes(type) bytes at `out`.
   virtual void ExtractDimension(std::size_t dimension, const std::uint8_t* records,
                                 std::size_t count, std::uint8_t* out) const = 0;
+  /// The same of records that stand `stride` bytes apart, at least GetRecordBytes().
+  virtual void ExtractStrided(std::size_t dimension, const std::uint8_t* records,
+                              std::size_t stride, std::size_t count, std::uint8_t* out) const;
   /// The least and the greatest stored integers as the file states them, which may be wrong; false
   /// when it states none that make sense.
   [[nodiscard]] virtual bool GetStatedBox(StoredBox& /*box*/) const { return false; }
@@ -127,6 +130,9 @@ Outcome OpenScan(const std::filesystem::path& path, const ScanOptions& options,
 inline Outcome OpenScan(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan) {
   return OpenScan(path, {}, scan);
 }
+
+/// True for a file name with the ending of a scan that OpenScan reads, whatever its letters' case.
+[[nodiscard]] bool HasScanEnding(const std::filesystem::path& path);
 
 /// Maps a scan file into memory. kIoError, kScanNotRecognised for a folder, kAccessDenied.
 Outcome MapScan(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource>& bytes);

@@ -196,6 +196,68 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(run("query", both, "#true()", "--count").stdout, "120000\n")
         self.assertEqual(run("verify", both).returncode, 0)
 
+    def test_folder_stands_for_its_scans_whose_names_queries_know(self):
+        tiles = self.path("tiles")
+        os.makedirs(tiles)
+        for name, seed in (("b.las", 1), ("a.las", 2)):
+            made = run("synthesize", "-o", os.path.join(tiles, name), "--points", 1000, "--seed",
+                       seed, "-q")
+            self.assertEqual(made.returncode, 0, made.stderr)
+        cloud = self.path("tiles.tarn")
+        done = run("import", tiles, self.scan, "-o", cloud)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("from 3 scans", done.stdout)
+        sources = json.loads(run("info", cloud, "--json").stdout)["sources"]
+        self.assertEqual([source["file"] for source in sources], ["a.las", "b.las", "street.las"])
+        count = run("query", cloud, '#num{type=string}("source", ==, "b.las")', "--count")
+        self.assertEqual(int(count.stdout), sources[1]["points"])
+
+    def test_import_of_a_folder_without_scans_says_so(self):
+        empty = self.path("empty")
+        os.makedirs(empty)
+        self.assert_fails_clearly(run("import", empty, "-o", self.path("none.tarn")),
+                                  "the folder holds no scan")
+        self.assertFalse(os.path.exists(self.path("none.tarn")))
+
+    def test_kept_order_gives_the_same_file_back(self):
+        cloud = self.path("ordered.tarn")
+        out = self.path("ordered.las")
+        done = run("import", self.scan, "-o", cloud, "--keep-order", "-q")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(run("export", cloud, "-o", out, "-q").returncode, 0)
+        with open(self.scan, "rb") as before, open(out, "rb") as after:
+            self.assertTrue(before.read() == after.read())
+
+    def test_checksums_of_a_scan_and_of_its_repository_agree(self):
+        scan = run("info", "--checksum", self.scan)
+        cloud = run("info", "--checksum", self.cloud)
+        self.assertEqual(scan.returncode, 0, scan.stderr)
+        self.assertEqual(scan.stdout, cloud.stdout)
+        self.assertIn("DEF_POSITION", scan.stdout)
+        scan = json.loads(run("info", "--checksum", self.scan, "--json").stdout)
+        cloud = json.loads(run("info", "--checksum", self.cloud, "--json").stdout)
+        self.assertEqual(scan, cloud)
+        self.assertEqual(scan["points"], 60000)
+        self.assertEqual(len(scan["records"]), 16)
+
+    def test_append_of_the_same_scan_is_warned_of(self):
+        cloud = self.path("twice.tarn")
+        self.assertEqual(run("import", self.scan, "-o", cloud, "-q").returncode, 0)
+        done = run("append", cloud, self.scan, "-q")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("tarn: warning: ", done.stderr)
+        self.assertIn("seems to be in the cloud already", done.stderr)
+
+    def test_overwrite_keeps_a_foreign_file(self):
+        cloud = self.path("foreign.tarn")
+        self.assertEqual(run("import", self.scan, "-o", cloud, "-q").returncode, 0)
+        notes = os.path.join(cloud, "notes.txt")
+        with open(notes, "w", encoding="utf-8") as file:
+            file.write("mine")
+        done = run("import", self.scan, "-o", cloud, "--overwrite", "-q")
+        self.assert_fails_clearly(done, "notes.txt")
+        self.assertTrue(os.path.exists(notes))
+
     def test_import_within_stated_memory_and_refusal_of_what_is_no_amount(self):
         done = run("import", self.scan, "-o", self.path("small.tarn"), "--memory", "64M")
         self.assertEqual(done.returncode, 0, done.stderr)

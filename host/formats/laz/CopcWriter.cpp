@@ -177,6 +177,7 @@ Outcome CopcWriter::WriteNode(const CopcKey& key, std::uint32_t count, const std
     std::memcpy(assembled_.data() + i * stride, xyz + 3 * i, 12);
   }
   for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (columns[i].empty()) continue;  // zeros
     if (columns[i].size() != count * oocpc::ValueBytes(fields[i].dimension.type)) {
       return Outcome::FromCode(result::kBadRecord, fields[i].dimension.name);
     }

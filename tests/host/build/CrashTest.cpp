@@ -70,6 +70,16 @@ Outcome Import(const ScanFolder& folder, unsigned seed, bool overwrite) {
   return ImportScans(options, report);
 }
 
+/// A repository that names the file of each point, which an append goes on with.
+Outcome ImportTwo(const ScanFolder& folder) {
+  oocpctest::LasBuilder builder;
+  builder.pointCount = 30;
+  ImportReport report;
+  return ImportScans(
+      folder.Options({folder.Add("a.las", builder.Build()), folder.Add("b.las", builder.Build())}),
+      report);
+}
+
 Outcome DoNothing(const ScanFolder& /*folder*/) { return Outcome::Success(); }
 Outcome ImportFirst(const ScanFolder& folder) { return Import(folder, 1, false); }
 Outcome ImportOver(const ScanFolder& folder) { return Import(folder, 2, true); }
@@ -106,7 +116,7 @@ Outcome Repair(const ScanFolder& folder) {
 const Operation kOperations[] = {
     {"Import", DoNothing, ImportFirst},         {"ImportOverARepository", ImportFirst, ImportOver},
     {"SecondCommit", ImportFirst, CommitAgain}, {"Append", ImportFirst, Append},
-    {"Repair", DamageSecond, Repair},
+    {"Repair", DamageSecond, Repair},           {"AppendWithSources", ImportTwo, Append},
 };
 
 class EveryFileOperation : public ::testing::TestWithParam<Operation> {

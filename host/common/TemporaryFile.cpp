@@ -1,5 +1,5 @@
 // A file without a name, for what does not fit into memory.
-#include "host/build/TemporaryFile.h"
+#include "host/common/TemporaryFile.h"
 
 #include <unistd.h>
 
@@ -8,12 +8,16 @@
 
 #include "OOCPointCloud/support/SystemErrors.h"
 #include "host/common/NamelessFile.h"
+#include "host/common/WatchedChange.h"
 
 namespace tarnhost {
 
 Outcome TemporaryFile::Create(const std::filesystem::path& folder,
                               std::unique_ptr<TemporaryFile>& file) {
   const std::filesystem::path path = folder / "temporary";
+  if (const HRESULT asked = AskBefore(FileChangeKind::kOpen, path); oocpc::Failed(asked)) {
+    return Outcome::FromCode(asked, path.string());
+  }
   const int opened = OpenNamelessFile(folder);
   if (opened < 0) return Outcome::FromCode(oocpc::ResultFromErrno(errno), path.string());
   file.reset(new TemporaryFile(opened, path));
@@ -30,6 +34,10 @@ Outcome TemporaryFile::Fail(int error) const {
 }
 
 Outcome TemporaryFile::Append(std::span<const std::uint8_t> bytes, std::uint64_t& offset) {
+  if (const HRESULT asked = AskBefore(FileChangeKind::kAppend, path_, bytes);
+      oocpc::Failed(asked)) {
+    return Outcome::FromCode(asked, path_.string());
+  }
   for (std::size_t done = 0; done < bytes.size();) {
     const ssize_t written = ::write(file_, bytes.data() + done, bytes.size() - done);
     if (written < 0 && errno == EINTR) continue;
