@@ -16,7 +16,8 @@ SourceCoordinates::SourceCoordinates(const Cloud& cloud) : transform_(cloud.GetT
         std::ranges::find(columns, std::string(1, "xyz"[axis]) + "_exact", &CloudColumn::name);
     if (exact == columns.end() || exact->type.components != 1) continue;
     if (exact->type.value != ValueType::kFloat && exact->type.value != ValueType::kDouble) continue;
-    axes_[axis] = {exact->type.value, static_cast<std::size_t>(exact - columns.begin())};
+    axes_[axis] = {cloud.GetSources().size() == 1 ? exact->type.value : ValueType::kDouble,
+                   exact->type.value, static_cast<std::size_t>(exact - columns.begin())};
   }
 }
 
@@ -27,12 +28,13 @@ bool SourceCoordinates::IsCoordinate(std::size_t column) const {
 double SourceCoordinates::Get(const SelectedValues& values, std::size_t point,
                               std::size_t axis) const {
   const Axis& place = axes_[axis];
-  if (!place.column) return transform_.Coordinate(axis, values.GetPositions()[3 * point + axis]);
+  const std::int32_t stored = values.GetPositions()[3 * point + axis];
+  if (!place.column) return transform_.Coordinate(axis, stored);
   const std::uint8_t* const column = values.GetColumn(*place.column).data();
-  if (place.type == ValueType::kFloat) {
-    return oocpc::LoadLittleEndian<float>(column + point * sizeof(float));
-  }
-  return oocpc::LoadLittleEndian<double>(column + point * sizeof(double));
+  const double exact = place.columnType == ValueType::kFloat
+                           ? oocpc::LoadLittleEndian<float>(column + point * sizeof(float))
+                           : oocpc::LoadLittleEndian<double>(column + point * sizeof(double));
+  return transform_.Store(axis, exact) == stored ? exact : transform_.Coordinate(axis, stored);
 }
 
 }  // namespace tarnhost

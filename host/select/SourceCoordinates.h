@@ -12,13 +12,15 @@
 namespace tarnhost {
 
 /// Where a cloud has its points' coordinates: in the columns "x_exact", "y_exact" and "z_exact", if
-/// the import kept what stored integers would round; else in the positions. Value semantics.
+/// the import kept what stored integers would round; else in the positions. In a cloud of several
+/// scans, a point of a scan without such columns has something else there, which does not round to
+/// its position; that point's position is exact. Value semantics.
 class SourceCoordinates {
  public:
   SourceCoordinates() = default;
   explicit SourceCoordinates(const Cloud& cloud);
 
-  /// 32- or 64-bit floats.
+  /// 32- or 64-bit floats; always the latter in a cloud of several scans.
   [[nodiscard]] oocpc::ValueType GetType(std::size_t axis) const { return axes_[axis].type; }
   /// The column that holds an axis; none when the positions do.
   [[nodiscard]] std::optional<std::size_t> GetColumn(std::size_t axis) const {
@@ -32,6 +34,7 @@ class SourceCoordinates {
  private:
   struct Axis {
     oocpc::ValueType type = oocpc::ValueType::kDouble;
+    oocpc::ValueType columnType = oocpc::ValueType::kDouble;
     std::optional<std::size_t> column;
   };
   std::array<Axis, 3> axes_;
