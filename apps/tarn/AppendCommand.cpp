@@ -37,7 +37,8 @@ void AddAppend(CLI::App& app, Action& action) {
       "Examples:\n"
       "  tarn append street.tarn monday.las tuesday.las\n"
       "  tarn append street.tarn wednesday/\n"
-      "The scans may lack dimensions of the cloud, but have no others, and their scales have to be\n"
+      "The scans may lack dimensions of the cloud, but have no others, and their scales have to "
+      "be\n"
       "whole multiples of the cloud's; they may lie outside its bounds.\n"
       "Former iterations stay as they are: see tarn iterations, and --iteration and --at of the\n"
       "commands that read.");

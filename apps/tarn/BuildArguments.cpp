@@ -9,10 +9,10 @@ namespace tarnapp {
 
 void AddScans(CLI::App& command, BuildArguments& arguments) {
   command
-      .add_option(
-          "SCANS", arguments.scans,
-          "Scans of one cloud: LAS, LAZ or COPC (1.0 to 1.4), PLY, PCD, E57, or text; and folders,\n"
-          "of which every scan right in the folder is taken, in the order of the names")
+      .add_option("SCANS", arguments.scans,
+                  "Scans of one cloud: LAS, LAZ or COPC (1.0 to 1.4), PLY, PCD, E57, or text; and "
+                  "folders,\n"
+                  "of which every scan right in the folder is taken, in the order of the names")
       ->required();
   AddScanOptions(command, arguments.options.scanOptions);
 }
