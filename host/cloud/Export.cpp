@@ -24,22 +24,45 @@ Outcome FrameForLas(const Cloud& cloud, LasFrame& frame) {
   return DropCopcRecords(frame, cloud.GetPath().string());
 }
 
+namespace {
+
+const CloudColumn* FindColumn(const Cloud& cloud, const std::string& name) {
+  const auto found = std::ranges::find(cloud.GetColumns(), name, &CloudColumn::name);
+  return found == cloud.GetColumns().end() ? nullptr : &*found;
+}
+
+/// The column that a field of a LAS file takes; null for one that is zero. A column of a name that
+/// LAS has for something else is described as extra bytes of that name, which a layout numbers.
+const CloudColumn* ColumnFor(const Cloud& cloud, const LasField& field) {
+  constexpr std::string_view kNumbered = "_2";
+  const std::string& name = field.dimension.name;
+  const CloudColumn* column = FindColumn(cloud, name);
+  if (column == nullptr && name.ends_with(kNumbered)) {
+    column = FindColumn(cloud, name.substr(0, name.size() - kNumbered.size()));
+  }
+  const bool fits = column != nullptr && CanWrite(column->type, field.dimension.type);
+  return fits ? column : nullptr;
+}
+
+}  // namespace
+
 Outcome ColumnsForLas(const Cloud& cloud, const LasRecordLayout& layout,
                       std::vector<std::string>& columns) {
   columns.clear();
   for (const LasField& field : layout.GetFields()) {
-    const auto found =
-        std::ranges::find(cloud.GetColumns(), field.dimension.name, &CloudColumn::name);
-    const bool isThere = found != cloud.GetColumns().end();
-    if (isThere && !(found->type == field.dimension.type)) {
-      return Outcome::Failure(result::kScanUnsupported,
-                              "the cloud's " + field.dimension.name + " (" +
-                                  oocpc::ValueTypeName(found->type.value) +
-                                  ") is not what LAS files call so (" +
-                                  oocpc::ValueTypeName(field.dimension.type.value) + ")",
-                              cloud.GetPath().string(), "write a CSV file instead");
-    }
-    columns.push_back(isThere ? field.dimension.name : std::string());
+    const CloudColumn* const column = ColumnFor(cloud, field);
+    const bool isNew =
+        column != nullptr && std::ranges::find(columns, column->name) == columns.end();
+    columns.push_back(isNew ? column->name : std::string());
+  }
+  for (const CloudColumn& column : cloud.GetColumns()) {
+    if (IsSourceColumn(column) || std::ranges::find(columns, column.name) != columns.end())
+      continue;
+    return Outcome::Failure(result::kScanUnsupported,
+                            "the cloud's " + column.name + " (" +
+                                oocpc::ValueTypeName(column.type.value) +
+                                ") has no place in such a LAS file",
+                            cloud.GetPath().string(), "write a CSV file instead");
   }
   return Outcome::Success();
 }

@@ -61,7 +61,8 @@ struct LasSource {
 
 const CloudColumn* FindAlike(const Cloud& cloud, const Dimension& dimension) {
   const auto found = std::ranges::find(cloud.GetColumns(), dimension.name, &CloudColumn::name);
-  return found != cloud.GetColumns().end() && found->type == dimension.type ? &*found : nullptr;
+  return found != cloud.GetColumns().end() && CanWrite(found->type, dimension.type) ? &*found
+                                                                                    : nullptr;
 }
 
 LasHeader PlainHeader(std::uint8_t format) {
@@ -137,7 +138,10 @@ class Merger {
     const LasRecordLayout layout = LasRecordLayout::Of(header);
     for (const CloudColumn& column : cloud_.GetColumns()) {
       const auto isColumn = [&](const LasField& field) {
-        return field.dimension.name == column.name && field.dimension.type == column.type;
+        // Extra bytes of a name that LAS has for something else are numbered: see ColumnsForLas.
+        const std::string& name = field.dimension.name;
+        return (name == column.name || name == column.name + "_2") &&
+               CanWrite(column.type, field.dimension.type);
       };
       if (!IsSourceColumn(column) && std::ranges::none_of(layout.GetFields(), isColumn)) {
         return NoPlace(column, "its name means something else there");
@@ -152,7 +156,7 @@ class Merger {
     header_.pointBytes = LasPointBytes(header_.pointFormat);
     for (const CloudColumn& column : cloud_.GetColumns()) {
       const auto isField = [&](const LasField& field) {
-        return field.dimension.name == column.name && field.dimension.type == column.type;
+        return field.dimension.name == column.name && CanWrite(column.type, field.dimension.type);
       };
       if (IsSourceColumn(column) || std::ranges::any_of(layout.GetFields(), isField)) continue;
       if (column.type.value == ValueType::kString) return NoPlace(column, "it holds texts");

@@ -291,6 +291,19 @@ void LasRecordLayout::Scatter(const LasField& field, const std::uint8_t* value,
   std::memcpy(to, value, oocpc::ValueBytes(field.dimension.type));
 }
 
+bool WidenColors(const LasField& field, std::uint64_t count, std::span<const std::uint8_t>& values,
+                 std::vector<std::uint8_t>& widened) {
+  const std::uint64_t bytes = oocpc::ValueBytes(field.dimension.type);
+  if (values.size() == count * bytes) return true;
+  if (field.dimension.name != "DEF_COLOR" || 2 * values.size() != count * bytes) return false;
+  widened.resize(2 * values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) {  // times 257: both bytes are the same
+    widened[2 * i] = widened[2 * i + 1] = values[i];
+  }
+  values = widened;
+  return true;
+}
+
 bool GetStatedBox(const LasHeader& header, StoredBox& box) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const double scale = header.scale[axis];

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,20 @@ class LasRecordLayout {
   std::size_t recordBytes_ = 0;
   std::size_t rawBytes_ = 0;  ///< extra bytes without a description so far
 };
+
+/// True when values of `given` can be written to a field of type `field`: they are of that type, or
+/// colours of 8 bits where LAS has 16.
+[[nodiscard]] inline bool CanWrite(const oocpc::ColumnType& given, const oocpc::ColumnType& field) {
+  constexpr oocpc::ColumnType kByteColor{oocpc::ValueType::kUInt8, 3};
+  constexpr oocpc::ColumnType kColor{oocpc::ValueType::kUInt16, 3};
+  return given == field || (given == kByteColor && field == kColor);
+}
+/// Values of a field as records take them: colours of 8 bits are spread over 16, so that the
+/// brightest stays the brightest. `widened` holds what had to be made. False for values of another
+/// length.
+[[nodiscard]] bool WidenColors(const LasField& field, std::uint64_t count,
+                               std::span<const std::uint8_t>& values,
+                               std::vector<std::uint8_t>& widened);
 
 /// The stored integers of a header's bounds: see ScanFile.
 [[nodiscard]] bool GetStatedBox(const LasHeader& header, StoredBox& box);

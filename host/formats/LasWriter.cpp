@@ -107,14 +107,16 @@ Outcome LasWriter::WriteBlock(std::uint64_t count, const std::int32_t* xyz,
 }
 
 Outcome LasWriter::FormatBlock(std::uint64_t count, const std::int32_t* xyz,
-                               std::span<const std::span<const std::uint8_t>> columns,
+                               std::span<const std::span<const std::uint8_t>> given,
                                LasRecords& records) const {
   const std::size_t stride = layout_.GetRecordBytes();
   const auto& fields = layout_.GetFields();
-  if (columns.size() != fields.size()) return Outcome::FromCode(oocpc::result::kBadRecord);
+  if (given.size() != fields.size()) return Outcome::FromCode(oocpc::result::kBadRecord);
+  std::vector<std::span<const std::uint8_t>> columns(given.begin(), given.end());
+  std::vector<std::uint8_t> widened;
   for (std::size_t i = 0; i < fields.size(); ++i) {
     if (columns[i].empty()) continue;
-    if (columns[i].size() != count * oocpc::ValueBytes(fields[i].dimension.type)) {
+    if (!WidenColors(fields[i], count, columns[i], widened)) {
       return Outcome::FromCode(oocpc::result::kBadRecord, fields[i].dimension.name);
     }
     if (Outcome outcome = CheckBits(fields[i], columns[i]); !outcome.Ok()) return outcome;

@@ -18,12 +18,13 @@ namespace tarnhost {
 
 namespace {
 
-constexpr std::array<std::string_view, 10> kEndings{".las", ".laz", ".ply", ".pcd", ".e57",
-                                                    ".xyz", ".txt", ".csv", ".asc", ".pts"};
-
 bool IsLas(std::span<const std::uint8_t> file) {
   return file.size() >= 4 && std::memcmp(file.data(), "LASF", 4) == 0;
 }
+
+/// Text files are left out but for those that hold points by their ending: others may be anything.
+constexpr std::array<std::string_view, 7> kEndings{".las", ".laz", ".ply", ".pcd",
+                                                   ".e57", ".xyz", ".pts"};
 
 }  // namespace
 

@@ -58,7 +58,8 @@ std::string LowerCase(std::string_view text) {
 }
 
 FreeNames::FreeNames()
-    : taken_{"DEF_POSITION", "DEF_COLOR", "x", "y", "z", "red", "green", "blue"} {}
+    : taken_{"DEF_POSITION", "DEF_COLOR", "x",    "y",      "z",
+             "red",          "green",     "blue", "source", "source_index"} {}
 
 std::string FreeNames::Take(std::string name) {
   if (name.empty()) name = "field";
