@@ -184,7 +184,8 @@ class CommonAxis {
       }
     }
     const double middle = std::round((least + greatest) / 2 / 1000) * 1000;
-    if (!(std::abs(middle) < static_cast<double>(kLargest / unit_))) return false;
+    const std::int64_t farthest = kLargest / unit_;
+    if (!(std::abs(middle) < static_cast<double>(farthest))) return false;
     origin = offsets_[0] + static_cast<std::int64_t>(middle) * unit_;
     return std::abs(origin) <= kLargest;
   }

@@ -18,7 +18,6 @@ namespace tarnhost {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
-using oocpc::ColumnType;
 using oocpc::ValueType;
 
 constexpr std::uint8_t kFormatCount = 11;
