@@ -20,6 +20,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # False alarms on std::string's operator+ (GCC bug 105651, mended in 13).
   add_compile_options(-Wno-restrict)
 endif()
+# With less optimisation than usual, MinGW's GCC raises false alarms where it inlines std::string.
+function(oocpc_spare_false_alarms target)
+  if(MINGW)
+    target_compile_options(${target} PRIVATE
+      -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread -Wno-maybe-uninitialized)
+  endif()
+endfunction()
 if(OOCPC_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()
@@ -40,5 +47,7 @@ endif()
 
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  # What else precompiled headers need of ccache is set with them.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE_PROGRAM})
 endif()

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what building and running needs from Debian's packages, if it is missing.
 # With --tests also what the tests, the sanitizers, the fuzzers and the checks need; with --benchmarks
-# what the benchmarks need.
+# what the benchmarks need; with --windows what building and testing for Windows needs.
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config libboost-dev libtbb-dev libzstd-dev libpng-dev
@@ -14,6 +14,11 @@ fi
 
 if [ "${1:-}" = --benchmarks ]; then
   packages+=(libbenchmark-dev zstd)
+fi
+
+if [ "${1:-}" = --windows ]; then
+  packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 dpkg-dev googletest libgtest-dev
+    python3 ccache)
 fi
 
 missing=()

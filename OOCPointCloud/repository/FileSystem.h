@@ -120,6 +120,26 @@ class OOCPOINTCLOUD_API FileLock {
 /// Lets two folders change their names in one step, or, where the system cannot do that, in three.
 [[nodiscard]] OOCPOINTCLOUD_API HRESULT ExchangeFolders(const std::filesystem::path& a,
                                                         const std::filesystem::path& b);
+/// False where a folder does not move as long as a file in it is open, a lock's included.
+#if defined(_WIN32)
+inline constexpr bool kFoldersMoveWhileInUse = false;
+#else
+inline constexpr bool kFoldersMoveWhileInUse = true;
+#endif
+
+/// What there is of a name; links lead on to what they name.
+enum class FileKind { kNone, kFile, kFolder, kOther };
+/// kNone also of what the system will not tell of.
+[[nodiscard]] OOCPOINTCLOUD_API FileKind GetFileKind(const std::filesystem::path& path);
+/// True of whatever bears that name, also of a link that leads nowhere.
+[[nodiscard]] OOCPOINTCLOUD_API bool IsNameTaken(const std::filesystem::path& path);
+/// Paths of everything in a folder, in no order.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT ListFolder(const std::filesystem::path& folder,
+                                                   std::vector<std::filesystem::path>& paths);
+/// Bytes that this user may still write below a folder.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT GetFreeBytes(const std::filesystem::path& folder,
+                                                     std::uint64_t& bytes);
+
 /// Removes a file; one that is not there is no failure.
 [[nodiscard]] OOCPOINTCLOUD_API HRESULT RemoveFile(const std::filesystem::path& path);
 /// Removes a folder and all that is in it; one that is not there is no failure.

@@ -8,11 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
 
+#include "OOCPointCloud/repository/FileChanges.h"
 #include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/SystemErrors.h"
 
@@ -32,48 +32,11 @@ auto Retry(Call call) {
 
 HRESULT Check(int answer) { return answer < 0 ? ResultFromErrno(errno) : result::kOk; }
 
-std::atomic<FileWatcher*> watcher{nullptr};
-
-// True when the watcher, if there is one, lets the change be made; `answer` is what to answer
-// otherwise.
-bool IsAllowed(const FileChange& change, HRESULT& answer, std::size_t* written = nullptr) {
-  FileWatcher* asked = watcher.load(std::memory_order_relaxed);
-  if (asked == nullptr) return true;
-  std::size_t ignored = 0;
-  const HRESULT code = asked->Ask(change, written == nullptr ? ignored : *written);
-  if (code == result::kOk) return true;
-  answer = code == result::kNothingDone ? result::kOk : code;
-  return false;
-}
-
 int Descriptor(std::intptr_t handle) { return static_cast<int>(handle); }
 
 using Kind = FileChange::Kind;
 
 }  // namespace
-
-FileWatcher::~FileWatcher() = default;
-
-HRESULT AskFileWatcher(const FileChange& change, std::size_t& written) {
-  FileWatcher* asked = watcher.load(std::memory_order_relaxed);
-  return asked == nullptr ? result::kOk : asked->Ask(change, written);
-}
-
-void WatchFiles(FileWatcher* asked) { watcher.store(asked, std::memory_order_relaxed); }
-
-AppendFile::AppendFile(AppendFile&& other) noexcept
-    : handle_(std::exchange(other.handle_, kClosed)), path_(std::move(other.path_)) {}
-
-AppendFile& AppendFile::operator=(AppendFile&& other) noexcept {
-  if (this != &other) {
-    Close();
-    handle_ = std::exchange(other.handle_, kClosed);
-    path_ = std::move(other.path_);
-  }
-  return *this;
-}
-
-AppendFile::~AppendFile() { Close(); }
 
 // What matters has been synced by now, so that the answer of close tells nothing more.
 void AppendFile::Close() {
@@ -126,13 +89,6 @@ HRESULT AppendFile::Sync() {
   HRESULT answer = result::kOk;
   if (!IsAllowed({Kind::kSync, path_, {}, {}}, answer)) return answer;
   return Check(Retry([&] { return ::fsync(Descriptor(handle_)); }));
-}
-
-FileLock::FileLock(FileLock&& other) noexcept : handle_(std::exchange(other.handle_, kClosed)) {}
-
-FileLock& FileLock::operator=(FileLock&& other) noexcept {
-  if (this != &other) std::swap(handle_, other.handle_);
-  return *this;
 }
 
 FileLock::~FileLock() {
@@ -220,15 +176,6 @@ HRESULT ReplaceFile(const std::filesystem::path& from, const std::filesystem::pa
   return Check(std::rename(from.c_str(), to.c_str()));
 }
 
-HRESULT MoveFolder(const std::filesystem::path& from, const std::filesystem::path& to) {
-  struct stat status {};
-  // An empty folder, too, would be replaced without a word.
-  if (::lstat(to.c_str(), &status) == 0) return result::kAlreadyExists;
-  const HRESULT moved = ReplaceFile(from, to);
-  if (!Failed(moved)) return moved;
-  return ::lstat(to.c_str(), &status) == 0 ? result::kAlreadyExists : moved;
-}
-
 HRESULT ExchangeFolders(const std::filesystem::path& a, const std::filesystem::path& b) {
 #if defined(RENAME_EXCHANGE)
   HRESULT answer = result::kOk;
@@ -238,15 +185,7 @@ HRESULT ExchangeFolders(const std::filesystem::path& a, const std::filesystem::p
   }
   if (errno != EINVAL && errno != ENOSYS) return ResultFromErrno(errno);
 #endif
-  std::filesystem::path aside = a;
-  aside += ".aside";
-  HRESULT code = ReplaceFile(b, aside);
-  if (Failed(code)) return code;
-  code = ReplaceFile(a, b);
-  if (!Failed(code)) return ReplaceFile(aside, a);
-  // What was there goes back, where that can be done; the failure to tell is the first one.
-  static_cast<void>(ReplaceFile(aside, b));
-  return code;
+  return ExchangeInSteps(a, b);
 }
 
 HRESULT RemoveFile(const std::filesystem::path& path) {
@@ -255,18 +194,37 @@ HRESULT RemoveFile(const std::filesystem::path& path) {
   return std::remove(path.c_str()) == 0 || errno == ENOENT ? result::kOk : ResultFromErrno(errno);
 }
 
-HRESULT RemoveFolder(const std::filesystem::path& folder) {
+FileKind GetFileKind(const std::filesystem::path& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return FileKind::kNone;
+  if (S_ISDIR(status.st_mode)) return FileKind::kFolder;
+  return S_ISREG(status.st_mode) ? FileKind::kFile : FileKind::kOther;
+}
+
+bool IsNameTaken(const std::filesystem::path& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0;
+}
+
+bool IsFolderItself(const std::filesystem::path& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+HRESULT ListFolder(const std::filesystem::path& folder, std::vector<std::filesystem::path>& paths) {
+  paths.clear();
   std::error_code error;
-  const auto status = std::filesystem::symlink_status(folder, error);
-  if (!std::filesystem::exists(status)) return result::kOk;
-  if (std::filesystem::is_directory(status)) {
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-      const HRESULT removed = RemoveFolder(entry.path());
-      if (Failed(removed)) return removed;
-    }
-    if (error) return ResultFromErrno(error.value());
+  std::filesystem::directory_iterator entry(folder, error);
+  for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+    paths.push_back(entry->path());
   }
-  return RemoveFile(folder);
+  return error ? ResultFromErrno(error.value()) : result::kOk;
+}
+
+HRESULT GetFreeBytes(const std::filesystem::path& folder, std::uint64_t& bytes) {
+  std::error_code error;
+  bytes = std::filesystem::space(folder, error).available;
+  return error ? ResultFromErrno(error.value()) : result::kOk;
 }
 
 }  // namespace oocpc::detail

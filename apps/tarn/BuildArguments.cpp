@@ -4,6 +4,7 @@
 #include "apps/tarn/Arguments.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/System.h"
 
 namespace tarnapp {
 
@@ -46,8 +47,8 @@ void AddBuildOptions(CLI::App& command, BuildArguments& arguments) {
 
 void FillOptions(BuildArguments& arguments) {
   tarnhost::ImportOptions& options = arguments.options;
-  options.inputs.assign(arguments.scans.begin(), arguments.scans.end());
-  options.output = arguments.repository;
+  for (const std::string& scan : arguments.scans) options.inputs.push_back(tarnhost::PathOf(scan));
+  options.output = tarnhost::PathOf(arguments.repository);
   options.memoryBytes = MemoryToUse(arguments.memory);
   std::uint64_t time = 0;
   if (ParseTime(arguments.time, time)) options.timePoint = time;

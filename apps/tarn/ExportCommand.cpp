@@ -5,6 +5,7 @@
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Export.h"
+#include "host/common/System.h"
 #include "host/formats/laz/CopcWriter.h"
 #include "host/lod/ExportCopc.h"
 #include "host/select/ExportPoints.h"
@@ -23,7 +24,7 @@ struct Arguments {
 
 int Run(const Arguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t iteration = 0;
   outcome = FindIteration(*cloud, arguments.iteration, iteration);
@@ -31,14 +32,16 @@ int Run(const Arguments& arguments) {
   std::uint64_t points = 0;
   const auto progress = ShowProgress(arguments.quiet);
   tarnhost::CopcReport copc;
-  if (tarnhost::IsCopcName(arguments.output)) {
-    outcome = tarnhost::ExportCopc(*cloud, iteration, arguments.output, progress, copc);
+  if (tarnhost::IsCopcName(tarnhost::PathOf(arguments.output))) {
+    outcome =
+        tarnhost::ExportCopc(*cloud, iteration, tarnhost::PathOf(arguments.output), progress, copc);
     points = copc.pointCount;
-  } else if (tarnhost::IsPointFileName(arguments.output)) {
-    outcome = tarnhost::ExportPoints(*cloud, iteration, arguments.output, progress, points);
+  } else if (tarnhost::IsPointFileName(tarnhost::PathOf(arguments.output))) {
+    outcome = tarnhost::ExportPoints(*cloud, iteration, tarnhost::PathOf(arguments.output),
+                                     progress, points);
   } else {
     const tarnhost::ExportOptions options{iteration, MemoryToUse(arguments.memory), progress};
-    outcome = tarnhost::ExportLas(*cloud, options, arguments.output, points);
+    outcome = tarnhost::ExportLas(*cloud, options, tarnhost::PathOf(arguments.output), points);
   }
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {

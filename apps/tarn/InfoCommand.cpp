@@ -1,4 +1,5 @@
 // tarn info
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "apps/tarn/BuildArguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/InfoText.h"
@@ -7,7 +8,7 @@
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Checksums.h"
 #include "host/cloud/CloudFacts.h"
-#include "host/common/MachineMemory.h"
+#include "host/common/System.h"
 
 namespace tarnapp {
 
@@ -34,7 +35,7 @@ int PrintSums(const Arguments& arguments, const tarnhost::Checksums& sums) {
 int SumScanFile(const Arguments& arguments, tarnhost::ScanFile& scan) {
   std::error_code ignored;
   tarnhost::ScanWorkspace workspace{
-      tarnhost::QuarterOfMachineMemory(), std::filesystem::temp_directory_path(ignored), {}};
+      tarnhost::GetMachineMemoryBytes() / 4, std::filesystem::temp_directory_path(ignored), {}};
   tarnhost::Checksums sums;
   tarnhost::Outcome outcome;
   {
@@ -57,7 +58,7 @@ int SumRepository(const Arguments& arguments, tarnhost::Cloud& cloud, std::uint6
 int DescribeScan(const Arguments& arguments) {
   std::unique_ptr<tarnhost::ScanFile> scan;
   const tarnhost::Outcome outcome =
-      tarnhost::OpenScan(arguments.repository, arguments.scanOptions, scan);
+      tarnhost::OpenScan(tarnhost::PathOf(arguments.repository), arguments.scanOptions, scan);
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (arguments.checksum) return SumScanFile(arguments, *scan);
   tarnhost::CloudFacts facts;
@@ -71,12 +72,12 @@ int DescribeScan(const Arguments& arguments) {
 }
 
 int Run(const Arguments& arguments) {
-  std::error_code ignored;
-  if (std::filesystem::is_regular_file(arguments.repository, ignored)) {
+  const std::filesystem::path path = tarnhost::PathOf(arguments.repository);
+  if (oocpc::detail::GetFileKind(path) == oocpc::detail::FileKind::kFile) {
     return DescribeScan(arguments);
   }
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t iteration = 0;
   outcome = FindIteration(*cloud, arguments.iteration, iteration);

@@ -2,6 +2,7 @@
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/Messages.h"
 #include "host/cloud/CloudFacts.h"
+#include "host/common/System.h"
 
 namespace tarnapp {
 
@@ -26,7 +27,7 @@ void PrintAsJson(const std::vector<tarnhost::IterationFacts>& iterations) {
 
 int Run(const Arguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::vector<tarnhost::IterationFacts> iterations;
   outcome = tarnhost::CollectIterations(*cloud, iterations);

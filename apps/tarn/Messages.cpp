@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <ctime>
 
 #include "host/select/Sinks.h"
 
@@ -61,11 +61,15 @@ std::string Bytes(std::uint64_t bytes) {
 }
 
 std::string TimeText(std::uint64_t microseconds) {
-  const auto seconds = static_cast<std::time_t>(microseconds / 1000000);
-  std::tm parts{};
-  if (gmtime_r(&seconds, &parts) == nullptr) return std::to_string(microseconds) + " us";
+  const std::uint64_t seconds = microseconds / 1000000;
+  const std::chrono::sys_days days{std::chrono::days(seconds / 86400)};
+  const std::chrono::year_month_day date(days);
+  if (!date.year().ok()) return std::to_string(microseconds) + " us";
   std::array<char, 64> text;
-  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &parts);
+  std::snprintf(text.data(), text.size(), "%04d-%02u-%02u %02u:%02u:%02u UTC",
+                static_cast<int>(date.year()), static_cast<unsigned>(date.month()),
+                static_cast<unsigned>(date.day()), static_cast<unsigned>(seconds / 3600 % 24),
+                static_cast<unsigned>(seconds / 60 % 60), static_cast<unsigned>(seconds % 60));
   return text.data();
 }
 

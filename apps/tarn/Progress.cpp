@@ -1,14 +1,12 @@
 // Shows how far a long operation is, and stops it when the user asks to.
 #include "apps/tarn/Progress.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <memory>
 
+#include "apps/tarn/Console.h"
 #include "apps/tarn/Messages.h"
 
 namespace tarnapp {
@@ -20,11 +18,9 @@ using Clock = std::chrono::steady_clock;
 std::atomic<bool> stopAsked{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal handler");
 
-extern "C" void AskToStop(int /*signal*/) { stopAsked = true; }
-
 class ProgressLine {
  public:
-  explicit ProgressLine(bool quiet) : quiet_(quiet), terminal_(isatty(STDERR_FILENO) != 0) {}
+  explicit ProgressLine(bool quiet) : quiet_(quiet), terminal_(IsTerminal()) {}
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
   ~ProgressLine() { EndLine(); }
@@ -78,11 +74,7 @@ class ProgressLine {
 }  // namespace
 
 void StopOnInterrupt() {
-  struct sigaction action {};
-  action.sa_handler = AskToStop;
-  action.sa_flags = static_cast<int>(SA_RESETHAND);  // a second interrupt ends the program at once
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
+  CallOnInterrupt([] { stopAsked = true; });
 }
 
 std::function<bool(const tarnhost::ProgressReport&)> ShowProgress(bool quiet) {
@@ -95,7 +87,7 @@ std::function<void(std::uint64_t, const std::filesystem::path&)> ShowTemporaryDi
   return [](std::uint64_t bytes, const std::filesystem::path& folder) {
     const std::filesystem::path place = folder.parent_path().empty() ? "." : folder.parent_path();
     std::fprintf(stderr, "taking %s of temporary disk in %s\n", Bytes(bytes).c_str(),
-                 place.c_str());
+                 place.string().c_str());
   };
 }
 

@@ -5,6 +5,7 @@
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/System.h"
 #include "host/select/CheckSelection.h"
 #include "host/select/Select.h"
 #include "host/select/Sinks.h"
@@ -179,14 +180,15 @@ int Run(Arguments& arguments, bool hasLimit) {
   const bool isTerse = arguments.count || arguments.json;
   arguments.options.progress = ShowProgress(arguments.quiet || isTerse);
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   std::uint64_t iteration = 0;
   if (outcome.Ok()) outcome = FindIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   arguments.options.iteration = iteration;
   if (arguments.check) return Check(arguments, *cloud);
   std::unique_ptr<tarnhost::SelectionSink> file;
-  if (!arguments.output.empty()) outcome = tarnhost::MakeFileSink(arguments.output, file);
+  if (!arguments.output.empty())
+    outcome = tarnhost::MakeFileSink(tarnhost::PathOf(arguments.output), file);
   if (!outcome.Ok()) return ReportFailure(outcome);
   tarnhost::StatsSink stats;
   std::vector<tarnhost::SelectionSink*> sinks;

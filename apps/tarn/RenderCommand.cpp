@@ -7,6 +7,7 @@
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/System.h"
 #include "host/render/Render.h"
 
 namespace tarnapp {
@@ -93,7 +94,7 @@ int Run(Arguments& arguments) {
     std::copy_n(arguments.target.begin(), 3, options.viewpoint->target.begin());
   }
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
   outcome = FindIteration(*cloud, arguments.iteration, options.iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
@@ -102,7 +103,7 @@ int Run(Arguments& arguments) {
   tarnhost::RenderReport report;
   outcome = tarnhost::RenderPicture(*cloud, options, picture, report);
   options.progress = {};
-  if (outcome.Ok()) outcome = tarnhost::WritePng(picture, arguments.output);
+  if (outcome.Ok()) outcome = tarnhost::WritePng(picture, tarnhost::PathOf(arguments.output));
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
     std::printf("%s of %s points drawn to %s (%u x %u)\n", Grouped(report.drawnPoints).c_str(),

@@ -3,6 +3,7 @@
 #include "apps/tarn/Faults.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/System.h"
 #include "host/repair/Repair.h"
 
 namespace tarnapp {
@@ -104,7 +105,14 @@ void AddRepair(CLI::App& app, Action& action) {
   command->footer(
       "Only the main stream is replaced, and the former one is kept beside it.\n"
       "Example:\n  tarn repair --dry-run street.tarn\n  tarn repair street.tarn");
-  command->add_option("REPOSITORY", arguments->options.repository, "The repository")->required();
+  command
+      ->add_option_function<std::string>(
+          "REPOSITORY",
+          [arguments](const std::string& text) {
+            arguments->options.repository = tarnhost::PathOf(text);
+          },
+          "The repository")
+      ->required();
   command->add_flag("--dry-run", arguments->options.dryRun,
                     "Say what would be brought back and lost, and change nothing");
   command->add_flag("--json", arguments->json, "Print the facts as JSON");

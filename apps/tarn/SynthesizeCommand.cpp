@@ -2,6 +2,7 @@
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/System.h"
 #include "host/synthesize/SynthesizeScan.h"
 
 namespace tarnapp {
@@ -15,7 +16,7 @@ struct Arguments {
 };
 
 int Run(Arguments& arguments) {
-  arguments.options.output = arguments.output;
+  arguments.options.output = tarnhost::PathOf(arguments.output);
   arguments.options.progress = ShowProgress(arguments.quiet);
   const tarnhost::Outcome outcome = tarnhost::SynthesizeScan(arguments.options);
   arguments.options.progress = {};

@@ -5,6 +5,7 @@
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/System.h"
 #include "host/lod/Thin.h"
 
 namespace tarnapp {
@@ -21,13 +22,14 @@ struct Arguments {
 
 int Run(Arguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(arguments.repository, cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
   outcome = FindIteration(*cloud, arguments.iteration, arguments.options.iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   arguments.options.progress = ShowProgress(arguments.quiet);
   tarnhost::ThinReport report;
-  outcome = tarnhost::ThinLas(*cloud, arguments.options, arguments.output, report);
+  outcome =
+      tarnhost::ThinLas(*cloud, arguments.options, tarnhost::PathOf(arguments.output), report);
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {

@@ -4,6 +4,7 @@
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Verify.h"
+#include "host/common/System.h"
 
 namespace tarnapp {
 
@@ -45,8 +46,9 @@ void PrintAsText(const Arguments& arguments, const tarnhost::VerifyReport& repor
 
 int Run(const Arguments& arguments) {
   tarnhost::VerifyReport report;
-  const tarnhost::Outcome outcome = tarnhost::VerifyRepository(
-      arguments.repository, ShowProgress(arguments.quiet || arguments.json), report);
+  const tarnhost::Outcome outcome =
+      tarnhost::VerifyRepository(tarnhost::PathOf(arguments.repository),
+                                 ShowProgress(arguments.quiet || arguments.json), report);
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (arguments.json) {
     PrintAsJson(report);

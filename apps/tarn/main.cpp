@@ -1,6 +1,5 @@
 // tarn: opens point clouds too large for memory, and selects points in them.
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/Console.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/select/QueryText.h"
@@ -38,10 +38,11 @@ bool KnowsCommand(const CLI::App& app, const std::string& word) {
 }
 
 /// Parses the command line; an exit code when there is nothing to run.
-std::optional<int> Parse(CLI::App& app, int argc, char** argv) {
-  if (argc > 1 && !KnowsCommand(app, argv[1])) return tarnapp::kWrongUsage;
+std::optional<int> Parse(CLI::App& app, const std::vector<std::string>& arguments) {
+  if (!arguments.empty() && !KnowsCommand(app, arguments.front())) return tarnapp::kWrongUsage;
   try {
-    app.parse(argc, argv);
+    // Backwards, as the parser takes them.
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? tarnapp::kDone : tarnapp::kWrongUsage;
@@ -69,9 +70,10 @@ int FlushOutput(int code) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
+  tarnapp::PrepareConsole();
   tarnapp::StopOnInterrupt();
   CLI::App app{"Opens point clouds too large for memory, and selects points in them.", "tarn"};
+  app.allow_windows_style_options(false);  // "/" begins a path, on every system
   app.set_version_flag("--version", "tarn " TARN_VERSION);
   app.require_subcommand(1);
   app.failure_message(UsageMessage);
@@ -88,6 +90,6 @@ int main(int argc, char** argv) {
   tarnapp::AddVerify(app, action);
   tarnapp::AddRepair(app, action);
   tarnapp::AddSynthesize(app, action);
-  if (const std::optional<int> code = Parse(app, argc, argv)) return *code;
+  if (const std::optional<int> code = Parse(app, tarnapp::GetArguments(argc, argv))) return *code;
   return FlushOutput(RunAction(action));
 }

@@ -18,11 +18,12 @@
 #include <functional>
 #include <mutex>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/build/FirstFailure.h"
 #include "host/build/LodBuilder.h"
 #include "host/cloud/SourceRecord.h"
-#include "host/common/MachineMemory.h"
+#include "host/common/System.h"
 
 namespace tarnhost {
 
@@ -71,7 +72,7 @@ class SharedProgress {
 }  // namespace
 
 std::uint64_t MemoryFor(const ImportOptions& options) {
-  return std::max(options.memoryBytes == 0 ? QuarterOfMachineMemory() : options.memoryBytes,
+  return std::max(options.memoryBytes == 0 ? GetMachineMemoryBytes() / 4 : options.memoryBytes,
                   kLeastMemory);
 }
 
@@ -438,14 +439,14 @@ Outcome RepositoryBuilder::EmitTooLarge(std::uint32_t number, std::span<const Ta
 /// The temporary file holds all records; the repository grows beside it.
 Outcome RepositoryBuilder::CheckTemporarySpace() const {
   const std::uint64_t needed = points_.GetPointCount() * points_.GetRecordBytes();
-  std::error_code error;
-  const auto space = std::filesystem::space(temporaryFolder_, error);
+  std::uint64_t free = 0;
+  const HRESULT asked = oocpc::detail::GetFreeBytes(temporaryFolder_, free);
   if (options_.temporaryNotice) options_.temporaryNotice(needed, temporaryFolder_);
-  if (error || space.available >= needed) return Outcome::Success();
+  if (oocpc::Failed(asked) || free >= needed) return Outcome::Success();
   return Outcome::Failure(
       oocpc::result::kNoSpace,
       "the import needs " + std::to_string(needed) + " bytes of temporary disk, and " +
-          std::to_string(space.available) + " are free",
+          std::to_string(free) + " are free",
       temporaryFolder_.string(),
       "make room there, choose another disk for the repository, or allow more memory");
 }

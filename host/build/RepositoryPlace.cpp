@@ -1,13 +1,12 @@
 // Where an import puts its repository: built beside the place, moved there when it is complete.
 #include "host/build/RepositoryPlace.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <string>
 
 #include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/SystemErrors.h"
+#include "host/common/System.h"
 
 namespace tarnhost {
 
@@ -15,12 +14,23 @@ namespace fs = std::filesystem;
 namespace result = oocpc::result;
 
 using oocpc::Failed;
+using oocpc::detail::FileKind;
+using oocpc::detail::GetFileKind;
 
 namespace {
 
 /// What the names of all folders begin with in which a repository is built for a place.
-std::string BuildingPrefix(const fs::path& place) {
-  return "." + place.filename().string() + ".importing-";
+fs::path BuildingPrefix(const fs::path& place) {
+  fs::path prefix = ".";
+  prefix += place.filename();
+  prefix += ".importing-";
+  return prefix;
+}
+
+fs::path BuildingName(const fs::path& place) {
+  fs::path name = BuildingPrefix(place);
+  name += std::to_string(GetProcessNumber());
+  return name;
 }
 
 fs::path ParentOf(const fs::path& place) {
@@ -49,22 +59,28 @@ bool IsNumber(std::string_view text) {
 RepositoryPlace::RepositoryPlace(const fs::path& output)
     // Without a trailing separator, so that it has a name.
     : place_(output.has_filename() ? output : output.parent_path()),
-      building_(ParentOf(place_) / (BuildingPrefix(place_) + std::to_string(::getpid()))) {}
+      building_(ParentOf(place_) / BuildingName(place_)) {}
 
 RepositoryPlace::~RepositoryPlace() {
   // What cannot be removed is left for the next import.
-  if (isCreated_) static_cast<void>(oocpc::detail::RemoveFolder(building_));
+  if (!isCreated_) return;
+  if (!oocpc::detail::kFoldersMoveWhileInUse) LetGo();
+  static_cast<void>(oocpc::detail::RemoveFolder(building_));
+}
+
+void RepositoryPlace::LetGo() {
+  lock_.reset();
+  replaced_.reset();
 }
 
 Outcome RepositoryPlace::CheckPlace(bool overwrite) {
-  std::error_code ignored;
-  if (!fs::exists(fs::symlink_status(place_, ignored))) return Outcome::Success();
+  if (!oocpc::detail::IsNameTaken(place_)) return Outcome::Success();
   if (!overwrite) {
     return Outcome::Failure(result::kAlreadyExists, "there already is something at that place",
                             place_.string(),
                             "choose another name, or replace a repository with --overwrite");
   }
-  if (!fs::is_regular_file(place_ / OOCPCFolderStreamStore::kMainFileName, ignored)) {
+  if (GetFileKind(place_ / OOCPCFolderStreamStore::kMainFileName) != FileKind::kFile) {
     return Outcome::Failure(result::kAlreadyExists,
                             "what is there is no repository and is not replaced", place_.string(),
                             "choose another name");
@@ -109,19 +125,22 @@ Outcome RepositoryPlace::CheckInputs(const std::vector<fs::path>& inputs) const 
 /// A folder is left over when nobody holds its lock. One without a lock is one that is being made
 /// right now, or, under the number of this very process, that of a process that is gone.
 void RepositoryPlace::RemoveLeftovers() const {
-  const std::string prefix = BuildingPrefix(place_);
-  std::error_code ignored;
-  for (const fs::directory_entry& entry : fs::directory_iterator(ParentOf(place_), ignored)) {
-    const std::string name = entry.path().filename().string();
+  const std::string prefix = BuildingPrefix(place_).string();
+  std::vector<fs::path> paths;
+  // What cannot be listed is in nobody's way either.
+  static_cast<void>(oocpc::detail::ListFolder(ParentOf(place_), paths));
+  for (const fs::path& path : paths) {
+    const std::string name = path.filename().string();
     if (!name.starts_with(prefix) || !IsNumber(std::string_view(name).substr(prefix.size()))) {
       continue;
     }
-    const bool isLocked = fs::exists(entry.path() / OOCPCFolderStreamStore::kLockFileName, ignored);
+    const bool isLocked = oocpc::detail::IsNameTaken(path / OOCPCFolderStreamStore::kLockFileName);
     if (!isLocked && name != building_.filename()) continue;
     std::unique_ptr<OOCPCFolderStreamStore> leftover;
-    if (Failed(OOCPCFolderStreamStore::Open(entry.path(), leftover))) continue;
+    if (Failed(OOCPCFolderStreamStore::Open(path, leftover))) continue;
     // What cannot be removed is in nobody's way.
-    static_cast<void>(oocpc::detail::RemoveFolder(entry.path()));
+    if (!oocpc::detail::kFoldersMoveWhileInUse) leftover.reset();
+    static_cast<void>(oocpc::detail::RemoveFolder(path));
   }
 }
 
@@ -134,8 +153,7 @@ Outcome RepositoryPlace::Create(bool overwrite, std::unique_ptr<OOCPCFolderStrea
     lock_ = store->ShareLock();
     return Outcome::Success();
   }
-  std::error_code ignored;
-  if (!fs::is_directory(ParentOf(place_), ignored)) {
+  if (GetFileKind(ParentOf(place_)) != FileKind::kFolder) {
     return Outcome::Failure(code, "there is no folder to make the repository in",
                             ParentOf(place_).string(),
                             "make the folder first, or choose another place");
@@ -150,6 +168,9 @@ Outcome RepositoryPlace::FailureToMove(HRESULT code) const {
 }
 
 Outcome RepositoryPlace::Publish() {
+  // A writer that takes a lock now keeps the folder where it is: then moving it fails, and nothing
+  // is lost.
+  if (!oocpc::detail::kFoldersMoveWhileInUse) LetGo();
   const HRESULT moved = replaces_ ? oocpc::detail::ExchangeFolders(building_, place_)
                                   : oocpc::detail::MoveFolder(building_, place_);
   if (Failed(moved)) return FailureToMove(moved);

@@ -39,6 +39,7 @@ class RepositoryPlace {
   Outcome CheckPlace(bool overwrite);
   [[nodiscard]] Outcome CheckForForeignFiles() const;
   void RemoveLeftovers() const;
+  void LetGo();
   [[nodiscard]] Outcome FailureToMove(HRESULT code) const;
 
   std::filesystem::path place_;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/SystemErrors.h"
 #include "host/build/AdaptedScan.h"
 #include "host/build/PointLayout.h"
@@ -152,8 +153,10 @@ Outcome OpenScans(const ImportOptions& options, std::vector<std::unique_ptr<Scan
   for (const fs::path& file : files) {
     std::unique_ptr<ScanFile> scan;
     if (Outcome outcome = OpenScan(file, options.scanOptions, scan); !outcome.Ok()) return outcome;
-    std::error_code ignored;
-    report.sourceBytes += fs::file_size(file, ignored);
+    std::uint64_t bytes = 0;
+    const HRESULT measured = oocpc::detail::GetFileLength(file, bytes);
+    if (oocpc::Failed(measured)) return Outcome::FromCode(measured, file.string());
+    report.sourceBytes += bytes;
     for (const std::string& notice : scan->GetNotices()) {
       report.notices.push_back(file.string() + ": " + notice);
     }

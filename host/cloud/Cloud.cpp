@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/cloud/NodeWalk.h"
 
@@ -29,8 +30,7 @@ Outcome AttachFailure(HRESULT code, const std::filesystem::path& place, const st
 Outcome Cloud::Open(const std::filesystem::path& folder, std::unique_ptr<Cloud>& cloud) {
   std::unique_ptr<OOCPCFolderRepository> repository;
   const HRESULT code = OOCPCFolderRepository::Open(folder, repository);
-  std::error_code ignored;
-  if (oocpc::Failed(code) && std::filesystem::is_regular_file(folder, ignored)) {
+  if (oocpc::Failed(code) && oocpc::detail::GetFileKind(folder) == oocpc::detail::FileKind::kFile) {
     return Outcome::Failure(result::kNotARepository, "this is a file, not a repository",
                             folder.string(), "make a repository of a scan with tarn import first");
   }

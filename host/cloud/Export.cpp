@@ -9,7 +9,7 @@
 #include "host/cloud/MergedFrame.h"
 #include "host/cloud/OrderedRecords.h"
 #include "host/cloud/SourceColumns.h"
-#include "host/common/MachineMemory.h"
+#include "host/common/System.h"
 
 namespace tarnhost {
 
@@ -180,7 +180,7 @@ class Exporter {
     std::unique_ptr<OrderedRecords> ordered;
     Outcome outcome = OrderedRecords::Create(
         places, recordBytes,
-        options_.memoryBytes == 0 ? QuarterOfMachineMemory() : options_.memoryBytes, folder,
+        options_.memoryBytes == 0 ? GetMachineMemoryBytes() / 4 : options_.memoryBytes, folder,
         ordered);
     if (!outcome.Ok()) return outcome;
     LasRecords all;  // what the header says of them

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/cloud/VerifyLod.h"
 #include "host/cloud/VerifyOpening.h"
@@ -424,8 +425,7 @@ Outcome VerifyStreams(const RepositoryOpener& open, const std::filesystem::path&
 Outcome VerifyRepository(const std::filesystem::path& folder,
                          const std::function<bool(const ProgressReport&)>& progress,
                          VerifyReport& report) {
-  std::error_code ignored;
-  if (std::filesystem::is_regular_file(folder, ignored)) {
+  if (oocpc::detail::GetFileKind(folder) == oocpc::detail::FileKind::kFile) {
     std::unique_ptr<Cloud> none;
     return Cloud::Open(folder, none);  // which says what to do with a file
   }
@@ -437,7 +437,7 @@ Outcome VerifyRepository(const std::filesystem::path& folder,
   };
   Outcome outcome = VerifyStreams(open, folder, progress, report);
   const std::filesystem::path copy = folder / OOCPCFolderStreamStore::kMainCopyFileName;
-  if (!outcome.Ok() || !std::filesystem::exists(copy, ignored)) return outcome;
+  if (!outcome.Ok() || !oocpc::detail::IsNameTaken(copy)) return outcome;
   // Writers make it whole or not at all.
   std::shared_ptr<const OOCPCByteSource> bytes;
   OOCPCCatalogue catalogue;

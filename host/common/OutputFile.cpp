@@ -1,15 +1,17 @@
 // A file that appears under its name only once it is complete.
 #include "host/common/OutputFile.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/SystemErrors.h"
+#include "host/common/System.h"
 
 namespace tarnhost {
 
 namespace fs = std::filesystem;
+using oocpc::detail::FileKind;
+using oocpc::detail::GetFileKind;
 
 namespace {
 
@@ -35,16 +37,16 @@ OutputFile::OutputFile(fs::path target, fs::path written, std::FILE* file)
 }
 
 Outcome OutputFile::Create(const fs::path& target, std::unique_ptr<OutputFile>& file) {
-  std::error_code ignored;
-  const fs::file_status status = fs::status(target, ignored);
-  if (fs::is_directory(status)) return FailureOf(EISDIR, target);
+  const FileKind kind = GetFileKind(target);
+  if (kind == FileKind::kFolder) return FailureOf(EISDIR, target);
   fs::path written = target;
-  if (!fs::exists(status) || fs::is_regular_file(status)) {
-    std::string name = target.filename().string();
-    name.insert(0, 1, '.').append(".writing-").append(std::to_string(::getpid()));
+  if (kind != FileKind::kOther) {
+    fs::path name = ".";
+    name += target.filename();
+    name += ".writing-" + std::to_string(GetProcessNumber());
     written.replace_filename(name);
   }
-  std::FILE* opened = std::fopen(written.c_str(), "wb");
+  std::FILE* opened = OpenForWriting(written);
   if (opened == nullptr) return FailureOf(errno, target);
   file.reset(new OutputFile(target, std::move(written), opened));
   return Outcome::Success();
@@ -53,8 +55,12 @@ Outcome OutputFile::Create(const fs::path& target, std::unique_ptr<OutputFile>& 
 OutputFile::~OutputFile() {
   if (file_ == nullptr) return;
   std::fclose(file_);
-  std::error_code ignored;
-  if (written_ != target_) fs::remove(written_, ignored);
+  RemoveWritten();
+}
+
+/// What cannot be removed is in nobody's way.
+void OutputFile::RemoveWritten() const {
+  if (written_ != target_) static_cast<void>(oocpc::detail::RemoveFile(written_));
 }
 
 Outcome OutputFile::Fail(int error) const { return FailureOf(error, target_); }
@@ -74,9 +80,9 @@ Outcome OutputFile::Write(std::string_view text) {
 }
 
 Outcome OutputFile::Overwrite(std::uint64_t offsetBytes, std::span<const std::uint8_t> bytes) {
-  if (::fseeko(file_, static_cast<off_t>(offsetBytes), SEEK_SET) != 0) return Fail(errno);
+  if (!SeekTo(file_, offsetBytes)) return Fail(errno);
   if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) return Fail(errno);
-  if (::fseeko(file_, 0, SEEK_END) != 0) return Fail(errno);
+  if (!SeekTo(file_, length_)) return Fail(errno);
   return Outcome::Success();
 }
 
@@ -84,17 +90,14 @@ Outcome OutputFile::Commit() {
   if (std::fflush(file_) != 0) return Fail(errno);
   if (std::fclose(std::exchange(file_, nullptr)) != 0) {
     const int error = errno;
-    std::error_code ignored;
-    if (written_ != target_) fs::remove(written_, ignored);
+    RemoveWritten();
     return Fail(error);
   }
   if (written_ == target_) return Outcome::Success();
-  std::error_code error;
-  fs::rename(written_, target_, error);
-  if (!error) return Outcome::Success();
-  std::error_code ignored;
-  fs::remove(written_, ignored);
-  return Fail(error.value());
+  const HRESULT code = oocpc::detail::ReplaceFile(written_, target_);
+  if (!oocpc::Failed(code)) return Outcome::Success();
+  RemoveWritten();
+  return Outcome::FromCode(code, target_.string());
 }
 
 }  // namespace tarnhost

@@ -34,6 +34,7 @@ class OutputFile {
  private:
   OutputFile(std::filesystem::path target, std::filesystem::path written, std::FILE* file);
   Outcome Fail(int error) const;
+  void RemoveWritten() const;
 
   std::filesystem::path target_;
   std::filesystem::path written_;  ///< equal to target_ when written to directly

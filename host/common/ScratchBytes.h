@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 
+#include "host/common/NamelessFile.h"
 #include "host/common/Outcome.h"
 
 namespace tarnhost {
@@ -21,24 +22,23 @@ class ScratchBytes {
                         std::unique_ptr<ScratchBytes>& scratch);
   ScratchBytes(const ScratchBytes&) = delete;
   ScratchBytes& operator=(const ScratchBytes&) = delete;
-  ~ScratchBytes();
 
   /// A place to write the bytes [at, at + count) to, when they are in memory; else null.
   [[nodiscard]] std::uint8_t* GetMemory(std::uint64_t at) {
-    return file_ < 0 ? mapped_ + at : nullptr;
+    return memory_ == nullptr ? nullptr : memory_->GetBytes().data() + at;
   }
   Outcome Write(std::uint64_t at, std::span<const std::uint8_t> bytes);
-  [[nodiscard]] const std::uint8_t* Get(std::uint64_t at) const { return mapped_ + at; }
+  [[nodiscard]] const std::uint8_t* Get(std::uint64_t at) const { return bytes_.data() + at; }
   /// Says that these bytes are not needed soon.
   void Forget(std::uint64_t at, std::uint64_t count) const;
 
  private:
-  ScratchBytes(std::uint8_t* mapped, std::uint64_t bytes, int file, std::filesystem::path path)
-      : mapped_(mapped), bytes_(bytes), file_(file), path_(std::move(path)) {}
+  explicit ScratchBytes(std::filesystem::path path) : path_(std::move(path)) {}
+  HRESULT Take(std::uint64_t bytes, bool intoFile, const std::filesystem::path& folder);
 
-  std::uint8_t* mapped_;
-  std::uint64_t bytes_;
-  int file_;  ///< -1 in memory
+  std::unique_ptr<NamelessFile> file_;    ///< null in memory
+  std::unique_ptr<ZeroedMemory> memory_;  ///< null in a file
+  std::span<const std::uint8_t> bytes_;   ///< of either
   std::filesystem::path path_;
 };
 

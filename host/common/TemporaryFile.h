@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 
+#include "host/common/NamelessFile.h"
 #include "host/common/Outcome.h"
 
 namespace tarnhost {
@@ -18,7 +19,6 @@ class TemporaryFile {
   static Outcome Create(const std::filesystem::path& folder, std::unique_ptr<TemporaryFile>& file);
   TemporaryFile(const TemporaryFile&) = delete;
   TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile();
 
   /// Appends bytes and tells where they are.
   Outcome Append(std::span<const std::uint8_t> bytes, std::uint64_t& offset);
@@ -26,10 +26,11 @@ class TemporaryFile {
   Outcome Read(std::uint64_t offset, std::span<std::uint8_t> out) const;
 
  private:
-  TemporaryFile(int file, std::filesystem::path path);
-  [[nodiscard]] Outcome Fail(int error) const;
+  TemporaryFile(std::unique_ptr<NamelessFile> file, std::filesystem::path path)
+      : file_(std::move(file)), path_(std::move(path)) {}
+  [[nodiscard]] Outcome OutcomeOf(HRESULT code) const;
 
-  int file_;
+  std::unique_ptr<NamelessFile> file_;
   std::filesystem::path path_;
   std::uint64_t end_ = 0;
 };

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "host/formats/LasScan.h"
 #include "host/formats/e57/E57Decoder.h"
 #include "host/formats/e57/E57Pages.h"
@@ -47,18 +48,15 @@ bool HasScanEnding(const std::filesystem::path& path) {
 }
 
 Outcome MapScan(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource>& bytes) {
-  // What the system will not say of a path it says again, as an error, when the file is mapped.
-  std::error_code ignored;
-  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
-  if (status.type() == std::filesystem::file_type::not_found) {
-    return Outcome::Failure(oocpc::result::kIoError, "there is no such file", path.string(),
-                            "check the path");
-  }
-  if (std::filesystem::is_directory(status)) {
+  if (oocpc::detail::GetFileKind(path) == oocpc::detail::FileKind::kFolder) {
     return Outcome::Failure(oocpc::result::kScanNotRecognised, "this is a folder, not a scan",
                             path.string(), "name the scan files themselves");
   }
   const HRESULT code = OOCPCMapFile(path, bytes);
+  if (code == oocpc::result::kStreamMissing) {
+    return Outcome::Failure(oocpc::result::kIoError, "there is no such file", path.string(),
+                            "check the path");
+  }
   return oocpc::Failed(code) ? Outcome::FromCode(code, path.string()) : Outcome::Success();
 }
 

@@ -1,6 +1,7 @@
 // A finished picture, and its way into a file.
 #include "host/render/Picture.h"
 
+#include <OOCPointCloud/Repositories.h>
 #include <png.h>
 
 #include "host/common/OutputFile.h"
@@ -39,8 +40,15 @@ Outcome WritePng(const Picture& picture, const std::filesystem::path& path) {
 }
 
 Outcome ReadPng(const std::filesystem::path& path, Picture& picture) {
+  std::shared_ptr<const OOCPCByteSource> file;
+  const HRESULT code = OOCPCMapFile(path, file);
+  if (oocpc::Failed(code)) {
+    return Outcome::Failure(oocpc::result::kScanNotRecognised, Outcome::FromCode(code).what,
+                            path.string());
+  }
+  const std::span<const std::uint8_t> bytes = file->GetBytes();
   png_image image = EmptyImage();
-  if (png_image_begin_read_from_file(&image, path.c_str()) == 0) {
+  if (png_image_begin_read_from_memory(&image, bytes.data(), bytes.size()) == 0) {
     return Outcome::Failure(oocpc::result::kScanNotRecognised, image.message, path.string());
   }
   if (image.width > kMostPixels || image.height > kMostPixels) {

@@ -15,9 +15,13 @@ namespace fs = std::filesystem;
 namespace result = oocpc::result;
 
 using oocpc::Failed;
+using oocpc::detail::IsNameTaken;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
+
+// A value of its own: the library exports the constant's value only, not its address.
+constexpr const char* kMainCopyName = OOCPCFolderStreamStore::kMainCopyFileName;
 
 /// One repair, from the main stream that is there to the one that takes its place.
 class Repair {
@@ -50,9 +54,8 @@ class Repair {
  private:
   /// A trial takes no lock: it must leave nothing behind.
   Outcome Open(std::unique_ptr<OOCPCFolderStreamStore>& store) const {
-    std::error_code ignored;
-    const bool isThere = fs::exists(folder_ / OOCPCFolderStreamStore::kMainFileName, ignored) ||
-                         fs::exists(folder_ / OOCPCFolderStreamStore::kMainCopyFileName, ignored);
+    const bool isThere = IsNameTaken(folder_ / OOCPCFolderStreamStore::kMainFileName) ||
+                         IsNameTaken(folder_ / kMainCopyName);
     if (!isThere) return Outcome::FromCode(result::kNotARepository, folder_.string());
     if (options_.dryRun) return Outcome::Success();
     const HRESULT code = OOCPCFolderStreamStore::Open(folder_, store);
@@ -72,7 +75,7 @@ class Repair {
     report_.faultCount = 1;
     report_.faults.push_back(
         {code, OOCPCFolderStreamStore::kMainFileName, 0, 0, Outcome::FromCode(code).what});
-    if (!Failed(ReadMain(OOCPCFolderStreamStore::kMainCopyFileName))) return Outcome::Success();
+    if (!Failed(ReadMain(kMainCopyName))) return Outcome::Success();
     return Outcome::Failure(code, "neither the main stream nor its copy is sound", folder_.string(),
                             "take the repository from a backup or import it again");
   }
@@ -125,16 +128,14 @@ class Repair {
   bool CopyIsDamaged() {
     Bytes copy;
     OOCPCCatalogue catalogue;
-    const fs::path place = folder_ / OOCPCFolderStreamStore::kMainCopyFileName;
-    std::error_code ignored;
-    if (!fs::exists(place, ignored)) return false;
+    const fs::path place = folder_ / kMainCopyName;
+    if (!IsNameTaken(place)) return false;
     HRESULT code = oocpc::detail::ReadWholeFile(place, copy);
     if (!Failed(code)) code = OOCPCDecodeMainStream(copy, catalogue);
     if (!Failed(code)) return false;
     if (report_.faultCount == 0) {
       report_.faultCount = 1;
-      report_.faults.push_back(
-          {code, OOCPCFolderStreamStore::kMainCopyFileName, 0, 0, Outcome::FromCode(code).what});
+      report_.faults.push_back({code, kMainCopyName, 0, 0, Outcome::FromCode(code).what});
     }
     return true;
   }
@@ -145,9 +146,8 @@ class Repair {
         oocpc::detail::ReadWholeFile(folder_ / OOCPCFolderStreamStore::kMainFileName, former);
     if (read == result::kStreamMissing) return Outcome::Success();
     if (Failed(read)) return Outcome::FromCode(read, folder_.string());
-    std::error_code ignored;
     fs::path backup = folder_ / "main.before-repair";
-    for (int number = 2; fs::exists(backup, ignored); ++number) {
+    for (int number = 2; IsNameTaken(backup); ++number) {
       backup = folder_ / ("main.before-repair-" + std::to_string(number));
     }
     oocpc::detail::AppendFile file;

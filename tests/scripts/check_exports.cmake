@@ -1,5 +1,6 @@
 # Reads the symbol table of the shared library and compares it with what the library promises.
 # Usage: cmake -DNM=nm -DLIBRARY=libOOCPointCloudTarn.so [-DSANITIZERS=address] -P check_exports.cmake
+#        cmake -DOBJDUMP=objdump -DCXXFILT=c++filt -DLIBRARY=OOCPointCloudTarn.dll -P …
 
 cmake_minimum_required(VERSION 3.22)
 
@@ -18,9 +19,20 @@ set(expressionMembers ComputeBooleanAST GetErrorIterator SetInputString SetPoint
 set(evaluatorMembers
   CompleteBufferMetaDatas CompleteMetaDatas EvaluateExpression GetMetaDatas InitializeQueries)
 
-execute_process(COMMAND ${NM} -D --defined-only -C ${LIBRARY}
-                OUTPUT_VARIABLE table RESULT_VARIABLE failed)
-if(failed)
+if(OBJDUMP)
+  execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} COMMAND ${CXXFILT}
+                  OUTPUT_VARIABLE table RESULT_VARIABLE failed)
+  # Of the names there are, those under the heading of the export table.
+  string(REGEX REPLACE "^.*\\[Ordinal/Name Pointer\\] Table\n" "" table "${table}")
+  string(REGEX REPLACE "\n\n.*$" "\n" table "${table}")
+  string(REGEX REPLACE "\t\\[ *[0-9]+\\] " "0 T " table "${table}")
+  set(withTypeNames FALSE)  # this compiler exports no names of types
+else()
+  execute_process(COMMAND ${NM} -D --defined-only -C ${LIBRARY}
+                  OUTPUT_VARIABLE table RESULT_VARIABLE failed)
+  set(withTypeNames TRUE)
+endif()
+if(failed OR NOT table)
   message(FATAL_ERROR "cannot read the symbol table of ${LIBRARY}")
 endif()
 string(REGEX MATCHALL "[^\n]+" lines "${table}")
@@ -36,8 +48,11 @@ list(REMOVE_DUPLICATES exported)
 
 set(required VELMORA_WORKS_QXB2_INTERNAL_OOCPointCloudTarn)
 function(require_class class)
-  set(names "vtable for ${class}" "typeinfo for ${class}" "typeinfo name for ${class}"
-            "${class}::${class}" "${class}::~${class}" "${class}::operator=")
+  set(names "vtable for ${class}" "typeinfo for ${class}" "${class}::${class}"
+            "${class}::~${class}" "${class}::operator=")
+  if(withTypeNames)
+    list(APPEND names "typeinfo name for ${class}")
+  endif()
   foreach(member IN LISTS ARGN)
     list(APPEND names "${class}::${member}")
   endforeach()

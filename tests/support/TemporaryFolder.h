@@ -1,8 +1,6 @@
 // A folder that is gone, with everything in it, when the test is over.
 #pragma once
 
-#include <stdlib.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -12,14 +10,13 @@
 #include <system_error>
 #include <vector>
 
+#include "tests/support/System.h"
+
 namespace oocpctest {
 
 class TemporaryFolder {
  public:
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "oocpc-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-  }
+  TemporaryFolder() : path_(MakeTemporaryFolder()) {}
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
   ~TemporaryFolder() {

@@ -3,7 +3,7 @@
 
 #if defined(_WIN32)
 #if defined(OOCPOINTCLOUDTARN_BUILDING)
-#define OOCPOINTCLOUDTARN_API __declspec(dllexport)
+#define OOCPOINTCLOUDTARN_API  // exports.def names what leaves the library
 #else
 #define OOCPOINTCLOUDTARN_API __declspec(dllimport)
 #endif

@@ -25,7 +25,7 @@ class PlainQuery final : public OOCPCIQuery {
 TEST(QueryBase, SatisfiesNothingAndKnowsNoNode) {
   PlainQuery query({"a"}, kXor);
   EXPECT_EQ(query.Reset(), oocpc::result::kOk);
-  EXPECT_EQ(query.GetDescriptor(), OOCPCIQuery::kDefaultDescriptor);
+  EXPECT_EQ(query.GetDescriptor(), +OOCPCIQuery::kDefaultDescriptor);
   EXPECT_FALSE(query.Satisfy("x", 1u));
   EXPECT_FALSE(SatisfiesRecord(query, "x"));
   const double corner[3] = {0, 0, 0};

@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "tests/support/SmallRepository.h"
+#include "tests/support/System.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/support/WithoutPrivileges.h"
 
 namespace {
 

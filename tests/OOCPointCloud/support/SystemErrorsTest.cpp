@@ -12,7 +12,9 @@ using oocpc::ResultFromErrno;
 
 TEST(SystemErrors, FullDisksQuotasAndFileLimitsAreNoSpace) {
   EXPECT_EQ(ResultFromErrno(ENOSPC), oocpc::result::kNoSpace);
+#if defined(EDQUOT)
   EXPECT_EQ(ResultFromErrno(EDQUOT), oocpc::result::kNoSpace);
+#endif
   EXPECT_EQ(ResultFromErrno(EFBIG), oocpc::result::kNoSpace);
 }
 

@@ -209,7 +209,7 @@ TEST(MetaDataComparison, DescriptorIsSeventeenForNumbersAndTheBasesForTexts) {
   EXPECT_EQ(Int32LessQuery("n", 1, kAnd).GetDescriptor(), 17u);
   EXPECT_EQ(FloatGreaterQuery("n", 1, kAnd).GetDescriptor(), 17u);
   EXPECT_EQ(DoubleNotEqualQuery("n", 1, kAnd).GetDescriptor(), 17u);
-  EXPECT_EQ(StringEqualQuery("n", "a", kAnd).GetDescriptor(), OOCPCIQuery::kDefaultDescriptor);
+  EXPECT_EQ(StringEqualQuery("n", "a", kAnd).GetDescriptor(), +OOCPCIQuery::kDefaultDescriptor);
 }
 
 TEST(MetaDataComparison, NeverClassifiesNodes) {

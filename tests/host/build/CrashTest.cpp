@@ -1,6 +1,5 @@
 // Lets every single file operation of an import, and of a second commit, go wrong in every manner.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <functional>
@@ -35,14 +34,11 @@ class TemporaryFoldersInMemory {
   TemporaryFoldersInMemory() {
     const char* former = std::getenv("TMPDIR");
     if (former != nullptr) former_ = former;
-    if (::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
+    const fs::path folder = oocpctest::FolderInMemory();
+    if (!folder.empty()) oocpctest::SetVariable("TMPDIR", folder.string().c_str());
   }
   ~TemporaryFoldersInMemory() {
-    if (former_) {
-      ::setenv("TMPDIR", former_->c_str(), 1);
-    } else {
-      ::unsetenv("TMPDIR");
-    }
+    oocpctest::SetVariable("TMPDIR", former_ ? former_->c_str() : nullptr);
   }
 
  private:

@@ -1,11 +1,8 @@
 // Imports that succeed, and imports that fail and leave nothing behind.
 #include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <tbb/global_control.h>
 
-#include <csignal>
 #include <map>
 #include <new>
 
@@ -13,7 +10,7 @@
 #include "host/cloud/Verify.h"
 #include "tests/support/FailingStore.h"
 #include "tests/support/ScanFolder.h"
-#include "tests/support/WithoutPrivileges.h"
+#include "tests/support/System.h"
 
 namespace tarnhost {
 namespace {
@@ -314,7 +311,7 @@ TEST(FailedImport, LeavesNothingWhenMemoryRunsOut) {
 TEST(FailedImport, LeavesNothingInAFolderThatMayNotBeWritten) {
   const ScanFolder folder;
   ImportOptions options = folder.Options({folder.Add("a.las", ScanOf(10))});
-  ASSERT_EQ(::chmod(folder.Path().c_str(), 0555), 0);
+  fs::permissions(folder.Path(), fs::perms{0555});
   const oocpctest::WithoutPrivileges bound;
   if (!bound.IsBound()) GTEST_SKIP() << "root cannot step down here";
   const Outcome outcome = TryImport(options);
@@ -323,35 +320,14 @@ TEST(FailedImport, LeavesNothingInAFolderThatMayNotBeWritten) {
   EXPECT_EQ(folder.List(), (Names{"a.las"}));
 }
 
-/// While it lives, no file grows beyond a number of bytes: what a full disk looks like to a writer.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) {
-    former_ = std::signal(SIGXFSZ, SIG_IGN);
-    ::getrlimit(RLIMIT_FSIZE, &limit_);
-    rlimit lower = limit_;
-    lower.rlim_cur = bytes;
-    ::setrlimit(RLIMIT_FSIZE, &lower);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &limit_);
-    std::signal(SIGXFSZ, former_);
-  }
-
- private:
-  rlimit limit_{};
-  void (*former_)(int) = nullptr;
-};
-
 TEST(FailedImport, LeavesNothingOnADiskThatFillsUp) {
   const ScanFolder folder;
   const ImportOptions options = folder.Options({folder.Add("a.las", ScanOf(30000))});
-  for (const rlim_t bytes : {rlim_t{0}, rlim_t{100}, rlim_t{50000}}) {
+  for (const unsigned bytes : {0u, 100u, 50000u}) {
     Outcome outcome;
     {
-      const FileSizeLimit limit(bytes);
+      const oocpctest::FileSizeLimit limit(bytes);
+      if (!limit.IsBound()) GTEST_SKIP() << "this system limits the size of no file";
       outcome = TryImport(options);
     }
     EXPECT_EQ(outcome.code, result::kNoSpace) << bytes;

@@ -10,9 +10,9 @@
 #include "host/formats/LasScan.h"
 #include "tests/support/BruteForceLas.h"
 #include "tests/support/LasBuilder.h"
+#include "tests/support/System.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TestData.h"
-#include "tests/support/WithoutPrivileges.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <random>
 
 #include "host/render/Picture.h"
+#include "tests/support/System.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tests/support/WithoutPrivileges.h"
 
 namespace tarnhost {
 namespace {

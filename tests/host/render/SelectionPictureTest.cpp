@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <numbers>
 
 #include "tests/host/render/RenderFixture.h"
 #include "tests/support/BruteForceLas.h"
@@ -119,7 +120,7 @@ TEST_F(ThreePatches, TakeConstantsInTheFrameThatWasAskedFor) {
 std::vector<bool> Plot(const oocpctest::brute::LasFile& file, const Viewpoint& viewpoint,
                        const std::function<bool(std::uint64_t)>& condition) {
   std::vector<bool> plot(std::size_t{kSize.width} * kSize.height);
-  const double halfPixels = kSize.height / 2.0 / std::tan(17.5 * M_PI / 180);
+  const double halfPixels = kSize.height / 2.0 / std::tan(17.5 * std::numbers::pi / 180);
   for (std::uint64_t i = 0; i < file.GetPointCount(); ++i) {
     if (!condition(i)) continue;
     const double depth = viewpoint.eye[2] - file.GetSource(i, 2);
