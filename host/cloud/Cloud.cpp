@@ -35,7 +35,8 @@ Outcome Cloud::Open(const std::filesystem::path& folder, std::unique_ptr<Cloud>&
                             folder.string(), "make a repository of a scan with tarn import first");
   }
   const bool hasCopy =
-      std::filesystem::exists(folder / OOCPCFolderStreamStore::kMainCopyFileName, ignored);
+      oocpc::detail::GetFileKind(folder / OOCPCFolderStreamStore::kMainCopyFileName) ==
+      oocpc::detail::FileKind::kFile;
   if (code == result::kNotARepository && hasCopy) {
     return Outcome::Failure(code, "the main stream of the repository is missing", folder.string(),
                             "tarn repair brings it back from its copy");

@@ -5,7 +5,7 @@
 
 #include "host/build/ScanInputs.h"
 #include "tests/support/ScanFolder.h"
-#include "tests/support/WithoutPrivileges.h"
+#include "tests/support/System.h"
 
 namespace tarnhost {
 namespace {
