@@ -4,8 +4,8 @@
 # what the benchmarks need; with --windows what building and testing for Windows needs.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config libboost-dev libtbb-dev libzstd-dev libpng-dev libhwy-dev libcli11-dev
-  nlohmann-json3-dev)
+packages=(g++ cmake ninja-build pkg-config libboost-dev libtbb-dev libzstd-dev libpng-dev
+  libpugixml-dev libhwy-dev libcli11-dev nlohmann-json3-dev)
 if [ "${1:-}" = --tests ]; then
   packages+=(libgtest-dev libgmock-dev python3 clang libclang-rt-14-dev clang-format clang-tidy
     ccache git binutils)

@@ -64,8 +64,6 @@ if [ "$quick" != --quick ]; then
       "build/corpus/${target#fuzz_}" "fuzz/corpus/${target#fuzz_}"
   done
   echo "fuzzed: ${targets[*]}"
-
-  stage "64-bit Windows" && scripts/test-windows.sh
 fi
 
 # Last, so that its totals are the closing lines.

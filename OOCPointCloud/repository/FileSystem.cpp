@@ -19,11 +19,14 @@ FileWatcher::~FileWatcher() = default;
 
 void WatchFiles(FileWatcher* asked) { watcher.store(asked, std::memory_order_relaxed); }
 
-bool IsAllowed(const FileChange& change, HRESULT& answer, std::size_t* written) {
+HRESULT AskFileWatcher(const FileChange& change, std::size_t& written) {
   FileWatcher* asked = watcher.load(std::memory_order_relaxed);
-  if (asked == nullptr) return true;
+  return asked == nullptr ? result::kOk : asked->Ask(change, written);
+}
+
+bool IsAllowed(const FileChange& change, HRESULT& answer, std::size_t* written) {
   std::size_t ignored = 0;
-  const HRESULT code = asked->Ask(change, written == nullptr ? ignored : *written);
+  const HRESULT code = AskFileWatcher(change, written == nullptr ? ignored : *written);
   if (code == result::kOk) return true;
   answer = code == result::kNothingDone ? result::kOk : code;
   return false;

@@ -45,6 +45,11 @@ class OOCPOINTCLOUD_API FileWatcher {
   [[nodiscard]] virtual HRESULT Ask(const FileChange& change, std::size_t& written) = 0;
 };
 
+/// Asks the watcher about a change that is made elsewhere, such as one to a file without a name:
+/// kOk when there is none. `written` as for FileWatcher::Ask.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT AskFileWatcher(const FileChange& change,
+                                                       std::size_t& written);
+
 /// Sets the watcher of this process, null for none. Not while files are being changed.
 OOCPOINTCLOUD_API void WatchFiles(FileWatcher* watcher);
 

@@ -133,7 +133,7 @@ constexpr ResultCodeInfo kInfos[] = {
     {result::kStringNotFound, "kStringNotFound",
      "a value refers to a text that the repository's dictionary does not hold", kAskOtherCopy},
     {result::kScanNotRecognised, "kScanNotRecognised", "the file is not a scan of a known format",
-     "give a LAS or LAZ file of version 1.0 to 1.4"},
+     "give a LAS, LAZ, PLY, PCD, E57 or text file"},
     {result::kScanTruncated, "kScanTruncated", "the scan ends before all its points are there",
      "copy or download it again; what is there cannot be told from what is missing"},
     {result::kScanContradictory, "kScanContradictory", "the scan's header contradicts the file",

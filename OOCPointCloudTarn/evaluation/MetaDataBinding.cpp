@@ -21,6 +21,7 @@ MetaDataBinding::MetaDataBinding(const TarnOOCPointCloud* pointCloud, const OOCP
     m_sizes[i] = layout.sizes[j];
     m_offsets[i] = layout.offsets[j];
   }
+  if (count == 1) m_numberTest = tarn::NumberTest::Of(*query, m_offsets[0]);
 }
 
 MetaDataBinding::~MetaDataBinding() = default;

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "OOCPointCloudTarn/evaluation/NumberTest.h"
+
 class TarnOOCPointCloud;
 
 /// A record's layout: index-parallel names, sizes and offsets, the latter two in bytes.
@@ -27,4 +29,5 @@ class MetaDataBinding final : public NodeAcceleratorHolder {
   std::vector<const char*> m_recordPointers;  ///< scratch: set anew for each point
   std::vector<unsigned> m_sizes;              ///< in bytes
   std::vector<unsigned> m_offsets;            ///< in bytes from the start of a record
+  tarn::NumberTest m_numberTest;              ///< of the query, when it is one
 };

@@ -14,13 +14,14 @@ int Run(BuildArguments& arguments) {
   const tarnhost::Outcome outcome = tarnhost::AppendScans(arguments.options, report);
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
+  PrintNotices(arguments, report);
   if (arguments.quiet) return kDone;
   if (report.pointCount == 0) {
     std::printf("no points to append: %s is as it was\n", arguments.repository.c_str());
     return kDone;
   }
   std::printf("%s points from %s appended to %s as iteration %llu (%s, %s nodes)\n",
-              Grouped(report.pointCount).c_str(), ScansText(arguments, report).c_str(),
+              Grouped(report.pointCount).c_str(), ScansText(report).c_str(),
               arguments.repository.c_str(), static_cast<unsigned long long>(report.iteration),
               Bytes(report.storedBytes).c_str(), Grouped(report.nodeCount).c_str());
   return kDone;
@@ -33,10 +34,12 @@ void AddAppend(CLI::App& app, Action& action) {
   CLI::App* command =
       app.add_subcommand("append", "Add scans to a repository, as its next iteration");
   command->footer(
-      "Example:\n"
+      "Examples:\n"
       "  tarn append street.tarn monday.las tuesday.las\n"
-      "The scans need the dimensions, scale and offset of the cloud; they may lie outside its "
-      "bounds.\n"
+      "  tarn append street.tarn wednesday/\n"
+      "The scans may lack dimensions of the cloud, but have no others, and their scales have to "
+      "be\n"
+      "whole multiples of the cloud's; they may lie outside its bounds.\n"
       "Former iterations stay as they are: see tarn iterations, and --iteration and --at of the\n"
       "commands that read.");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 
@@ -32,6 +33,18 @@ CLI::Validator IsWholeNumber() {
             return error == std::errc() && stop == end
                        ? std::string()
                        : "\"" + text + "\" is not a whole number from 0 on";
+          },
+          ""};
+}
+
+CLI::Validator IsAboveZero() {
+  return {[](const std::string& text) {
+            double number = 0;
+            const char* end = text.data() + text.size();
+            const auto [stop, error] = std::from_chars(text.data(), end, number);
+            return error == std::errc() && stop == end && number > 0 && std::isfinite(number)
+                       ? std::string()
+                       : "\"" + text + "\" is not a number above 0";
           },
           ""};
 }

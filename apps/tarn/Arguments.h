@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,25 @@ CLI::Validator IsWholeNumber();
 /// Refuses a file name with another ending: a slip, at worst the name of a repository's own file.
 /// `endings` are lower case; letter case does not matter.
 CLI::Validator EndsIn(const std::vector<std::string>& endings);
+/// Refuses what is no number above 0.
+CLI::Validator IsAboveZero();
+/// Takes one of some words and puts the number of its value in its place; refuses others, and names
+/// those that there are. Letter case matters.
+template <typename Value>
+CLI::Validator IsOneOf(const std::map<std::string, Value>& values) {
+  return {[values](std::string& text) {
+            if (const auto found = values.find(text); found != values.end()) {
+              text = std::to_string(static_cast<int>(found->second));
+              return std::string();
+            }
+            std::string words;
+            for (const auto& [word, value] : values) {
+              words.append(words.empty() ? "" : ", ").append(word);
+            }
+            return "\"" + text + "\" is none of " + words;
+          },
+          ""};
+}
 /// Refuses what is no number of bytes such as 800K, 512M or 4G.
 CLI::Validator IsSize();
 /// Refuses what is no time: microseconds since 1970 UTC, a date, or a date and a time of day (UTC).

@@ -9,8 +9,30 @@
 namespace tarnapp {
 
 void AddScans(CLI::App& command, BuildArguments& arguments) {
-  command.add_option("SCANS", arguments.scans, "LAS or LAZ files of one cloud (1.0 to 1.4)")
+  command
+      .add_option(
+          "SCANS", arguments.scans,
+          "Scans of one cloud: LAS, LAZ or COPC files (1.0 to 1.4), PLY, PCD, E57 or text, and\n"
+          "folders, of which every scan right in the folder is taken, in the order of the names")
       ->required();
+  AddScanOptions(command, arguments.options.scanOptions);
+}
+
+void AddScanOptions(CLI::App& command, tarnhost::ScanOptions& options) {
+  command
+      .add_option("--columns", options.columns,
+                  "Names of a text's columns: x,y,z,intensity,… with - for one to leave out; by\n"
+                  "default, as its first line says")
+      ->delimiter(',');
+  command.add_option("--skip", options.skipLines, "Lines to skip at the start of a text")
+      ->check(IsWholeNumber());
+}
+
+void PrintNotices(const BuildArguments& arguments, const tarnhost::ImportReport& report) {
+  if (arguments.quiet) return;
+  for (const std::string& notice : report.notices) {
+    std::fprintf(stderr, "note: %s\n", notice.c_str());
+  }
 }
 
 void AddBuildOptions(CLI::App& command, BuildArguments& arguments) {
@@ -31,13 +53,13 @@ void FillOptions(BuildArguments& arguments) {
   std::uint64_t time = 0;
   if (ParseTime(arguments.time, time)) options.timePoint = time;
   options.progress = ShowProgress(arguments.quiet);
+  options.warning = [](const std::string& text) { ReportWarning(text); };
   options.temporaryNotice = ShowTemporaryDisk(arguments.quiet);
 }
 
-std::string ScansText(const BuildArguments& arguments, const tarnhost::ImportReport& report) {
-  const std::size_t count = arguments.scans.size();
-  return std::to_string(count) + (count == 1 ? " scan (" : " scans (") + Bytes(report.sourceBytes) +
-         ")";
+std::string ScansText(const tarnhost::ImportReport& report) {
+  return Grouped(report.scanCount) + (report.scanCount == 1 ? " scan (" : " scans (") +
+         Bytes(report.sourceBytes) + ")";
 }
 
 }  // namespace tarnapp

@@ -1,4 +1,5 @@
 // tarn export
+#include "apps/tarn/Arguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
@@ -7,6 +8,7 @@
 #include "host/common/System.h"
 #include "host/formats/laz/CopcWriter.h"
 #include "host/lod/ExportCopc.h"
+#include "host/select/ExportPoints.h"
 
 namespace tarnapp {
 
@@ -15,6 +17,7 @@ namespace {
 struct Arguments {
   std::string repository;
   std::string output;
+  std::string memory;
   IterationChoice iteration;
   bool quiet = false;
 };
@@ -33,9 +36,12 @@ int Run(const Arguments& arguments) {
     outcome =
         tarnhost::ExportCopc(*cloud, iteration, tarnhost::PathOf(arguments.output), progress, copc);
     points = copc.pointCount;
+  } else if (tarnhost::IsPointFileName(tarnhost::PathOf(arguments.output))) {
+    outcome = tarnhost::ExportPoints(*cloud, iteration, tarnhost::PathOf(arguments.output),
+                                     progress, points);
   } else {
-    outcome = tarnhost::ExportLas(*cloud, iteration, tarnhost::PathOf(arguments.output), progress,
-                                  points);
+    const tarnhost::ExportOptions options{iteration, MemoryToUse(arguments.memory), progress};
+    outcome = tarnhost::ExportLas(*cloud, options, tarnhost::PathOf(arguments.output), points);
   }
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
@@ -53,16 +59,19 @@ int Run(const Arguments& arguments) {
 void AddExport(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command =
-      app.add_subcommand("export", "Write a cloud back into a LAS, LAZ or COPC file");
+      app.add_subcommand("export", "Write a cloud into a LAS, LAZ, COPC, PLY, PCD or CSV file");
   command->footer(
       "Examples:\n  tarn export street.tarn -o street.laz\n  tarn export street.tarn -o "
-      "street.copc.laz");
+      "street.copc.laz\nPoints come out in the order of their sources where the cloud was imported "
+      "with --keep-order\n(but for COPC files, whose order is that of their octree).");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command
-      ->add_option("-o,--output", arguments->output, "The file to write: .las, .laz or .copc.laz")
+      ->add_option("-o,--output", arguments->output,
+                   "The file to write: .las, .laz, .copc.laz, .ply, .pcd or .csv")
       ->required()
-      ->check(EndsIn({".las", ".laz"}));
+      ->check(EndsIn({".las", ".laz", ".ply", ".pcd", ".csv"}));
   AddIterationOptions(*command, arguments->iteration);
+  AddMemoryOption(*command, arguments->memory);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }

@@ -13,9 +13,10 @@ int Run(BuildArguments& arguments) {
   const tarnhost::Outcome outcome = tarnhost::ImportScans(arguments.options, report);
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
+  PrintNotices(arguments, report);
   if (!arguments.quiet) {
     std::printf("%s points from %s in %s (%s, %s nodes)\n", Grouped(report.pointCount).c_str(),
-                ScansText(arguments, report).c_str(), arguments.repository.c_str(),
+                ScansText(report).c_str(), arguments.repository.c_str(),
                 Bytes(report.storedBytes).c_str(), Grouped(report.nodeCount).c_str());
   }
   return kDone;
@@ -26,13 +27,24 @@ int Run(BuildArguments& arguments) {
 void AddImport(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<BuildArguments>();
   CLI::App* command = app.add_subcommand("import", "Make a repository out of scans");
-  command->footer("Example:\n  tarn import street.las -o street.tarn");
+  command->footer(
+      "Examples:\n"
+      "  tarn import street.las -o street.tarn\n"
+      "  tarn import tiles/ extra.laz -o town.tarn\n"
+      "  tarn import points.txt -o points.tarn --skip 1 --columns x,y,z,-,intensity");
   AddScans(*command, *arguments);
   command->add_option("-o,--output", arguments->repository, "The repository to make")
       ->required()
       ->check(IsNamed());
   command->add_flag("--overwrite", arguments->options.overwrite,
                     "Replace a repository that is there");
+  command->add_flag("--keep-order", arguments->options.keepOrder,
+                    "Keep each point's place in its source (source_index), so that tarn export\n"
+                    "restores the order");
+  command->add_flag(
+      "--source", arguments->options.nameSources,
+      "Keep the name of each point's file (source) of a single scan, too, for what is\n"
+      "appended later; of several scans it always is kept");
   AddBuildOptions(*command, *arguments);
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
 }

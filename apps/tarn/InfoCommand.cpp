@@ -1,9 +1,12 @@
 // tarn info
 #include "OOCPointCloud/repository/FileSystem.h"
+#include "apps/tarn/BuildArguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/InfoText.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
+#include "apps/tarn/Progress.h"
+#include "host/cloud/Checksums.h"
 #include "host/cloud/CloudFacts.h"
 #include "host/common/System.h"
 
@@ -15,14 +18,49 @@ struct Arguments {
   std::string repository;
   InfoParts parts;
   IterationChoice iteration;
+  tarnhost::ScanOptions scanOptions;
+  bool checksum = false;
   bool json = false;
 };
+
+int PrintSums(const Arguments& arguments, const tarnhost::Checksums& sums) {
+  if (arguments.json) {
+    PrintChecksumsJson(sums);
+  } else {
+    PrintChecksumsText(sums);
+  }
+  return kDone;
+}
+
+int SumScanFile(const Arguments& arguments, tarnhost::ScanFile& scan) {
+  std::error_code ignored;
+  tarnhost::ScanWorkspace workspace{
+      tarnhost::GetMachineMemoryBytes() / 4, std::filesystem::temp_directory_path(ignored), {}};
+  tarnhost::Checksums sums;
+  tarnhost::Outcome outcome;
+  {
+    const auto progress = ShowProgress(false);
+    outcome = tarnhost::SumScan(scan, workspace, progress, sums);
+  }
+  return outcome.Ok() ? PrintSums(arguments, sums) : ReportFailure(outcome);
+}
+
+int SumRepository(const Arguments& arguments, tarnhost::Cloud& cloud, std::uint64_t iteration) {
+  tarnhost::Checksums sums;
+  tarnhost::Outcome outcome;
+  {
+    const auto progress = ShowProgress(false);
+    outcome = tarnhost::SumCloud(cloud, iteration, progress, sums);
+  }
+  return outcome.Ok() ? PrintSums(arguments, sums) : ReportFailure(outcome);
+}
 
 int DescribeScan(const Arguments& arguments) {
   std::unique_ptr<tarnhost::ScanFile> scan;
   const tarnhost::Outcome outcome =
-      tarnhost::OpenScan(tarnhost::PathOf(arguments.repository), scan);
+      tarnhost::OpenScan(tarnhost::PathOf(arguments.repository), arguments.scanOptions, scan);
   if (!outcome.Ok()) return ReportFailure(outcome);
+  if (arguments.checksum) return SumScanFile(arguments, *scan);
   tarnhost::CloudFacts facts;
   tarnhost::CollectScanFacts(*scan, facts);
   if (arguments.json) {
@@ -44,6 +82,7 @@ int Run(const Arguments& arguments) {
   std::uint64_t iteration = 0;
   outcome = FindIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
+  if (arguments.checksum) return SumRepository(arguments, *cloud, iteration);
   tarnhost::CloudFacts facts;
   outcome = tarnhost::CollectFacts(*cloud, iteration, arguments.parts.statistics, facts);
   if (!outcome.Ok()) return ReportFailure(outcome);
@@ -60,16 +99,22 @@ int Run(const Arguments& arguments) {
 void AddInfo(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("info", "Tell what a repository or a scan file holds");
-  command->footer("Examples:\n  tarn info street.tarn --stats\n  tarn info street.laz");
+  command->footer(
+      "Examples:\n  tarn info street.tarn --stats\n  tarn info street.laz\n  tarn info --checksum "
+      "street.laz");
   command
       ->add_option("REPOSITORY", arguments->repository,
-                   "The repository, or a LAS or LAZ file, of which its header is told")
+                   "The repository, or a scan file, of which its header is told")
       ->required();
   command->add_flag("--schema", arguments->parts.schema, "List the dimensions with their types");
   command->add_flag("--stats", arguments->parts.statistics,
                     "Minimum, maximum and mean of each dimension, and contradictions in the data");
   command->add_flag("--metadata", arguments->parts.metadata,
                     "List the sources' headers and variable-length records");
+  AddScanOptions(*command, arguments->scanOptions);
+  command->add_flag("--checksum", arguments->checksum,
+                    "Read all points and print checksums that do not depend on their order, the\n"
+                    "same for a scan and for its repository");
   AddIterationOptions(*command, arguments->iteration);
   command->add_flag("--json", arguments->json, "Print all facts as JSON");
   command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });

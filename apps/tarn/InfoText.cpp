@@ -77,9 +77,10 @@ void PrintSummary(const std::string& repository, const CloudFacts& facts) {
   std::printf("  bounds       %s  to  %s\n",
               Corner(facts.bounds.min, facts.transform.scale).c_str(),
               Corner(facts.bounds.max, facts.transform.scale).c_str());
-  std::printf("  system       %s\n", facts.coordinateSystem.empty()
-                                         ? "unknown"
-                                         : CoordinateSystemName(facts.coordinateSystem).c_str());
+  std::printf("  system       %s\n",
+              facts.coordinateSystem.empty()
+                  ? "unknown"
+                  : Shown(CoordinateSystemName(facts.coordinateSystem)).c_str());
   std::printf("  scale        %s\n", Three(facts.transform.scale).c_str());
   std::printf("  local frame  source coordinates less %s\n", Three(facts.frameOffset).c_str());
   std::printf("  octree       %s nodes on %u level%s\n", Grouped(facts.nodeCount).c_str(),
@@ -93,22 +94,23 @@ void PrintSummary(const std::string& repository, const CloudFacts& facts) {
       "  iterations   %zu, newest %s\n", facts.iterations.size(),
       facts.iterations.empty() ? "none" : TimeText(facts.iterations.back().timePoint).c_str());
   std::string names;
-  for (const DimensionFacts& dimension : facts.dimensions) names += " " + dimension.name;
+  for (const DimensionFacts& dimension : facts.dimensions) names += " " + Shown(dimension.name);
   std::printf("  dimensions   x y z%s\n", names.c_str());
 }
 
 void PrintSchema(const CloudFacts& facts) {
   std::printf("\n%-28s %-12s %12s  %s\n", "dimension", "type", "stored", "meaning");
   for (const DimensionFacts& dimension : facts.dimensions) {
-    std::printf("%-28s %-12s %12s  %s\n", dimension.name.c_str(), TypeText(dimension.type).c_str(),
-                Bytes(dimension.storedBytes).c_str(), dimension.description.c_str());
+    std::printf("%-28s %-12s %12s  %s\n", Shown(dimension.name).c_str(),
+                TypeText(dimension.type).c_str(), Bytes(dimension.storedBytes).c_str(),
+                Shown(dimension.description).c_str());
   }
 }
 
 void PrintStatistics(const CloudFacts& facts) {
   std::printf("\n%-28s %-24s %-24s %s\n", "dimension", "minimum", "maximum", "mean");
   for (const DimensionFacts& dimension : facts.dimensions) {
-    std::printf("%-28s %-24s %-24s %s\n", dimension.name.c_str(),
+    std::printf("%-28s %-24s %-24s %s\n", Shown(dimension.name).c_str(),
                 Numbers(dimension.minimum).c_str(), Numbers(dimension.maximum).c_str(),
                 Means(dimension.mean).c_str());
   }
@@ -117,22 +119,30 @@ void PrintStatistics(const CloudFacts& facts) {
 
 void PrintMetadata(const CloudFacts& facts) {
   for (const SourceFacts& source : facts.sources) {
-    std::printf("\n%s: %s points\n", source.fileName.c_str(), Grouped(source.pointCount).c_str());
+    std::printf("\n%s: %s points\n", Shown(source.fileName).c_str(),
+                Grouped(source.pointCount).c_str());
     if (!source.las) continue;
     const tarnhost::LasHeader& las = *source.las;
     std::printf("  LAS %d.%d, point format %d, %d bytes a point\n", las.versionMajor,
                 las.versionMinor, las.pointFormat, las.pointBytes);
-    std::printf("  made by \"%s\" (%s) on day %d of %d\n", las.generatingSoftware.c_str(),
-                las.systemIdentifier.c_str(), las.creationDay, las.creationYear);
+    std::printf("  made by \"%s\" (%s) on day %d of %d\n", Shown(las.generatingSoftware).c_str(),
+                Shown(las.systemIdentifier).c_str(), las.creationDay, las.creationYear);
     std::printf("  scale %s, offset %s\n", Three(las.scale).c_str(), Three(las.offset).c_str());
     for (const tarnhost::LasVariableRecord& record : las.records) {
-      std::printf("  record %s %d, %s: %s\n", record.userId.c_str(), record.recordId,
-                  Bytes(record.payloadBytes).c_str(), record.description.c_str());
+      std::printf("  record %s %d, %s: %s\n", Shown(record.userId).c_str(), record.recordId,
+                  Bytes(record.payloadBytes).c_str(), Shown(record.description).c_str());
     }
   }
   if (!facts.coordinateSystem.empty()) {
     std::printf("\ncoordinate system:\n%s\n", facts.coordinateSystem.c_str());
   }
+}
+
+/// Sixteen digits.
+std::string HexText(std::uint64_t number) {
+  std::array<char, 17> digits;
+  std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(number));
+  return digits.data();
 }
 
 nlohmann::json DimensionJson(const DimensionFacts& dimension) {
@@ -215,11 +225,17 @@ void PrintInfoJson(const std::string& repository, const CloudFacts& facts) {
 
 void PrintScanText(const std::string& scan, const CloudFacts& facts) {
   std::printf("%s: %s points\n", scan.c_str(), Grouped(facts.pointCount).c_str());
-  std::printf("  bounds       %s  to  %s, as the header says\n", Three(facts.bounds.min).c_str(),
-              Three(facts.bounds.max).c_str());
+  const bool isLas = !facts.sources.empty() && facts.sources.front().las.has_value();
+  std::printf("  bounds       %s  to  %s%s\n",
+              isLas ? Three(facts.bounds.min).c_str()
+                    : Corner(facts.bounds.min, facts.transform.scale).c_str(),
+              isLas ? Three(facts.bounds.max).c_str()
+                    : Corner(facts.bounds.max, facts.transform.scale).c_str(),
+              isLas ? ", as the header says" : "");
   std::string names;
-  for (const DimensionFacts& dimension : facts.dimensions) names += " " + dimension.name;
+  for (const DimensionFacts& dimension : facts.dimensions) names += " " + Shown(dimension.name);
   std::printf("  dimensions   x y z%s\n", names.c_str());
+  for (const std::string& oddity : facts.oddities) std::printf("  note: %s\n", oddity.c_str());
   PrintMetadata(facts);
 }
 
@@ -229,7 +245,8 @@ void PrintScanJson(const std::string& scan, const CloudFacts& facts) {
                       {"bounds", {{"min", facts.bounds.min}, {"max", facts.bounds.max}}},
                       {"coordinate_system", facts.coordinateSystem},
                       {"scale", facts.transform.scale},
-                      {"offset", facts.transform.offset}};
+                      {"offset", facts.transform.offset},
+                      {"notes", facts.oddities}};
   json["dimensions"] = nlohmann::json::array();
   for (const DimensionFacts& dimension : facts.dimensions) {
     json["dimensions"].push_back({{"name", dimension.name},
@@ -239,6 +256,28 @@ void PrintScanJson(const std::string& scan, const CloudFacts& facts) {
   }
   json["sources"] = nlohmann::json::array();
   for (const SourceFacts& source : facts.sources) json["sources"].push_back(SourceJson(source));
+  PrintJson(json);
+}
+
+void PrintChecksumsText(const tarnhost::Checksums& sums) {
+  std::printf("points %s\n", Grouped(sums.pointCount).c_str());
+  std::printf("scale %s\noffset %s\n", Three(sums.transform.scale).c_str(),
+              Three(sums.transform.offset).c_str());
+  for (const auto& [name, sum] : sums.dimensions) {
+    std::printf("%s  %s\n", HexText(sum).c_str(), Shown(name).c_str());
+  }
+  std::printf("%s  whole points\n", HexText(sums.records).c_str());
+}
+
+void PrintChecksumsJson(const tarnhost::Checksums& sums) {
+  nlohmann::json json{{"points", sums.pointCount},
+                      {"scale", sums.transform.scale},
+                      {"offset", sums.transform.offset},
+                      {"records", HexText(sums.records)}};
+  json["dimensions"] = nlohmann::json::array();
+  for (const auto& [name, sum] : sums.dimensions) {
+    json["dimensions"].push_back({{"name", name}, {"checksum", HexText(sum)}});
+  }
   PrintJson(json);
 }
 

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "host/cloud/Checksums.h"
 #include "host/cloud/CloudFacts.h"
 
 namespace tarnapp {
@@ -19,6 +20,9 @@ void PrintInfoText(const std::string& repository, const tarnhost::CloudFacts& fa
 /// The same of a scan file, with all that its header and its records say.
 void PrintScanText(const std::string& scan, const tarnhost::CloudFacts& facts);
 void PrintScanJson(const std::string& scan, const tarnhost::CloudFacts& facts);
+/// Checksums, without the name of what they are of, so that outputs can be compared.
+void PrintChecksumsText(const tarnhost::Checksums& sums);
+void PrintChecksumsJson(const tarnhost::Checksums& sums);
 void PrintInfoJson(const std::string& repository, const tarnhost::CloudFacts& facts);
 
 }  // namespace tarnapp

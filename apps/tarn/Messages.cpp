@@ -1,6 +1,7 @@
 // What the program says to people.
 #include "apps/tarn/Messages.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <chrono>
@@ -28,6 +29,16 @@ int ReportFailure(const tarnhost::Outcome& outcome) {
   if (info != nullptr) text += std::string(" ") + info->name + ": " + info->meaning;
   std::fprintf(stderr, "%s\n", text.c_str());
   return kFailed;
+}
+
+void ReportWarning(const std::string& text) {
+  std::fprintf(stderr, "tarn: warning: %s\n", Shown(text).c_str());
+}
+
+std::string Shown(std::string text) {
+  std::ranges::replace_if(
+      text, [](unsigned char letter) { return letter < 0x20 || letter == 0x7F; }, '?');
+  return text;
 }
 
 std::string Grouped(std::uint64_t number) {

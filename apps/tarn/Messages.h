@@ -17,6 +17,11 @@ inline constexpr int kWrongUsage = 2;
 /// Prints a failure on standard error: what, where, what to do, and the code. Gives kFailed.
 int ReportFailure(const tarnhost::Outcome& outcome);
 
+/// Prints what may be a mistake on standard error.
+void ReportWarning(const std::string& text);
+
+/// Text out of a file as a terminal may get it: control characters become question marks.
+std::string Shown(std::string text);
 /// 12345678 as "12,345,678".
 std::string Grouped(std::uint64_t number);
 /// Bytes in units that people read: "41.3 MB".

@@ -229,8 +229,10 @@ void AddQuery(CLI::App& app, Action& action) {
       "docs/query-language.md.");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command->add_option("TEXT", arguments->options.text, "The query")->required();
-  command->add_option("-o,--output", arguments->output,
-                      "Write the points to this file (.las, .laz, .ply or .csv)");
+  command
+      ->add_option("-o,--output", arguments->output,
+                   "Write the points to this file (.las, .laz, .ply, .pcd or .csv)")
+      ->check(EndsIn({".las", ".laz", ".ply", ".pcd", ".csv"}));
   command->add_flag("--count", arguments->count, "Print the number of points and nothing else");
   command->add_flag("--json", arguments->json, "Print the facts as JSON")->excludes("--count");
   command->add_flag("--local", arguments->options.local,

@@ -141,7 +141,7 @@ void AddViewOptions(CLI::App& command, Arguments& arguments) {
           .add_option("--view", arguments.options.view,
                       "top, front (from the south), side (from the east) or iso (from the\n"
                       "south-west and above, the default)")
-          ->transform(CLI::CheckedTransformer(Views()).description(""));
+          ->transform(IsOneOf(Views()));
   CLI::Option* eye =
       command
           .add_option("--eye", arguments.eye, "Where the eye is, in the scan's coordinates: x,y,z")
@@ -177,7 +177,7 @@ void AddRender(CLI::App& app, Action& action) {
       ->add_option("--color", arguments->options.color,
                    "rgb, intensity, classification, elevation or return; default rgb where the\n"
                    "scan has colours, else elevation")
-      ->transform(CLI::CheckedTransformer(Colors()).description(""));
+      ->transform(IsOneOf(Colors()));
   command
       ->add_option("--points", arguments->points,
                    "About the most points to draw, the coarsest level always; default 3M")

@@ -66,7 +66,7 @@ void AddThin(CLI::App& app, Action& action) {
       command
           ->add_option("--spacing", arguments->options.spacing,
                        "Write the fewest levels with cells of this width or less")
-          ->check(CLI::PositiveNumber)
+          ->check(IsAboveZero())
           ->excludes(level);
   AddIterationOptions(*command, arguments->iteration);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");

@@ -22,6 +22,7 @@ void PrintAsJson(const tarnhost::VerifyReport& report) {
              {"faults", FaultsJson(report.faults)},
              {"nodes", report.nodes},
              {"blocks", report.blocks},
+             {"iterations", report.iterations},
              {"points", report.points},
              {"bytes", report.bytes}});
 }
@@ -35,9 +36,11 @@ void PrintAsText(const Arguments& arguments, const tarnhost::VerifyReport& repor
         Grouped(report.faultCount).c_str(), report.faultCount == 1 ? "" : "s",
         arguments.repository.c_str());
   } else if (!arguments.quiet) {
-    std::printf("sound: %s points in %s nodes, %s blocks, %s\n", Grouped(report.points).c_str(),
-                Grouped(report.nodes).c_str(), Grouped(report.blocks).c_str(),
-                Bytes(report.bytes).c_str());
+    const std::string iterations =
+        report.iterations > 1 ? " of " + Grouped(report.iterations) + " iterations" : "";
+    std::printf("sound: %s points%s, %s nodes%s, %s blocks, %s\n", Grouped(report.points).c_str(),
+                iterations.empty() ? "" : " in the newest", Grouped(report.nodes).c_str(),
+                iterations.c_str(), Grouped(report.blocks).c_str(), Bytes(report.bytes).c_str());
   }
 }
 

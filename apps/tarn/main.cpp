@@ -1,4 +1,5 @@
 // tarn: opens point clouds too large for memory, and selects points in them.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -10,6 +11,7 @@
 #include "apps/tarn/Console.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/select/QueryText.h"
 
 namespace {
 
@@ -22,8 +24,22 @@ std::string UsageMessage(const CLI::App* app, const CLI::Error& error) {
   return "tarn: " + what + "\n  " + command + " --help tells how it is used\n";
 }
 
+/// Whether the first word is a command or an option. Else says which command it may have meant.
+bool KnowsCommand(const CLI::App& app, const std::string& word) {
+  if (word.starts_with('-')) return true;
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
+  if (std::ranges::find(names, word) != names.end()) return true;
+  const std::string nearest = tarnhost::FindNearest(word, names);
+  std::fprintf(stderr, "tarn: there is no command \"%s\"%s\n  tarn --help lists the commands\n",
+               word.c_str(),
+               nearest.empty() ? "" : ("; did you mean \"" + nearest + "\"?").c_str());
+  return false;
+}
+
 /// Parses the command line; an exit code when there is nothing to run.
 std::optional<int> Parse(CLI::App& app, const std::vector<std::string>& arguments) {
+  if (!arguments.empty() && !KnowsCommand(app, arguments.front())) return tarnapp::kWrongUsage;
   try {
     // Backwards, as the parser takes them.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));

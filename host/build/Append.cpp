@@ -9,8 +9,11 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <set>
 #include <utility>
 
+#include "host/build/AdaptedScan.h"
+#include "host/build/PointLayout.h"
 #include "host/build/RepositoryBuilder.h"
 #include "host/build/ScanInputs.h"
 #include "host/cloud/IterationCube.h"
@@ -76,6 +79,7 @@ class Appender {
     if (Outcome outcome = PlaceScans(); !outcome.Ok()) return outcome;
     PointSet points;
     if (Outcome outcome = PointSet::Join(std::move(scans_), points); !outcome.Ok()) return outcome;
+    points.SetSourceNames(std::move(sourceNames_));
     ImportOptions options = options_;
     options.timePoint = timePoint_;
     RepositoryBuilder builder(points, options, temporaryFolder_, *writer, base_);
@@ -109,6 +113,7 @@ class Appender {
   Outcome OpenInputs(ImportReport& report) {
     std::vector<std::unique_ptr<ScanFile>> scans;
     if (Outcome outcome = OpenScans(options_, scans, report); !outcome.Ok()) return outcome;
+    if (Outcome outcome = ListFormerSources(); !outcome.Ok()) return outcome;
     ScanWorkspace workspace{MemoryFor(options_) / 2, temporaryFolder_, {}};
     for (const auto& scan : scans) workspaceTotal_ += scan->GetPointCount();
     workspace.progress = [&](std::uint64_t done) {
@@ -116,32 +121,63 @@ class Appender {
              options_.progress({"decompressing", std::min(done, workspaceTotal_), workspaceTotal_});
     };
     for (auto& scan : scans) {
-      if (Outcome outcome = CheckScan(*scan); !outcome.Ok()) return outcome;
+      WarnOfRepeat(*scan);
       newPoints_ += scan->GetPointCount();
-      scans_.push_back(PackScan(std::move(scan)));
+      if (Outcome outcome = Adapt(std::move(scan)); !outcome.Ok()) return outcome;
       if (Outcome outcome = scans_.back()->Prepare(workspace); !outcome.Ok()) return outcome;
     }
     return Outcome::Success();
   }
 
-  [[nodiscard]] Outcome CheckScan(const ScanFile& scan) const {
-    const PositionTransform& cloud = cloud_->GetTransform();
-    std::string what;
-    if (scan.GetTransform().scale != cloud.scale) {
-      what = "its scale is not that of the cloud";
-    } else if (scan.GetTransform().offset != cloud.offset) {
-      what = "its offset is not that of the cloud";
-    } else if (!std::ranges::equal(scan.GetDimensions(), cloud_->GetColumns(),
-                                   [](const Dimension& a, const CloudColumn& b) {
-                                     return a.name == b.name && a.type == b.type;
-                                   })) {
-      what = "its points have other dimensions than those of the cloud";
-    } else {
-      return Outcome::Success();
+  /// The scan in the form of the cloud's points.
+  Outcome Adapt(std::unique_ptr<ScanFile> scan) {
+    PointLayout layout{cloud_->GetTransform(), {}};
+    ScanTags tags;
+    for (const CloudColumn& column : cloud_->GetColumns()) {
+      layout.dimensions.push_back({column.name, column.type, column.description});
+      if (IsSourceName(column.name, column.type)) {
+        tags.source = static_cast<std::uint32_t>(base_.stringCount + sourceNames_.size());
+        sourceNames_.push_back(NameSource(scan->GetPath(), takenNames_));
+      } else if (IsSourceIndex(column.name, column.type)) {
+        tags.firstIndex = nextIndex_;
+      }
     }
-    return Outcome::Failure(result::kScansDiffer, what, scan.GetPath().string(),
-                            "convert it to the point format, scale and offset of the cloud (see "
-                            "tarn info), or import it into a repository of its own");
+    nextIndex_ += scan->GetPointCount();
+    std::unique_ptr<ScanFile> adapted;
+    Outcome outcome = AdaptScan(std::move(scan), layout, tags, adapted);
+    scans_.push_back(std::move(adapted));
+    return outcome;
+  }
+
+  /// What the sources so far are called and how many points they brought.
+  Outcome ListFormerSources() {
+    for (const SourceRecord& source : cloud_->GetSources()) nextIndex_ += source.pointCount;
+    const OOCPCStringRepositoryContainer* const dictionary =
+        cloud_->GetPointCloud().GetDataRepository()->GetStringRepository();
+    if (dictionary == nullptr) return Outcome::Success();
+    base_.stringCount = dictionary->GetCount();
+    for (std::uint64_t i = 0; i < base_.stringCount; ++i) {
+      std::string text;
+      const HRESULT code = dictionary->GetString(i, text);
+      if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
+      takenNames_.insert(std::move(text));
+    }
+    return Outcome::Success();
+  }
+
+  /// Tells of a scan that was imported or appended before.
+  void WarnOfRepeat(const ScanFile& scan) const {
+    if (!options_.warning) return;
+    const bool isThere = std::ranges::any_of(cloud_->GetSources(), [&](const SourceRecord& source) {
+      return source.fileName == scan.GetPath().filename().string() &&
+             source.pointCount == scan.GetPointCount() &&
+             std::ranges::equal(source.leadingBytes, scan.GetLeadingBytes()) &&
+             source.trailingBytes.size() == scan.GetTrailingBytes().size();
+    });
+    if (!isThere) return;
+    options_.warning(scan.GetPath().string() +
+                     " seems to be in the cloud already (a source of this name, size and header); "
+                     "its points are appended once more");
   }
 
   Outcome FindEnds(const OOCPCRepositoryWriter& writer) {
@@ -271,6 +307,9 @@ class Appender {
   std::uint64_t newPoints_ = 0;
   std::uint64_t workspaceTotal_ = 0;  ///< points of all scans
   std::vector<std::unique_ptr<ScanFile>> scans_;
+  std::uint64_t nextIndex_ = 0;           ///< place of the first point of the next scan
+  std::vector<std::string> sourceNames_;  ///< that are new
+  std::set<std::string> takenNames_;
   MortonCube former_;
   GrownCube grown_;
   std::unique_ptr<ExistingTree> tree_;

@@ -16,6 +16,7 @@ namespace {
 
 Outcome ImportChecked(const ImportOptions& options, ImportReport& report) {
   RepositoryPlace place(options.output);
+  if (Outcome outcome = place.CheckInputs(options.inputs); !outcome.Ok()) return outcome;
   std::unique_ptr<OOCPCFolderStreamStore> store;
   if (Outcome outcome = place.Create(options.overwrite, store); !outcome.Ok()) return outcome;
   if (Outcome outcome =
@@ -34,7 +35,7 @@ Outcome ImportIntoStore(const ImportOptions& options, std::unique_ptr<OOCPCIStre
   std::vector<std::unique_ptr<ScanFile>> scans;
   if (Outcome outcome = OpenScans(options, scans, report); !outcome.Ok()) return outcome;
   PointSet points;
-  if (Outcome outcome = PointSet::Join(std::move(scans), points); !outcome.Ok()) return outcome;
+  if (Outcome outcome = JoinScans(options, std::move(scans), points); !outcome.Ok()) return outcome;
   OOCPCRepositoryWriter writer(std::move(store));
   return RepositoryBuilder(points, options, temporaryFolder, writer).Run(report);
 }

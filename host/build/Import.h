@@ -11,28 +11,41 @@
 #include <vector>
 
 #include "host/common/Outcome.h"
+#include "host/formats/ScanFile.h"
 
 namespace tarnhost {
 
 struct ImportOptions {
-  std::vector<std::filesystem::path> inputs;  ///< LAS files; at least one
+  std::vector<std::filesystem::path> inputs;  ///< scan files, and folders of them; at least one
   std::filesystem::path output;               ///< the repository's folder
+  ScanOptions scanOptions;                    ///< what text files do not say of themselves
   bool overwrite = false;                     ///< replace a repository that is there
+  /// Keep the name of each point's file, also of a single one; of several it always is. Not looked
+  /// at by an append, which does as the repository does.
+  bool nameSources = false;
+  /// Keep each point's place in its source, so that an export restores the order. Not looked at by
+  /// an append.
+  bool keepOrder = false;
   std::uint64_t memoryBytes = 0;  ///< about the most memory to use; 0: a quarter of the machine's
   std::optional<std::uint64_t> timePoint;  ///< microseconds since 1970 UTC; default: now
   std::function<bool(const ProgressReport&)> progress;  ///< may be empty; false stops
   /// Told, before anything is written there, how many bytes of temporary disk the import is going
   /// to take in which folder; not called when it takes none. May be empty.
   std::function<void(std::uint64_t, const std::filesystem::path&)> temporaryNotice;
+  /// Told what is no failure but may be a mistake, a sentence without final stop. May be empty.
+  std::function<void(const std::string&)> warning;
 };
 
 struct ImportReport {
   std::uint64_t iteration = 0;  ///< the newest one, when it is done
+  std::uint64_t scanCount = 0;
   std::uint64_t pointCount = 0;
   std::uint64_t nodeCount = 0;
   std::uint64_t blockCount = 0;
   std::uint64_t sourceBytes = 0;  ///< of the scan files
   std::uint64_t storedBytes = 0;  ///< of all streams
+  /// What the user should know of how scans were read, with their names: points left out, mostly.
+  std::vector<std::string> notices;
 };
 
 /// Imports scans as the first update iteration of a new repository.

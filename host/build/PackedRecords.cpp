@@ -12,55 +12,7 @@ namespace {
 
 constexpr std::size_t kPositionBytes = 3 * sizeof(std::int32_t);
 
-class PackedScan final : public ScanFile {
- public:
-  explicit PackedScan(std::unique_ptr<ScanFile> scan)
-      : scan_(std::move(scan)), layout_(scan_->GetDimensions()) {}
-
-  const std::filesystem::path& GetPath() const override { return scan_->GetPath(); }
-  std::uint64_t GetPointCount() const override { return scan_->GetPointCount(); }
-  const PositionTransform& GetTransform() const override { return scan_->GetTransform(); }
-  const std::vector<Dimension>& GetDimensions() const override { return scan_->GetDimensions(); }
-  Outcome Prepare(ScanWorkspace& workspace) override { return scan_->Prepare(workspace); }
-  void Release() override { scan_->Release(); }
-  void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override {
-    scan_->ReadPositions(first, count, xyz);
-  }
-  std::size_t GetRecordBytes() const override { return layout_.GetRecordBytes(); }
-  void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const override {
-    std::vector<std::uint8_t> source(count * scan_->GetRecordBytes());
-    scan_->ReadRecords(first, count, source.data());
-    std::vector<std::int32_t> xyz(3 * count);
-    for (std::uint64_t i = 0; i < count; ++i) {
-      std::memcpy(xyz.data() + 3 * i, source.data() + i * scan_->GetRecordBytes(), kPositionBytes);
-    }
-    layout_.PutPositions(xyz.data(), count, out);
-    std::vector<std::uint8_t> values;
-    const auto& dimensions = scan_->GetDimensions();
-    for (std::size_t i = 0; i < dimensions.size(); ++i) {
-      values.resize(count * oocpc::ValueBytes(dimensions[i].type));
-      scan_->ExtractDimension(i, source.data(), count, values.data());
-      layout_.Put(i, values.data(), count, out);
-    }
-  }
-  void ExtractDimension(std::size_t dimension, const std::uint8_t* records, std::size_t count,
-                        std::uint8_t* out) const override {
-    layout_.Extract(dimension, records, count, out);
-  }
-  bool GetStatedBox(StoredBox& box) const override { return scan_->GetStatedBox(box); }
-  std::span<const std::uint8_t> GetLeadingBytes() const override {
-    return scan_->GetLeadingBytes();
-  }
-  std::span<const std::uint8_t> GetTrailingBytes() const override {
-    return scan_->GetTrailingBytes();
-  }
-
- private:
-  std::unique_ptr<ScanFile> scan_;
-  PackedLayout layout_;
-};
-
-std::vector<Dimension> DimensionsOf(const Cloud& cloud) {
+std::vector<Dimension> ColumnsOf(const Cloud& cloud) {
   std::vector<Dimension> dimensions;
   for (const CloudColumn& column : cloud.GetColumns()) {
     dimensions.push_back({column.name, column.type, column.description});
@@ -101,10 +53,6 @@ void PackedLayout::Extract(std::size_t dimension, const std::uint8_t* records, s
   }
 }
 
-std::unique_ptr<ScanFile> PackScan(std::unique_ptr<ScanFile> scan) {
-  return std::make_unique<PackedScan>(std::move(scan));
-}
-
 struct NodeRecords::Readers {
   std::mutex mutex;
   std::vector<std::unique_ptr<BlockReader>> idle;
@@ -112,7 +60,7 @@ struct NodeRecords::Readers {
 
 NodeRecords::NodeRecords(Cloud& cloud)
     : cloud_(cloud),
-      dimensions_(DimensionsOf(cloud)),
+      dimensions_(ColumnsOf(cloud)),
       layout_(dimensions_),
       readers_(std::make_unique<Readers>()) {}
 

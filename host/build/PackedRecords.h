@@ -31,9 +31,6 @@ class PackedLayout {
   std::size_t recordBytes_;
 };
 
-/// A scan whose records are packed as they are read.
-[[nodiscard]] std::unique_ptr<ScanFile> PackScan(std::unique_ptr<ScanFile> scan);
-
 /// Something whose reading can fail although its operations cannot say so.
 class FallibleSource {
  public:

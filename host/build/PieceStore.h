@@ -13,8 +13,8 @@
 #include "host/build/PointSet.h"
 #include "host/build/RecordView.h"
 #include "host/build/Sorting.h"
-#include "host/build/TemporaryFile.h"
 #include "host/common/Outcome.h"
+#include "host/common/TemporaryFile.h"
 
 namespace tarnhost {
 

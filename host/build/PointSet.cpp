@@ -2,59 +2,18 @@
 #include "host/build/PointSet.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
+
+#include "host/build/PointLayout.h"
 
 namespace tarnhost {
 
-namespace {
-
-std::string Text(const oocpc::Vector3d& vector) {
-  std::string text;
-  for (const double value : vector) {
-    std::array<char, 32> digits;
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    text += (text.empty() ? "" : ", ") + std::string(digits.data(), end);
-  }
-  return text;
-}
-
-Outcome Differ(const std::string& what, const ScanFile& scan) {
-  return Outcome::Failure(oocpc::result::kScansDiffer, what, scan.GetPath().string(),
-                          "import it into a repository of its own, or convert the scans to one "
-                          "point format, scale and offset");
-}
-
-Outcome CheckJoin(const ScanFile& first, const ScanFile& other) {
-  const PositionTransform& a = first.GetTransform();
-  const PositionTransform& b = other.GetTransform();
-  if (a.scale != b.scale) {
-    return Differ("its scale (" + Text(b.scale) + ") is not that of " + first.GetPath().string() +
-                      " (" + Text(a.scale) + ")",
-                  other);
-  }
-  if (a.offset != b.offset) {
-    return Differ("its offset (" + Text(b.offset) + ") is not that of " + first.GetPath().string() +
-                      " (" + Text(a.offset) + ")",
-                  other);
-  }
-  const bool same = first.GetRecordBytes() == other.GetRecordBytes() &&
-                    std::ranges::equal(first.GetDimensions(), other.GetDimensions(),
-                                       [](const Dimension& x, const Dimension& y) {
-                                         return x.name == y.name && x.type == y.type;
-                                       });
-  if (!same) {
-    return Differ("its points have other dimensions than those of " + first.GetPath().string(),
-                  other);
-  }
-  return Outcome::Success();
-}
-
-}  // namespace
-
 Outcome PointSet::Join(std::vector<std::unique_ptr<ScanFile>> scans, PointSet& set) {
   for (std::size_t i = 1; i < scans.size(); ++i) {
-    if (Outcome outcome = CheckJoin(*scans[0], *scans[i]); !outcome.Ok()) return outcome;
+    if (HaveOneLayout(*scans[0], *scans[i])) continue;
+    return Outcome::Failure(
+        oocpc::result::kScansDiffer,
+        "its points are laid out in another way than those of " + scans[0]->GetPath().string(),
+        scans[i]->GetPath().string());
   }
   set.scans_ = std::move(scans);
   set.firstPoints_ = {0};

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "host/build/RecordView.h"
@@ -16,9 +18,13 @@ namespace tarnhost {
 /// from several threads at once.
 class PointSet {
  public:
-  /// Takes the scans over. kScansDiffer when they can't share dimensions and integer positions
-  /// without changing a value.
+  /// Takes the scans over, which have one layout (kScansDiffer); see JoinScans for others.
   static Outcome Join(std::vector<std::unique_ptr<ScanFile>> scans, PointSet& set);
+
+  /// Names of the scans that have no number in the dictionary of strings yet, in the order of the
+  /// numbers that they get; none when points do not tell what scan they are of.
+  void SetSourceNames(std::vector<std::string> names) { sourceNames_ = std::move(names); }
+  [[nodiscard]] const std::vector<std::string>& GetSourceNames() const { return sourceNames_; }
 
   // As ScanFile, one scan after the other; progress counts the points of all.
   Outcome Prepare(ScanWorkspace& workspace);
@@ -52,6 +58,7 @@ class PointSet {
   void ForEachScan(std::uint64_t first, std::uint64_t count, const Read& read) const;
 
   std::vector<std::unique_ptr<ScanFile>> scans_;
+  std::vector<std::string> sourceNames_;
   std::vector<std::uint64_t> firstPoints_{0};  ///< of each scan, and the total at the end
 };
 

@@ -72,8 +72,8 @@ class SharedProgress {
 }  // namespace
 
 std::uint64_t MemoryFor(const ImportOptions& options) {
-  const std::uint64_t usual = GetMachineMemoryBytes() / 4;
-  return std::max(options.memoryBytes == 0 ? usual : options.memoryBytes, kLeastMemory);
+  return std::max(options.memoryBytes == 0 ? GetMachineMemoryBytes() / 4 : options.memoryBytes,
+                  kLeastMemory);
 }
 
 std::uint64_t CurrentTimePoint() {
@@ -149,6 +149,7 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
   if (Outcome outcome = WriteNodes(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteLod(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteSources(); !outcome.Ok()) return outcome;
+  if (Outcome outcome = WriteSourceNames(); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteIteration(emitter); !outcome.Ok()) return outcome;
   const HRESULT code = writer_.Commit(base_ == nullptr ? Describe() : DescribeAppended());
   if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
@@ -189,7 +190,9 @@ Outcome RepositoryBuilder::CountPoints() {
   if (FitsIntoMemory()) {
     codes_ = std::make_unique_for_overwrite<std::uint64_t[]>(points_.GetPointCount());
     if (!points_.GetMappedRecords(mapped)) {
-      copiedRecords_.resize(points_.GetPointCount() * points_.GetRecordBytes());
+      // Not cleared: the threads that fill it are the first to touch its pages.
+      copiedRecords_ = std::make_unique_for_overwrite<std::uint8_t[]>(points_.GetPointCount() *
+                                                                      points_.GetRecordBytes());
     }
   }
   StoredBox box;
@@ -223,10 +226,10 @@ bool RepositoryBuilder::CountCodes(StoredBox& found) {
     std::vector<std::uint64_t> ownCodes(codes_ ? 0 : range.size());
     const std::span<std::uint64_t> codes =
         codes_ ? std::span(codes_.get() + range.begin(), range.size()) : std::span(ownCodes);
-    if (copiedRecords_.empty()) {
+    if (copiedRecords_ == nullptr) {
       points_.ReadPositions(range.begin(), range.size(), xyz.data());
     } else {
-      std::uint8_t* const records = copiedRecords_.data() + range.begin() * recordBytes;
+      std::uint8_t* const records = copiedRecords_.get() + range.begin() * recordBytes;
       if (!areCopied_) points_.ReadRecords(range.begin(), range.size(), records);
       for (std::size_t i = 0; i < range.size(); ++i) {
         std::memcpy(xyz.data() + 3 * i, records + i * recordBytes, 3 * sizeof(std::int32_t));
@@ -246,6 +249,7 @@ bool RepositoryBuilder::CountCodes(StoredBox& found) {
   found = tbb::parallel_reduce(PointRows(0, points_.GetPointCount(), kRowPoints), StoredBox(),
                                count, join, tbb::simple_partitioner());
   areCopied_ = true;
+  if (copiedRecords_ != nullptr) points_.Release();  // nothing of the scans' points is read again
   return progress.GoesOn();
 }
 
@@ -256,10 +260,10 @@ Outcome RepositoryBuilder::DealPoints() {
 
 Outcome RepositoryBuilder::DealInMemory() {
   RecordView records;
-  if (copiedRecords_.empty()) {
+  if (copiedRecords_ == nullptr) {
     (void)points_.GetMappedRecords(records);
   } else {
-    records = RecordView(copiedRecords_.data(), points_.GetRecordBytes());
+    records = RecordView(copiedRecords_.get(), points_.GetRecordBytes());
   }
   store_ = std::make_unique<MemoryPieceStore>(
       std::span<const std::uint64_t>(codes_.get(), points_.GetPointCount()), pieces_,
@@ -530,6 +534,28 @@ Outcome RepositoryBuilder::WriteSources() {
   return Outcome::Success();
 }
 
+Outcome RepositoryBuilder::WriteSourceNames() {
+  if (points_.GetSourceNames().empty()) return Outcome::Success();
+  std::vector<std::uint8_t> strings;
+  for (const std::string& name : points_.GetSourceNames()) {
+    OOCPCStringRepositoryContainer::EncodeString(name, strings);
+  }
+  std::uint64_t position = 0;
+  const HRESULT code =
+      writer_.Append(OOCPCStringRepositoryContainer::kStreamName, strings, position);
+  return oocpc::Failed(code) ? Outcome::FromCode(code, options_.output.string())
+                             : Outcome::Success();
+}
+
+/// The dictionary with the names that are new.
+void RepositoryBuilder::DescribeStrings(OOCPCCatalogue& catalogue) const {
+  const std::size_t added = points_.GetSourceNames().size();
+  if (added == 0) return;
+  const std::uint64_t before = base_ == nullptr ? 0 : base_->stringCount;
+  catalogue.SetChunk(oocpc::chunk_type::kStringRepository,
+                     OOCPCStringRepositoryContainer::EncodeChunk(before + added));
+}
+
 Outcome RepositoryBuilder::WriteIteration(const NodeEmitter& emitter) {
   OOCPCUpdateIteration iteration;
   iteration.timePoint = timePoint_;
@@ -565,6 +591,7 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
                                                dimension.description};
     catalogue.chunks.emplace_back(chunk_type::kStaticMetaData, description.EncodeChunk());
   }
+  DescribeStrings(catalogue);
   DescribeIterations(1, catalogue);
   catalogue.information.creationTime = timePoint_;
   catalogue.information.generator = kGenerator;
@@ -574,6 +601,7 @@ OOCPCCatalogue RepositoryBuilder::Describe() const {
 OOCPCCatalogue RepositoryBuilder::DescribeAppended() {
   OOCPCCatalogue catalogue = std::move(base_->catalogue);
   DescribeCube(catalogue);
+  DescribeStrings(catalogue);
   DescribeIterations(base_->iterationCount + 1, catalogue);
   return catalogue;
 }

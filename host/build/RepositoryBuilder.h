@@ -37,6 +37,7 @@ struct AppendBase {
   OOCPCCatalogue catalogue;          ///< as it was committed
   std::uint64_t iterationCount = 0;  ///< before
   std::uint64_t pointCount = 0;      ///< of the newest iteration
+  std::uint64_t stringCount = 0;     ///< in the dictionary
   /// Points of the set that are not new, but dealt anew; they are those of its last scan.
   std::uint64_t dissolvedCount = 0;
   const FallibleSource* dissolved = nullptr;
@@ -81,6 +82,7 @@ class RepositoryBuilder {
   Outcome WriteNodes(const NodeEmitter& emitter);
   Outcome WriteLod(const NodeEmitter& emitter);
   Outcome WriteSources();
+  Outcome WriteSourceNames();
   Outcome WriteIteration(const NodeEmitter& emitter);
   [[nodiscard]] Outcome CheckExisting() const;
   [[nodiscard]] Outcome CheckPoints(const NodeEmitter& emitter) const;
@@ -88,6 +90,7 @@ class RepositoryBuilder {
   [[nodiscard]] OOCPCCatalogue Describe() const;
   [[nodiscard]] OOCPCCatalogue DescribeAppended();
   void DescribeCube(OOCPCCatalogue& catalogue) const;
+  void DescribeStrings(OOCPCCatalogue& catalogue) const;
   static void DescribeIterations(std::uint64_t count, OOCPCCatalogue& catalogue);
   [[nodiscard]] std::array<std::uint8_t, 16> MakeIdentity() const;
 
@@ -102,9 +105,9 @@ class RepositoryBuilder {
   PointCoder coder_;
   PieceTree pieces_;
   SamplingGrid grid_;
-  std::unique_ptr<std::uint64_t[]> codes_;   ///< of all points, when they fit into memory
-  std::vector<std::uint8_t> copiedRecords_;  ///< when they fit and lie nowhere else
-  bool areCopied_ = false;                   ///< whether copiedRecords_ is filled
+  std::unique_ptr<std::uint64_t[]> codes_;         ///< of all points, when they fit into memory
+  std::unique_ptr<std::uint8_t[]> copiedRecords_;  ///< when they fit and lie nowhere else
+  bool areCopied_ = false;                         ///< whether copiedRecords_ is filled
   std::unique_ptr<PieceStore> store_;
   FilePieceStore* fileStore_ = nullptr;  ///< that very store, when it is one in a file
   std::unique_ptr<CandidateStore> candidates_;

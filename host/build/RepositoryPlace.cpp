@@ -5,6 +5,7 @@
 #include <string>
 
 #include "OOCPointCloud/repository/FileSystem.h"
+#include "OOCPointCloud/support/SystemErrors.h"
 #include "host/common/System.h"
 
 namespace tarnhost {
@@ -34,6 +35,19 @@ fs::path BuildingName(const fs::path& place) {
 
 fs::path ParentOf(const fs::path& place) {
   return place.has_parent_path() ? place.parent_path() : fs::path(".");
+}
+
+/// Whether a file in a repository's folder is one that writers of repositories make.
+bool IsOwnFile(const fs::directory_entry& entry) {
+  std::error_code ignored;
+  if (!fs::is_regular_file(entry.symlink_status(ignored))) return false;
+  const std::string name = entry.path().filename().string();
+  const std::string main = OOCPCFolderStreamStore::kMainFileName;
+  const std::string copy = OOCPCFolderStreamStore::kMainCopyFileName;
+  return name == main || name == copy || name == main + ".new" || name == copy + ".new" ||
+         name.starts_with(main + ".before-repair") ||
+         name == OOCPCFolderStreamStore::kLockFileName ||
+         (name.starts_with("DEF_") && OOCPCIsStreamName(name));
 }
 
 bool IsNumber(std::string_view text) {
@@ -71,9 +85,41 @@ Outcome RepositoryPlace::CheckPlace(bool overwrite) {
                             "what is there is no repository and is not replaced", place_.string(),
                             "choose another name");
   }
+  if (Outcome outcome = CheckForForeignFiles(); !outcome.Ok()) return outcome;
   replaces_ = true;
   const HRESULT locked = OOCPCFolderStreamStore::Open(place_, replaced_);
   return Failed(locked) ? Outcome::FromCode(locked, place_.string()) : Outcome::Success();
+}
+
+/// What lies in a repository's folder goes with it: nothing may that is not its own.
+Outcome RepositoryPlace::CheckForForeignFiles() const {
+  std::error_code error;
+  for (fs::directory_iterator entry(place_, error); !error && entry != fs::directory_iterator();
+       entry.increment(error)) {
+    if (IsOwnFile(*entry)) continue;
+    return Outcome::Failure(
+        result::kAlreadyExists,
+        "the folder of the repository holds something else, too, which would be "
+        "lost: " +
+            entry->path().filename().string(),
+        place_.string(), "move it elsewhere first");
+  }
+  return error ? Outcome::FromCode(oocpc::ResultFromErrno(error.value()), place_.string())
+               : Outcome::Success();
+}
+
+Outcome RepositoryPlace::CheckInputs(const std::vector<fs::path>& inputs) const {
+  std::error_code error;
+  const fs::path place = fs::weakly_canonical(place_, error);
+  if (error) return Outcome::Success();  // what is wrong with the place is told elsewhere
+  for (const fs::path& input : inputs) {
+    const fs::path inside = fs::weakly_canonical(input, error).lexically_relative(place);
+    if (error || inside.empty() || *inside.begin() == "..") continue;
+    return Outcome::Failure(result::kAlreadyExists,
+                            "a source lies in the place that the repository would take",
+                            input.string(), "move it elsewhere, or choose another place");
+  }
+  return Outcome::Success();
 }
 
 /// A folder is left over when nobody holds its lock. One without a lock is one that is being made

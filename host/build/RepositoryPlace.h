@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 #include "host/common/Outcome.h"
 
@@ -25,15 +26,18 @@ class RepositoryPlace {
   ~RepositoryPlace();
 
   /// Makes the folder to build in and opens its store. kAlreadyExists when there is something at
-  /// the place, unless `overwrite` is set and it is a repository; kBeingWritten when a writer is at
-  /// work in that one.
+  /// the place, unless `overwrite` is set and it is a repository and nothing else; kBeingWritten
+  /// when a writer is at work in that one.
   Outcome Create(bool overwrite, std::unique_ptr<OOCPCFolderStreamStore>& store);
+  /// kAlreadyExists when an input lies at the place or below it: it would be replaced.
+  [[nodiscard]] Outcome CheckInputs(const std::vector<std::filesystem::path>& inputs) const;
   [[nodiscard]] const std::filesystem::path& GetBuildingFolder() const { return building_; }
   /// Moves the repository into its place, durably. The store must be gone.
   Outcome Publish();
 
  private:
   Outcome CheckPlace(bool overwrite);
+  [[nodiscard]] Outcome CheckForForeignFiles() const;
   void RemoveLeftovers() const;
   void LetGo();
   [[nodiscard]] Outcome FailureToMove(HRESULT code) const;

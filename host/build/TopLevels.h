@@ -10,7 +10,7 @@
 
 #include "host/build/OctreePlan.h"
 #include "host/build/PieceTree.h"
-#include "host/build/TemporaryFile.h"
+#include "host/common/TemporaryFile.h"
 
 namespace tarnhost {
 

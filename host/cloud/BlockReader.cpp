@@ -86,7 +86,9 @@ Outcome BlockReader::OpenClones(const CloneFunction& clone, const std::vector<st
   if (Outcome outcome = clone("DEF_POSITION", reader.positions_); !outcome.Ok()) return outcome;
   for (const std::string& name : columns) {
     std::unique_ptr<OOCPCMetaDataContainer> container;
-    if (Outcome outcome = clone(name, container); !outcome.Ok()) return outcome;
+    if (!name.empty()) {
+      if (Outcome outcome = clone(name, container); !outcome.Ok()) return outcome;
+    }
     reader.columns_.push_back(std::move(container));
   }
   return Outcome::Success();
@@ -130,6 +132,8 @@ Outcome BlockReader::ReadLocalPositions(const PointRange& points, std::vector<do
 
 Outcome BlockReader::ReadColumn(std::size_t column, const PointRange& points,
                                 std::vector<std::uint8_t>& values) {
+  values.clear();
+  if (columns_[column] == nullptr) return Outcome::Success();
   OOCPCMetaDataContainer& container = *columns_[column];
   const HRESULT code = container.ReadPoints(points.first, points.count, values);
   return oocpc::Failed(code) ? RangeFailure(code, container, points) : Outcome::Success();
@@ -138,7 +142,7 @@ Outcome BlockReader::ReadColumn(std::size_t column, const PointRange& points,
 Outcome BlockReader::ReadColumn(std::size_t column, const OOCPCOctreeAcceleratorNode& node,
                                 std::vector<std::uint8_t>& values) {
   values.clear();
-  if (node.ownPointCount == 0) return Outcome::Success();
+  if (node.ownPointCount == 0 || columns_[column] == nullptr) return Outcome::Success();
   OOCPCMetaDataContainer& container = *columns_[column];
   const HRESULT code = container.ReadBlock(node.blockId, values);
   return CheckValues(code, container, node, values.size(),

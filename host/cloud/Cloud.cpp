@@ -34,6 +34,13 @@ Outcome Cloud::Open(const std::filesystem::path& folder, std::unique_ptr<Cloud>&
     return Outcome::Failure(result::kNotARepository, "this is a file, not a repository",
                             folder.string(), "make a repository of a scan with tarn import first");
   }
+  const bool hasCopy =
+      oocpc::detail::GetFileKind(folder / OOCPCFolderStreamStore::kMainCopyFileName) ==
+      oocpc::detail::FileKind::kFile;
+  if (code == result::kNotARepository && hasCopy) {
+    return Outcome::Failure(code, "the main stream of the repository is missing", folder.string(),
+                            "tarn repair brings it back from its copy");
+  }
   if (oocpc::Failed(code)) return Outcome::FromCode(code, folder.string());
   return Attach(std::move(repository), folder, cloud);
 }

@@ -94,7 +94,8 @@ class Cloud {
 /// Reads blocks of a cloud through clones of its containers. One thread at a time per reader.
 class BlockReader {
  public:
-  /// `columns` are the names of the columns to read besides the positions.
+  /// `columns` are the names of the columns to read besides the positions; one without a name is
+  /// none, of which no values are read.
   static Outcome Open(Cloud& cloud, const std::vector<std::string>& columns, BlockReader& reader);
   /// The same through the level containers of an iteration.
   static Outcome OpenLevel(Cloud& cloud, std::uint64_t iteration,
@@ -113,6 +114,7 @@ class BlockReader {
   Outcome ReadColumn(std::size_t column, const PointRange& points,
                      std::vector<std::uint8_t>& values);
   [[nodiscard]] std::size_t GetColumnCount() const { return columns_.size(); }
+  /// Of a column with a name.
   [[nodiscard]] OOCPCMetaDataContainer& GetContainer(std::size_t column) {
     return *columns_[column];
   }

@@ -255,7 +255,16 @@ void CollectScanFacts(const ScanFile& scan, CloudFacts& facts) {
     facts.generator = las->generatingSoftware;
     facts.bounds = {las->min, las->max};
     facts.coordinateSystem = FindCoordinateSystem(*las, source);
+  } else if (StoredBox box; scan.GetStatedBox(box)) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      const auto source = [&](std::int32_t stored) {
+        return stored * facts.transform.scale[axis] + facts.transform.offset[axis];
+      };
+      facts.bounds.min[axis] = source(box.least[axis]);
+      facts.bounds.max[axis] = source(box.greatest[axis]);
+    }
   }
+  facts.oddities = scan.GetNotices();
   for (const Dimension& dimension : scan.GetDimensions()) {
     facts.dimensions.push_back(
         {dimension.name, dimension.type, dimension.description, 0, {}, {}, {}});

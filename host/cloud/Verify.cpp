@@ -250,7 +250,8 @@ class Verifier {
       Add(read.code, OOCPCUpdateIterationContainer::kStreamName, iteration, offset, read.what);
       return false;
     }
-    report_.points += record.pointCount;
+    ++report_.iterations;
+    report_.points = record.pointCount;
     blockUses_.assign(blocks_.size(), 0);
     visited_.clear();
     const std::uint64_t rootIndex = record.acceleratorPayload.sizeBytes / Node::kBytes - 1;

@@ -22,8 +22,9 @@ struct Fault {
 
 struct VerifyReport {
   std::uint64_t nodes = 0;
-  std::uint64_t blocks = 0;      ///< of all columns together
-  std::uint64_t points = 0;      ///< of all iterations together
+  std::uint64_t blocks = 0;  ///< of all columns together
+  std::uint64_t iterations = 0;
+  std::uint64_t points = 0;      ///< of the newest iteration
   std::uint64_t bytes = 0;       ///< read
   std::vector<Fault> faults;     ///< causes before what they bring about, at most kMaximumFaults
   std::uint64_t faultCount = 0;  ///< all

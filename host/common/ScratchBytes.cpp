@@ -5,13 +5,17 @@
 
 #include <algorithm>
 
+#include "host/common/WatchedChange.h"
+
 namespace tarnhost {
 
 Outcome ScratchBytes::Create(std::uint64_t bytes, std::uint64_t memoryBytes,
                              const std::filesystem::path& folder,
                              std::unique_ptr<ScratchBytes>& scratch) {
   std::unique_ptr<ScratchBytes> made(new ScratchBytes(folder / "scratch"));
-  const HRESULT code = made->Take(bytes, bytes > memoryBytes, folder);
+  HRESULT code = oocpc::result::kOk;
+  if (bytes > memoryBytes) code = AskBefore(FileChangeKind::kOpen, made->path_);
+  if (!oocpc::Failed(code)) code = made->Take(bytes, bytes > memoryBytes, folder);
   if (oocpc::Failed(code)) return Outcome::FromCode(code, made->path_.string());
   scratch = std::move(made);
   return Outcome::Success();
@@ -38,7 +42,8 @@ Outcome ScratchBytes::Write(std::uint64_t at, std::span<const std::uint8_t> byte
     std::copy(bytes.begin(), bytes.end(), GetMemory(at));
     return Outcome::Success();
   }
-  const HRESULT code = file_->Write(at, bytes);
+  HRESULT code = AskBefore(FileChangeKind::kAppend, path_, bytes);
+  if (!oocpc::Failed(code)) code = file_->Write(at, bytes);
   return oocpc::Failed(code) ? Outcome::FromCode(code, path_.string()) : Outcome::Success();
 }
 

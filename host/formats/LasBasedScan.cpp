@@ -14,7 +14,12 @@ void LasBasedScan::SetHeader(LasHeader header) {
 
 void LasBasedScan::ExtractDimension(std::size_t dimension, const std::uint8_t* records,
                                     std::size_t count, std::uint8_t* out) const {
-  layout_.ExtractRows(dimension, records, count, out);
+  layout_.ExtractRows(dimension, records, layout_.GetRecordBytes(), count, out);
+}
+
+void LasBasedScan::ExtractStrided(std::size_t dimension, const std::uint8_t* records,
+                                  std::size_t stride, std::size_t count, std::uint8_t* out) const {
+  layout_.ExtractRows(dimension, records, stride, count, out);
 }
 
 bool LasBasedScan::GetStatedBox(StoredBox& box) const {

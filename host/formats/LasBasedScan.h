@@ -27,6 +27,8 @@ class LasBasedScan : public ScanFile {
   [[nodiscard]] std::size_t GetRecordBytes() const override { return layout_.GetRecordBytes(); }
   void ExtractDimension(std::size_t dimension, const std::uint8_t* records, std::size_t count,
                         std::uint8_t* out) const override;
+  void ExtractStrided(std::size_t dimension, const std::uint8_t* records, std::size_t stride,
+                      std::size_t count, std::uint8_t* out) const override;
   [[nodiscard]] bool GetStatedBox(StoredBox& box) const override;
 
  protected:

@@ -79,8 +79,8 @@ LasRecordLayout LasRecordLayout::Of(const LasHeader& header) {
   layout.recordBytes_ = header.pointBytes;
   layout.AddStandardFields(header.pointFormat);
   // From here on these names are taken: what extra bytes call so is something else.
-  for (const char* reserved :
-       {"DEF_POSITION", "DEF_COLOR", "x", "y", "z", "red", "green", "blue"}) {
+  for (const char* reserved : {"DEF_POSITION", "DEF_COLOR", "x", "y", "z", "red", "green", "blue",
+                               "source", "source_index"}) {
     layout.names_.insert(reserved);
   }
   layout.AddExtraBytes(header);
@@ -225,9 +225,8 @@ void LasRecordLayout::Gather(const LasField& field, const std::uint8_t* record,
 }
 
 void LasRecordLayout::ExtractRows(std::size_t dimension, const std::uint8_t* records,
-                                  std::size_t count, std::uint8_t* out) const {
+                                  std::size_t stride, std::size_t count, std::uint8_t* out) const {
   const LasField& field = fields_[dimension];
-  const std::size_t stride = recordBytes_;
   const std::uint8_t* from = records + field.offsetBytes;
   if (field.bits != 0) {
     const unsigned mask = (1u << field.bits) - 1u;
@@ -290,6 +289,19 @@ void LasRecordLayout::Scatter(const LasField& field, const std::uint8_t* value,
     return;
   }
   std::memcpy(to, value, oocpc::ValueBytes(field.dimension.type));
+}
+
+bool WidenColors(const LasField& field, std::uint64_t count, std::span<const std::uint8_t>& values,
+                 std::vector<std::uint8_t>& widened) {
+  const std::uint64_t bytes = oocpc::ValueBytes(field.dimension.type);
+  if (values.size() == count * bytes) return true;
+  if (field.dimension.name != "DEF_COLOR" || 2 * values.size() != count * bytes) return false;
+  widened.resize(2 * values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) {  // times 257: both bytes are the same
+    widened[2 * i] = widened[2 * i + 1] = values[i];
+  }
+  values = widened;
+  return true;
 }
 
 bool GetStatedBox(const LasHeader& header, StoredBox& box) {

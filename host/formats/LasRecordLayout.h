@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -36,9 +37,10 @@ class LasRecordLayout {
 
   /// Value of a field of one record: ValueBytes(type) bytes at `value`.
   static void Gather(const LasField& field, const std::uint8_t* record, std::uint8_t* value);
-  /// Values of the field that stands at `dimension`, of records in a row: as ScanFile says.
-  void ExtractRows(std::size_t dimension, const std::uint8_t* records, std::size_t count,
-                   std::uint8_t* out) const;
+  /// Values of the field that stands at `dimension`, of records that stand `stride` bytes apart: as
+  /// ScanFile says.
+  void ExtractRows(std::size_t dimension, const std::uint8_t* records, std::size_t stride,
+                   std::size_t count, std::uint8_t* out) const;
   /// Puts the values of the field that stands at `dimension` into `count` records in a row, whose
   /// bits of this field are zero.
   void ScatterRows(std::size_t dimension, const std::uint8_t* values, std::uint64_t count,
@@ -65,6 +67,20 @@ class LasRecordLayout {
   std::size_t recordBytes_ = 0;
   std::size_t rawBytes_ = 0;  ///< extra bytes without a description so far
 };
+
+/// True when values of `given` can be written to a field of type `field`: they are of that type, or
+/// colours of 8 bits where LAS has 16.
+[[nodiscard]] inline bool CanWrite(const oocpc::ColumnType& given, const oocpc::ColumnType& field) {
+  constexpr oocpc::ColumnType kByteColor{oocpc::ValueType::kUInt8, 3};
+  constexpr oocpc::ColumnType kColor{oocpc::ValueType::kUInt16, 3};
+  return given == field || (given == kByteColor && field == kColor);
+}
+/// Values of a field as records take them: colours of 8 bits are spread over 16, so that the
+/// brightest stays the brightest. `widened` holds what had to be made. False for values of another
+/// length.
+[[nodiscard]] bool WidenColors(const LasField& field, std::uint64_t count,
+                               std::span<const std::uint8_t>& values,
+                               std::vector<std::uint8_t>& widened);
 
 /// The stored integers of a header's bounds: see ScanFile.
 [[nodiscard]] bool GetStatedBox(const LasHeader& header, StoredBox& box);

@@ -23,7 +23,36 @@ bool EndsInLaz(const std::filesystem::path& path) {
   return ending == ".laz";
 }
 
+/// Refuses values that have more bits than the file has room for.
+Outcome CheckBits(const LasField& field, std::span<const std::uint8_t> values) {
+  if (field.bits == 0) return Outcome::Success();
+  unsigned bits = 0;
+  for (const std::uint8_t value : values) bits |= value;
+  if (bits >> field.bits == 0) return Outcome::Success();
+  return Outcome::Failure(oocpc::result::kScanUnsupported,
+                          "a " + field.dimension.name + " is larger than the " +
+                              std::to_string((1u << field.bits) - 1) +
+                              " that this point format has room for",
+                          {}, "write a CSV file instead");
+}
+
 }  // namespace
+
+void LasRecords::Clear() {
+  bytes.clear();
+  pointCount = 0;
+  returnCounts = {};
+  least.fill(std::numeric_limits<std::int32_t>::max());
+  greatest.fill(std::numeric_limits<std::int32_t>::min());
+}
+
+void LasRecords::Count(const LasRecords& others) {
+  for (std::size_t i = 0; i < returnCounts.size(); ++i) returnCounts[i] += others.returnCounts[i];
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    least[axis] = std::min(least[axis], others.least[axis]);
+    greatest[axis] = std::max(greatest[axis], others.greatest[axis]);
+  }
+}
 
 Outcome LasWriter::Create(const std::filesystem::path& path, const LasFrame& frame,
                           std::unique_ptr<LasWriter>& writer) {
@@ -78,20 +107,23 @@ Outcome LasWriter::WriteBlock(std::uint64_t count, const std::int32_t* xyz,
 }
 
 Outcome LasWriter::FormatBlock(std::uint64_t count, const std::int32_t* xyz,
-                               std::span<const std::span<const std::uint8_t>> columns,
+                               std::span<const std::span<const std::uint8_t>> given,
                                LasRecords& records) const {
   const std::size_t stride = layout_.GetRecordBytes();
   const auto& fields = layout_.GetFields();
-  if (columns.size() != fields.size()) return Outcome::FromCode(oocpc::result::kBadRecord);
+  if (given.size() != fields.size()) return Outcome::FromCode(oocpc::result::kBadRecord);
+  std::vector<std::span<const std::uint8_t>> columns(given.begin(), given.end());
+  std::vector<std::uint8_t> widened;
   for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (columns[i].size() != count * oocpc::ValueBytes(fields[i].dimension.type)) {
+    if (columns[i].empty()) continue;
+    if (!WidenColors(fields[i], count, columns[i], widened)) {
       return Outcome::FromCode(oocpc::result::kBadRecord, fields[i].dimension.name);
     }
+    if (Outcome outcome = CheckBits(fields[i], columns[i]); !outcome.Ok()) return outcome;
   }
+  const std::span<const std::uint8_t> returns = columns[returnNumberField_];
+  records.Clear();
   records.pointCount = count;
-  records.returnCounts = {};
-  records.least.fill(std::numeric_limits<std::int32_t>::max());
-  records.greatest.fill(std::numeric_limits<std::int32_t>::min());
   records.bytes.assign(count * stride, 0);
   for (std::uint64_t i = 0; i < count; ++i) {
     std::memcpy(records.bytes.data() + i * stride, xyz + 3 * i, 12);
@@ -99,9 +131,10 @@ Outcome LasWriter::FormatBlock(std::uint64_t count, const std::int32_t* xyz,
       records.least[axis] = std::min(records.least[axis], xyz[3 * i + axis]);
       records.greatest[axis] = std::max(records.greatest[axis], xyz[3 * i + axis]);
     }
-    ++records.returnCounts[columns[returnNumberField_][i] & 15u];
+    ++records.returnCounts[returns.empty() ? 0 : returns[i] & 15u];
   }
   for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (columns[i].empty()) continue;
     layout_.ScatterRows(i, columns[i].data(), count, records.bytes.data());
   }
   return Outcome::Success();

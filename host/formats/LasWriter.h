@@ -23,6 +23,11 @@ struct LasRecords {
   std::array<std::uint64_t, 16> returnCounts{};
   std::array<std::int32_t, 3> least{};
   std::array<std::int32_t, 3> greatest{};
+
+  /// Makes it none.
+  void Clear();
+  /// Adds what the header will say of others, but neither their bytes nor their number.
+  void Count(const LasRecords& others);
 };
 
 /// Writes points block by block. The file appears under its name at Finish(); destroyed before, the
@@ -38,7 +43,8 @@ class LasWriter {
   /// The fields that a block has to bring, in this order.
   [[nodiscard]] const LasRecordLayout& GetLayout() const { return layout_; }
   /// Writes `count` points: three stored integers each, and for each field of the layout its values
-  /// one after the other (count * ValueBytes(type) bytes).
+  /// one after the other (count * ValueBytes(type) bytes), or none for zeros. kScanUnsupported when
+  /// a value has more bits than its field.
   Outcome WriteBlock(std::uint64_t count, const std::int32_t* xyz,
                      std::span<const std::span<const std::uint8_t>> columns);
   /// The first half of WriteBlock: any thread may make records ready while another one writes.

@@ -100,18 +100,39 @@ class ScanFile {
   /// little-endian: count * ValueBytes(type) bytes at `out`.
   virtual void ExtractDimension(std::size_t dimension, const std::uint8_t* records,
                                 std::size_t count, std::uint8_t* out) const = 0;
+  /// The same of records that stand `stride` bytes apart, at least GetRecordBytes().
+  virtual void ExtractStrided(std::size_t dimension, const std::uint8_t* records,
+                              std::size_t stride, std::size_t count, std::uint8_t* out) const;
   /// The least and the greatest stored integers as the file states them, which may be wrong; false
   /// when it states none that make sense.
   [[nodiscard]] virtual bool GetStatedBox(StoredBox& /*box*/) const { return false; }
+  /// What the user should know of how the file was read, sentences; points that were left out.
+  [[nodiscard]] virtual std::vector<std::string> GetNotices() const { return {}; }
   /// Everything of the file that is not point records, so that it can be written again:
-  /// all bytes before the point records, and all bytes after them.
+  /// all bytes before the point records, and all bytes after them. Of what is no LAS file, the
+  /// header as it stands there, and nothing.
   [[nodiscard]] virtual std::span<const std::uint8_t> GetLeadingBytes() const = 0;
   [[nodiscard]] virtual std::span<const std::uint8_t> GetTrailingBytes() const = 0;
 };
 
-/// Opens a LAS or LAZ file of any version 1.0 to 1.4, point formats 0 to 10, after checking
-/// everything that its header states against the file's size.
-Outcome OpenScan(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan);
+/// What a file cannot say of itself.
+struct ScanOptions {
+  /// Names of a text file's columns, "-" or "_" for one to leave out; empty: as the file says.
+  std::vector<std::string> columns;
+  std::uint64_t skipLines = 0;  ///< at the start of a text file
+};
+
+/// Opens a scan by what it is: LAS and LAZ of any version 1.0 to 1.4, point formats 0 to 10; PLY,
+/// PCD, E57; and text, by the ending of its name or where the options name columns. Everything that
+/// the file states is checked against its size. See docs/scan-formats.md.
+Outcome OpenScan(const std::filesystem::path& path, const ScanOptions& options,
+                 std::unique_ptr<ScanFile>& scan);
+inline Outcome OpenScan(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan) {
+  return OpenScan(path, {}, scan);
+}
+
+/// True for a file name with the ending of a scan that OpenScan reads, whatever its letters' case.
+[[nodiscard]] bool HasScanEnding(const std::filesystem::path& path);
 
 /// Maps a scan file into memory. kIoError, kScanNotRecognised for a folder, kAccessDenied.
 Outcome MapScan(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource>& bytes);

@@ -108,8 +108,7 @@ Outcome ThinLas(Cloud& cloud, const ThinOptions& options, const std::filesystem:
   report.level = thinner.GetFinestLevel();
   report.spacing = tree->GetSpacing(report.level);
   report.pointCount = writer->GetPointCount();
-  return writer->Finish(cloud.GetSources().size() == 1 &&
-                        report.pointCount == cloud.GetSources().front().pointCount);
+  return writer->Finish(IsFirstSource(cloud, report.pointCount, record.pointCount));
 }
 
 }  // namespace tarnhost

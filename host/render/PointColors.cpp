@@ -114,7 +114,10 @@ void PointColors::LearnScanColors(const PointValues& sample, std::size_t count) 
     return;
   }
   // Many programs write 8-bit colours into the 16-bit fields.
-  const double full = most <= kFullByte ? kFullByte : kFullColor;
+  const bool isReal =
+      types_[0].value == oocpc::ValueType::kFloat || types_[0].value == oocpc::ValueType::kDouble;
+  const double wide = most <= kFullByte ? kFullByte : kFullColor;
+  const double full = isReal && most <= 1 ? 1 : wide;  // shares, as formats with floats have them
   const double bright = std::max(Quantile(brightest, 1 - kBrightOutliers), full / kMostGain);
   least_ = 0;
   greatest_ = std::min(bright, full);

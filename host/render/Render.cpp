@@ -124,7 +124,8 @@ class Renderer {
     Outcome outcome =
         BlockReader::OpenLevel(cloud_, options_.iteration, colors_.GetColumns(), brush.reader);
     if (!outcome.Ok() || options_.query.empty()) return outcome;
-    return BoundQuery::Open(cloud_, options_.query, options_.local, brush.query);
+    return BoundQuery::Open(cloud_, {options_.query, options_.local, options_.iteration},
+                            brush.query);
   }
 
   Outcome ReadValues(const PointRange& points, Brush& brush) const {

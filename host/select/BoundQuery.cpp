@@ -16,17 +16,17 @@ constexpr std::uint32_t kRecordBytesAtOnce = 1u << 22;
 
 }  // namespace
 
-Outcome BoundQuery::Open(Cloud& cloud, const std::string& text, bool local,
+Outcome BoundQuery::Open(Cloud& cloud, const QueryRequest& request,
                          std::unique_ptr<BoundQuery>& query) {
   std::unique_ptr<BoundQuery> opened(new BoundQuery(cloud));
-  Outcome outcome = opened->Prepare(text, local);
+  Outcome outcome = opened->Prepare(request);
   if (outcome.Ok()) query = std::move(opened);
   return outcome;
 }
 
-Outcome BoundQuery::Prepare(const std::string& text, bool local) {
+Outcome BoundQuery::Prepare(const QueryRequest& request) {
   std::vector<RecordField> fields;
-  Outcome outcome = ReadQuery(cloud_, text, local, NameTypes::kOnePerName, fields, expression_);
+  Outcome outcome = ReadQuery(cloud_, request, NameTypes::kOnePerName, fields, expression_);
   if (outcome.Ok()) outcome = PointRecords::Open(cloud_, std::move(fields), records_);
   if (!outcome.Ok()) return outcome;
   return Bind();

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "host/cloud/Cloud.h"
@@ -20,9 +19,8 @@ namespace tarnhost {
 /// cloud. One thread at a time; threads open queries of their own.
 class BoundQuery {
  public:
-  /// `local`: the constants are in the local frame. kQueryRejected with the place in the text as
-  /// `where`; codes of reading.
-  static Outcome Open(Cloud& cloud, const std::string& text, bool local,
+  /// kQueryRejected with the place in the text as `where`; codes of reading.
+  static Outcome Open(Cloud& cloud, const QueryRequest& request,
                       std::unique_ptr<BoundQuery>& query);
 
   [[nodiscard]] OOCPCIQuery::ClassifyResult Classify(const OOCPointCloudNode& node) {
@@ -35,7 +33,7 @@ class BoundQuery {
 
  private:
   explicit BoundQuery(Cloud& cloud) : cloud_(cloud) {}
-  Outcome Prepare(const std::string& text, bool local);
+  Outcome Prepare(const QueryRequest& request);
   Outcome Bind();
   void Test(std::uint32_t count, std::vector<std::uint32_t>& selected);
 

@@ -22,7 +22,7 @@ class CheckSink final : public SelectionSink {
   Outcome Begin(Cloud& cloud) override {
     if (Outcome outcome = walk_.Start(iteration_); !outcome.Ok()) return outcome;
     if (Outcome outcome = BlockReader::Open(cloud, {}, reader_); !outcome.Ok()) return outcome;
-    return BoundQuery::Open(cloud, options_.text, options_.local, query_);
+    return BoundQuery::Open(cloud, {options_.text, options_.local, iteration_}, query_);
   }
 
   Outcome Consume(const Node& node, std::span<const std::uint32_t> points,

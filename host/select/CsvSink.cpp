@@ -71,6 +71,7 @@ int DecimalsOf(double scale) {
 
 Outcome CsvSink::Begin(Cloud& cloud) {
   cloud_ = &cloud;
+  coordinates_ = SourceCoordinates(cloud);
   const PositionTransform& transform = cloud.GetTransform();
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const int scale = DecimalsOf(transform.scale[axis]);
@@ -86,8 +87,11 @@ Outcome CsvSink::Begin(Cloud& cloud) {
 
 std::string CsvSink::HeaderLine() const {
   std::string line = "x,y,z";
-  for (const CloudColumn& column : cloud_->GetColumns()) {
-    for (const std::string& name : ComponentNames(column)) line += "," + Field(name);
+  for (std::size_t i = 0; i < cloud_->GetColumns().size(); ++i) {
+    if (coordinates_.IsCoordinate(i)) continue;
+    for (const std::string& name : ComponentNames(cloud_->GetColumns()[i])) {
+      line += "," + Field(name);
+    }
   }
   return line + "\n";
 }
@@ -100,7 +104,7 @@ Outcome CsvSink::Prepare(const OOCPCOctreeAcceleratorNode& node,
   for (std::size_t point = 0; point < points.size(); ++point) {
     AppendCoordinates(*values, point, made->bytes);
     for (std::size_t i = 0; i < values->GetColumnCount(); ++i) {
-      AppendColumn(*values, i, point, made->bytes);
+      if (!coordinates_.IsCoordinate(i)) AppendColumn(*values, i, point, made->bytes);
     }
     made->bytes += '\n';
   }
@@ -115,13 +119,14 @@ Outcome CsvSink::Consume(const OOCPCOctreeAcceleratorNode& /*node*/,
 
 void CsvSink::AppendCoordinates(const SelectedValues& values, std::size_t point,
                                 std::string& lines) const {
-  const PositionTransform& transform = cloud_->GetTransform();
   for (std::size_t axis = 0; axis < 3; ++axis) {
-    const double value =
-        static_cast<double>(values.GetPositions()[3 * point + axis]) * transform.scale[axis] +
-        transform.offset[axis];
+    const double value = coordinates_.Get(values, point, axis);
     if (axis > 0) lines += ',';
-    if (decimals_[axis] < 0) {
+    if (coordinates_.GetType(axis) == ValueType::kFloat) {
+      AppendNumber(lines, static_cast<float>(value));
+      continue;
+    }
+    if (decimals_[axis] < 0 || coordinates_.GetColumn(axis)) {
       AppendNumber(lines, value);
       continue;
     }

@@ -28,10 +28,12 @@ Outcome MakeFileSink(const std::filesystem::path& output, std::unique_ptr<Select
     sink = std::make_unique<CsvSink>(output);
   } else if (ending == ".ply") {
     sink = std::make_unique<PlySink>(output);
+  } else if (ending == ".pcd") {
+    sink = std::make_unique<PcdSink>(output);
   } else {
     return Outcome::Failure(oocpc::result::kScanUnsupported,
                             "points cannot be written as \"" + ending + "\"", output.string(),
-                            "let the name end in .las, .laz, .ply or .csv");
+                            "let the name end in .las, .laz, .ply, .pcd or .csv");
   }
   return Outcome::Success();
 }

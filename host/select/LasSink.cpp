@@ -45,8 +45,7 @@ Outcome LasSink::Consume(const OOCPCOctreeAcceleratorNode& /*node*/,
 }
 
 Outcome LasSink::End(const SelectReport& report) {
-  const std::vector<SourceRecord>& sources = cloud_->GetSources();
-  return writer_->Finish(sources.size() == 1 && report.selected == sources.front().pointCount);
+  return writer_->Finish(IsFirstSource(*cloud_, report.selected, report.pointCount));
 }
 
 }  // namespace tarnhost

@@ -7,19 +7,20 @@ namespace tarnhost {
 
 namespace result = oocpc::result;
 
-Outcome ReadQuery(Cloud& cloud, const std::string& text, bool local, NameTypes types,
+Outcome ReadQuery(Cloud& cloud, const QueryRequest& request, NameTypes types,
                   std::vector<RecordField>& fields, TarnOOCStringQueryExpression& expression) {
+  const std::string& text = request.text;
   std::vector<QueryClause> clauses;
   QueryDiagnosis diagnosis;
   if (!ReadQueryText(text, clauses, diagnosis)) {
     return Outcome::Failure(result::kQueryRejected, diagnosis.message,
                             ShowPosition(text, diagnosis.position), diagnosis.hint);
   }
-  Outcome outcome = FitQueryToCloud(cloud, text, clauses, fields, types);
+  Outcome outcome = FitQueryToCloud(cloud, request, clauses, fields, types);
   if (!outcome.Ok()) return outcome;
   expression.SetPointCloud(&cloud.GetPointCloud());
-  expression.SetInputString(local ? text
-                                  : MoveIntoLocalFrame(text, clauses, cloud.GetFrameOffset()));
+  expression.SetInputString(
+      request.local ? text : MoveIntoLocalFrame(text, clauses, cloud.GetFrameOffset()));
   const HRESULT code = expression.ComputeBooleanAST();
   if (oocpc::Failed(code) || expression.GetBooleanAST() == nullptr) {
     return Outcome::FromCode(oocpc::Failed(code) ? code : result::kFail, text);

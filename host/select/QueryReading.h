@@ -3,7 +3,6 @@
 
 #include <OOCPointCloudTarn/TarnOOCStringQueryExpression.h>
 
-#include <string>
 #include <vector>
 
 #include "host/cloud/Cloud.h"
@@ -12,9 +11,8 @@
 namespace tarnhost {
 
 /// Reads a text, fits it to the columns of a cloud and makes its tree, with the constants in the
-/// local frame; `local`: they are there already. kQueryRejected with the place in the text as
-/// `where`; codes of reading.
-Outcome ReadQuery(Cloud& cloud, const std::string& text, bool local, NameTypes types,
+/// local frame. kQueryRejected with the place in the text as `where`; codes of reading.
+Outcome ReadQuery(Cloud& cloud, const QueryRequest& request, NameTypes types,
                   std::vector<RecordField>& fields, TarnOOCStringQueryExpression& expression);
 
 }  // namespace tarnhost

@@ -31,7 +31,8 @@ bool IsSigned(ValueType type) {
          type == ValueType::kInt64;
 }
 
-/// The values that a column really has, over all its blocks; only for integers.
+/// The values that a column really has, over the blocks that an iteration may refer to; only for
+/// integers.
 struct ActualRange {
   bool hasValues = false;
   bool negative = false;       ///< some value is
@@ -39,15 +40,17 @@ struct ActualRange {
   std::uint64_t greatest = 0;  ///< of the values that are not negative
 };
 
-Outcome ReadActualRange(Cloud& cloud, const RecordField& field, ActualRange& range) {
+Outcome ReadActualRange(Cloud& cloud, std::uint64_t iteration, const RecordField& field,
+                        ActualRange& range) {
+  OOCPCUpdateIteration record;
+  if (Outcome outcome = cloud.ReadIteration(iteration, record); !outcome.Ok()) return outcome;
   BlockReader reader;
   if (Outcome outcome = BlockReader::Open(cloud, {field.column}, reader); !outcome.Ok()) {
     return outcome;
   }
   OOCPCMetaDataContainer& column = reader.GetContainer(0);
-  std::uint64_t blocks = 0;
-  HRESULT code = column.GetBlockCount(blocks);
-  for (std::uint64_t block = 0; block < blocks && !oocpc::Failed(code); ++block) {
+  HRESULT code = result::kOk;
+  for (std::uint64_t block = 0; block < record.blockCount && !oocpc::Failed(code); ++block) {
     oocpc::BlockEntry entry;
     code = column.ReadBlockEntry(block, entry);
     if (oocpc::Failed(code) || entry.valueCount == 0) continue;
@@ -93,8 +96,9 @@ bool Fits(const ActualRange& range, ClauseType type) {
 
 class Fitter {
  public:
-  Fitter(Cloud& cloud, std::string_view text, NameTypes types, std::vector<RecordField>& fields)
-      : cloud_(cloud), text_(text), types_(types), fields_(fields) {}
+  Fitter(Cloud& cloud, const QueryRequest& request, NameTypes types,
+         std::vector<RecordField>& fields)
+      : cloud_(cloud), request_(request), types_(types), fields_(fields) {}
 
   Outcome Fit(const QueryClause& clause) {
     switch (clause.kind) {
@@ -112,8 +116,8 @@ class Fitter {
 
  private:
   Outcome Refuse(std::size_t position, std::string what, std::string remedy) const {
-    return Outcome::Failure(result::kQueryRejected, std::move(what), ShowPosition(text_, position),
-                            std::move(remedy));
+    return Outcome::Failure(result::kQueryRejected, std::move(what),
+                            ShowPosition(request_.text, position), std::move(remedy));
   }
 
   Outcome AddPosition() {
@@ -195,7 +199,8 @@ class Fitter {
       return Outcome::Success();
     }
     ActualRange range;
-    if (Outcome outcome = ReadActualRange(cloud_, field, range); !outcome.Ok()) return outcome;
+    if (Outcome outcome = ReadActualRange(cloud_, request_.iteration, field, range); !outcome.Ok())
+      return outcome;
     fits = Fits(range, type);
     return Outcome::Success();
   }
@@ -216,7 +221,7 @@ class Fitter {
   }
 
   Cloud& cloud_;
-  std::string_view text_;
+  const QueryRequest& request_;
   NameTypes types_;
   std::vector<RecordField>& fields_;
 };
@@ -255,11 +260,11 @@ std::vector<std::string> ListQueryNames(const Cloud& cloud) {
   return names;
 }
 
-Outcome FitQueryToCloud(Cloud& cloud, std::string_view text,
+Outcome FitQueryToCloud(Cloud& cloud, const QueryRequest& request,
                         const std::vector<QueryClause>& clauses, std::vector<RecordField>& fields,
                         NameTypes types) {
   fields.clear();
-  Fitter fitter(cloud, text, types, fields);
+  Fitter fitter(cloud, request, types, fields);
   for (const QueryClause& clause : clauses) {
     if (Outcome outcome = fitter.Fit(clause); !outcome.Ok()) return outcome;
   }

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "host/cloud/Cloud.h"
@@ -28,14 +27,21 @@ struct RecordField {
   ClauseType type = ClauseType::kDouble;  ///< of the value in the record; unused for kPosition
 };
 
+/// A query as a user asks it.
+struct QueryRequest {
+  std::string text;
+  bool local = false;           ///< the constants are in the local frame already
+  std::uint64_t iteration = 0;  ///< the update iteration that it is asked of
+};
+
 /// With how many types a query may ask for one name. A record holds one value a name.
 enum class NameTypes : std::uint8_t { kOnePerName, kAny };
 
 /// The fields that a query needs, each name (with kAny: each name and type) once, in the order of
 /// the text. Refuses, with the place in the text and what would work: names that the cloud does not
 /// have, types that do not hold the column's values without loss, and, unless `types` allows them,
-/// two types for one name.
-Outcome FitQueryToCloud(Cloud& cloud, std::string_view text,
+/// two types for one name. What an iteration may be asked does not change with later ones.
+Outcome FitQueryToCloud(Cloud& cloud, const QueryRequest& request,
                         const std::vector<QueryClause>& clauses, std::vector<RecordField>& fields,
                         NameTypes types = NameTypes::kOnePerName);
 

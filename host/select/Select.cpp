@@ -223,8 +223,8 @@ Outcome Select(Cloud& cloud, const SelectOptions& options, SelectionSink* sink,
   std::vector<RecordField> fields;
   TarnOOCStringQueryExpression expression;
   SelectionPlan plan;
-  Outcome outcome =
-      ReadQuery(cloud, options.text, options.local, NameTypes::kAny, fields, expression);
+  Outcome outcome = ReadQuery(cloud, {options.text, options.local, report.iteration},
+                              NameTypes::kAny, fields, expression);
   if (outcome.Ok()) outcome = CompilePlan(cloud, *expression.GetBooleanAST(), fields, plan);
   if (!outcome.Ok()) return outcome;
   const double planSeconds = SecondsSince(begin);

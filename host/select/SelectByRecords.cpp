@@ -23,7 +23,7 @@ class Selection {
       : cloud_(cloud), sink_(sink), limit_(limit), report_(report) {}
 
   Outcome Prepare(const SelectOptions& options) {
-    return BoundQuery::Open(cloud_, options.text, options.local, query_);
+    return BoundQuery::Open(cloud_, {options.text, options.local, report_.iteration}, query_);
   }
 
   Outcome Run(std::uint64_t iteration, const std::function<bool(const ProgressReport&)>& progress) {

@@ -61,7 +61,7 @@ Outcome SelectedValues::Read(const OOCPCOctreeAcceleratorNode& node,
   }
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     if (Outcome outcome = reader_.ReadColumn(i, node, columns_[i]); !outcome.Ok()) return outcome;
-    if (isWhole) continue;
+    if (isWhole || columns_[i].empty()) continue;
     const std::size_t bytes = oocpc::ValueBytes(reader_.GetContainer(i).GetDeliveredType());
     Compact(columns_[i].data(), points, bytes);
     columns_[i].resize(points.size() * bytes);

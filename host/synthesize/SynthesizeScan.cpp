@@ -17,6 +17,7 @@ namespace {
 
 namespace synth = synthesize;
 
+constexpr std::uint8_t kPointFormat = 7;
 constexpr double kScale = 0.001;
 // Where the scene stands in UTM 32N, and how it is turned; metres and radians.
 constexpr double kEast = 500000;
@@ -58,7 +59,7 @@ std::vector<std::uint8_t> MakeLeadingBytes() {
   header.generatingSoftware = "tarn synthesize";
   header.creationDay = 131;
   header.creationYear = 2024;
-  header.pointFormat = 7;
+  header.pointFormat = kPointFormat;
   header.pointBytes = LasPointBytes(header.pointFormat);
   header.recordCount = 1;
   header.pointsOffset = header.headerBytes + std::uint32_t{kRecordHeadBytes} + wktBytes;
@@ -179,10 +180,29 @@ Outcome WriteScan(const SynthesizeOptions& options, LasWriter& writer) {
   return writer.Finish(false);
 }
 
+/// Rather says at once than after hours that the disk is too small.
+Outcome CheckSpace(const SynthesizeOptions& options) {
+  const std::uint64_t recordBytes = LasPointBytes(kPointFormat);
+  std::error_code error;
+  const bool isDevice = std::filesystem::exists(options.output, error) &&
+                        !std::filesystem::is_regular_file(options.output, error);
+  const auto space =
+      std::filesystem::space(std::filesystem::absolute(options.output, error).parent_path(), error);
+  if (isDevice || error || options.pointCount <= space.available / recordBytes) {
+    return Outcome::Success();
+  }
+  return Outcome::Failure(
+      oocpc::result::kNoSpace,
+      std::to_string(options.pointCount) + " points of " + std::to_string(recordBytes) +
+          " bytes do not fit: " + std::to_string(space.available) + " bytes are free",
+      options.output.string(), "make room there, or ask for fewer points");
+}
+
 }  // namespace
 
 Outcome SynthesizeScan(const SynthesizeOptions& options) {
   try {
+    if (Outcome outcome = CheckSpace(options); !outcome.Ok()) return outcome;
     const std::vector<std::uint8_t> leading = MakeLeadingBytes();
     std::unique_ptr<LasWriter> writer;
     Outcome outcome = LasWriter::Create(options.output, {leading, {}, 0}, writer);

@@ -96,6 +96,35 @@ class ProgramTest(unittest.TestCase):
         self.assert_fails(run("query", self.cloud), "tarn: TEXT is required", "tarn query --help",
                           code=2)
 
+    def test_unknown_command_is_answered_with_the_nearest(self):
+        self.assert_fails(run("querry", self.cloud), 'no command "querry"', '"query"', code=2)
+        self.assert_fails(run("bogus"), 'no command "bogus"', "tarn --help", code=2)
+
+    def test_wrong_words_are_answered_with_the_words_there_are(self):
+        picture = ["render", self.cloud, "-o", self.path("never.png")]
+        self.assert_fails(run(*picture, "--color", "red"), '"red" is none of classification',
+                          code=2)
+        self.assert_fails(run(*picture, "--view", "below"), '"below" is none of front', code=2)
+        self.assert_fails(run("thin", self.cloud, "-o", self.path("never.las"), "--spacing", "0"),
+                          '"0" is not a number above 0', code=2)
+
+    def test_control_characters_of_a_scan_do_not_reach_the_terminal(self):
+        with open(self.scan, "rb") as file:
+            scan = bytearray(file.read())
+        scan[58:64] = b"a\x1b[2Jb"
+        with open(self.path("odd.las"), "wb") as file:
+            file.write(scan)
+        self.assertEqual(run("import", self.path("odd.las"), "-o", self.path("odd.tarn")).returncode,
+                         0)
+        told = run("info", self.path("odd.tarn"), "--metadata").stdout
+        self.assertIn("a?[2Jb", told)
+        self.assertNotIn("\x1b", told)
+
+    def test_more_made_up_points_than_the_disk_holds_are_refused_at_once(self):
+        self.assert_fails(run("synthesize", "-o", self.path("n.las"), "--points", 10 ** 15),
+                          "kNoSpace", "bytes are free")
+        self.assertFalse(os.path.exists(self.path("n.las")))
+
     def test_numbers_with_a_sign_or_out_of_range_are_wrong_usage(self):
         for number in ("-1", "3x", "99999999999999999999999", ""):
             for arguments in (["query", self.cloud, "#true()", "--iteration=" + number],
@@ -195,6 +224,68 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(run("import", self.scan, self.scan, "-o", both, "-q").returncode, 0)
         self.assertEqual(run("query", both, "#true()", "--count").stdout, "120000\n")
         self.assertEqual(run("verify", both).returncode, 0)
+
+    def test_folder_stands_for_its_scans_whose_names_queries_know(self):
+        tiles = self.path("tiles")
+        os.makedirs(tiles)
+        for name, seed in (("b.las", 1), ("a.las", 2)):
+            made = run("synthesize", "-o", os.path.join(tiles, name), "--points", 1000, "--seed",
+                       seed, "-q")
+            self.assertEqual(made.returncode, 0, made.stderr)
+        cloud = self.path("tiles.tarn")
+        done = run("import", tiles, self.scan, "-o", cloud)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("from 3 scans", done.stdout)
+        sources = json.loads(run("info", cloud, "--json").stdout)["sources"]
+        self.assertEqual([source["file"] for source in sources], ["a.las", "b.las", "street.las"])
+        count = run("query", cloud, '#num{type=string}("source", ==, "b.las")', "--count")
+        self.assertEqual(int(count.stdout), sources[1]["points"])
+
+    def test_import_of_a_folder_without_scans_says_so(self):
+        empty = self.path("empty")
+        os.makedirs(empty)
+        self.assert_fails_clearly(run("import", empty, "-o", self.path("none.tarn")),
+                                  "the folder holds no scan")
+        self.assertFalse(os.path.exists(self.path("none.tarn")))
+
+    def test_kept_order_gives_the_same_file_back(self):
+        cloud = self.path("ordered.tarn")
+        out = self.path("ordered.las")
+        done = run("import", self.scan, "-o", cloud, "--keep-order", "-q")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(run("export", cloud, "-o", out, "-q").returncode, 0)
+        with open(self.scan, "rb") as before, open(out, "rb") as after:
+            self.assertTrue(before.read() == after.read())
+
+    def test_checksums_of_a_scan_and_of_its_repository_agree(self):
+        scan = run("info", "--checksum", self.scan)
+        cloud = run("info", "--checksum", self.cloud)
+        self.assertEqual(scan.returncode, 0, scan.stderr)
+        self.assertEqual(scan.stdout, cloud.stdout)
+        self.assertIn("DEF_POSITION", scan.stdout)
+        scan = json.loads(run("info", "--checksum", self.scan, "--json").stdout)
+        cloud = json.loads(run("info", "--checksum", self.cloud, "--json").stdout)
+        self.assertEqual(scan, cloud)
+        self.assertEqual(scan["points"], 60000)
+        self.assertEqual(len(scan["records"]), 16)
+
+    def test_append_of_the_same_scan_is_warned_of(self):
+        cloud = self.path("twice.tarn")
+        self.assertEqual(run("import", self.scan, "-o", cloud, "-q").returncode, 0)
+        done = run("append", cloud, self.scan, "-q")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("tarn: warning: ", done.stderr)
+        self.assertIn("seems to be in the cloud already", done.stderr)
+
+    def test_overwrite_keeps_a_foreign_file(self):
+        cloud = self.path("foreign.tarn")
+        self.assertEqual(run("import", self.scan, "-o", cloud, "-q").returncode, 0)
+        notes = os.path.join(cloud, "notes.txt")
+        with open(notes, "w", encoding="utf-8") as file:
+            file.write("mine")
+        done = run("import", self.scan, "-o", cloud, "--overwrite", "-q")
+        self.assert_fails_clearly(done, "notes.txt")
+        self.assertTrue(os.path.exists(notes))
 
     def test_import_within_stated_memory_and_refusal_of_what_is_no_amount(self):
         done = run("import", self.scan, "-o", self.path("small.tarn"), "--memory", "64M")
@@ -458,6 +549,10 @@ class ProgramTest(unittest.TestCase):
         with open(os.path.join(copy, "main"), "r+b") as file:
             file.truncate(40)
         self.assertEqual(run("info", copy).returncode, 1)
+        os.rename(os.path.join(copy, "main"), os.path.join(copy, "away"))
+        self.assert_fails(run("info", copy), "main stream of the repository is missing",
+                          "tarn repair")
+        os.rename(os.path.join(copy, "away"), os.path.join(copy, "main"))
         trial = run("repair", copy, "--dry-run")
         self.assertEqual(trial.returncode, 0)
         self.assertIn("taken from its copy", trial.stdout)
@@ -615,12 +710,73 @@ class ProgramTest(unittest.TestCase):
                      if line.startswith(b"property"))
         self.assertEqual(len(points), 1000 * stride)
 
+    def test_text_is_imported_appended_and_written_in_every_format(self):
+        text, cloud = self.path("points.txt"), self.path("points.tarn")
+        with open(text, "w") as file:
+            file.write("made by hand\n")
+            for i in range(100):
+                file.write(f"{i}.25 word {i % 7}.5 -1.125 {i}\n")
+            file.write("nan word 0 0 7\n")
+        options = ["--skip", 1, "--columns", "x,-,y,z,intensity"]
+        done = run("import", text, "-o", cloud, *options)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("100 points from 1 scan", done.stdout)
+        self.assertIn("note: " + text + ": 1 point has no place", done.stderr)
+        self.assertEqual(run("append", cloud, text, "-q", *options).returncode, 0)
+        self.assertEqual(run("verify", cloud, "-q").returncode, 0)
+        for ending in ("csv", "ply", "pcd"):
+            out, again = self.path("points." + ending), self.path(ending + ".tarn")
+            done = run("export", cloud, "-o", out, "-q")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertEqual(run("import", out, "-o", again, "-q").returncode, 0)
+            facts = json.loads(run("info", again, "--json").stdout)
+            self.assertEqual(facts["points"], 200)
+            self.assertEqual(facts["bounds"], {"min": [0.25, 0.5, -1.125],
+                                               "max": [99.25, 6.5, -1.125]})
+            self.assertEqual([d["name"] for d in facts["dimensions"]], ["intensity"])
+        with open(self.path("points.csv")) as file:
+            lines = file.read().split("\n")
+        self.assertEqual(lines[0], "x,y,z,intensity")
+        self.assertEqual(sorted(lines[1:-1]), sorted(
+            2 * [f"{i}.25,{i % 7}.5,-1.125,{i}" for i in range(100)]))
+        selected = self.path("selected.pcd")
+        done = run("query", cloud, '#num{type=double}("x", <, 10)', "-o", selected, "-q")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        with open(selected, "rb") as file:
+            self.assertIn(b"\nPOINTS 20\nDATA binary\n", file.read())
+
+    def test_info_tells_of_every_format(self):
+        ply = self.path("info.ply")
+        with open(ply, "w") as file:
+            file.write("ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\n"
+                       "property float y\nproperty float z\nproperty uchar kind\nend_header\n"
+                       "1.5 2 3 4\n-1 nan 0 1\n")
+        done = run("info", ply)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        for part in ("1 points", "1.5, 2, 3", "x y z kind", "note: 1 point has no place"):
+            self.assertIn(part, done.stdout)
+        facts = json.loads(run("info", ply, "--json").stdout)
+        self.assertEqual(facts["points"], 1)
+        self.assertEqual(facts["dimensions"][0]["type"], "uint8_t")
+        self.assertEqual(len(facts["notes"]), 1)
+
+    def test_text_that_is_wrong_is_refused_with_its_line(self):
+        text = self.path("wrong.csv")
+        with open(text, "w") as file:
+            file.write("x,y,z,kind\n1,2,3,4\n1,2,3,tree\n")
+        self.assert_fails(run("import", text, "-o", self.path("x.tarn")), "tree", "line 3",
+                          "--columns", "kScanContradictory")
+        self.assertFalse(os.path.exists(self.path("x.tarn")))
+        self.assert_fails(run("import", text, "-o", self.path("x.tarn"), "--skip", "-1"), code=2)
+
     def test_iteration_that_is_not_there_is_refused(self):
         self.assert_fails(run("query", self.cloud, "#true()", "--iteration", 3), "iteration 3",
                           "kIndexOutOfRange")
 
     def test_unknown_ending_of_the_output_is_refused(self):
-        self.assert_fails(run("query", self.cloud, "#true()", "-o", self.path("x.xyz")), ".las")
+        self.assert_fails(run("query", self.cloud, "#true()", "-o", self.path("x.xyz")), ".las",
+                          code=2)
+        self.assert_fails(run("query", self.cloud, "#true()", "-o", ""), ".las", code=2)
 
     def test_failed_query_leaves_no_file(self):
         run("query", self.cloud, "bogus", "-o", self.path("never.las"))

@@ -177,10 +177,13 @@ Outcome CopcWriter::WriteNode(const CopcKey& key, std::uint32_t count, const std
     std::memcpy(assembled_.data() + i * stride, xyz + 3 * i, 12);
   }
   for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (columns[i].size() != count * oocpc::ValueBytes(fields[i].dimension.type)) {
+    if (columns[i].empty()) continue;  // zeros
+    std::span<const std::uint8_t> values = columns[i];
+    std::vector<std::uint8_t> widened;
+    if (!WidenColors(fields[i], count, values, widened)) {
       return Outcome::FromCode(result::kBadRecord, fields[i].dimension.name);
     }
-    layout_.ScatterRows(i, columns[i].data(), count, assembled_.data());
+    layout_.ScatterRows(i, values.data(), count, assembled_.data());
   }
   Convert(count);
   for (std::size_t i = 0; i < count; ++i) CountPoint(records_.data() + i * header_.pointBytes);

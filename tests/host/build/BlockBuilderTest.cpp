@@ -187,7 +187,7 @@ struct Difference {
 
 class PointSetRefusal : public ::testing::TestWithParam<Difference> {};
 
-TEST_P(PointSetRefusal, NamesTheScanAndWhatDiffers) {
+TEST_P(PointSetRefusal, NamesTheScanThatIsLaidOutInAnotherWay) {
   const ScanFolder folder;
   LasBuilder other = BuilderOf(2);
   GetParam().change(other);
@@ -195,17 +195,17 @@ TEST_P(PointSetRefusal, NamesTheScanAndWhatDiffers) {
   const Outcome outcome = JoinFiles(
       {folder.Add("a.las", BuilderOf(2).Build()), folder.Add("odd.las", other.Build())}, set);
   EXPECT_EQ(outcome.code, oocpc::result::kScansDiffer);
-  EXPECT_NE(outcome.what.find(GetParam().what), std::string::npos) << outcome.what;
   EXPECT_EQ(outcome.where, (folder / "odd.las").string());
   EXPECT_NE(outcome.what.find("a.las"), std::string::npos) << outcome.what;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Differences, PointSetRefusal,
-    ::testing::Values(Difference{"scale (0.5, ", [](LasBuilder& las) { las.scale[0] = 0.5; }},
-                      Difference{", 4)", [](LasBuilder& las) { las.offset[2] = 4; }},
-                      Difference{"dimensions", [](LasBuilder& las) { las.format = 0; }},
-                      Difference{"dimensions", [](LasBuilder& las) { las.extraBytes = 1; }}));
+    ::testing::Values(Difference{"Scale", [](LasBuilder& las) { las.scale[0] = 0.5; }},
+                      Difference{"Offset", [](LasBuilder& las) { las.offset[2] = 4; }},
+                      Difference{"Format", [](LasBuilder& las) { las.format = 0; }},
+                      Difference{"ExtraBytes", [](LasBuilder& las) { las.extraBytes = 1; }}),
+    [](const auto& info) { return std::string(info.param.what); });
 
 TEST(PointSet, JoinsScansWhoseRecordsDiffer) {
   const ScanFolder folder;

@@ -258,8 +258,11 @@ TEST(FailedImport, RefusesNoScansAtAll) {
 
 TEST(FailedImport, LeavesNothingOfScansThatDiffer) {
   const ScanFolder folder;
-  const auto a = folder.Add("a.las", ScanOf(10, 0));
-  const auto b = folder.Add("b.las", ScanOf(10, 1));
+  LasBuilder builder;
+  builder.extraBytes = 8;
+  const auto a = folder.Add("a.las", builder.Describe({LasBuilder::Descriptor(7, "T")}).Build());
+  builder.records.clear();
+  const auto b = folder.Add("b.las", builder.Describe({LasBuilder::Descriptor(10, "T")}).Build());
   EXPECT_EQ(TryImport(folder.Options({a, b})).code, result::kScansDiffer);
   EXPECT_EQ(folder.List(), (Names{"a.las", "b.las"}));
 }

@@ -6,6 +6,7 @@
 #include <limits>
 #include <numeric>
 
+#include "host/cloud/Export.h"
 #include "host/lod/LodTree.h"
 #include "host/render/ColorRamps.h"
 #include "tests/host/render/RenderFixture.h"
@@ -219,6 +220,22 @@ void ExpectColorsToRise(const Picture& picture, const Plot& plot, double range) 
   EXPECT_GT(correlation, 0.9);
 }
 
+/// Compares pictures of a cloud with plots of the points that a LAS file holds.
+void ExpectPicturesOf(Cloud& cloud, const LasFile& file) {
+  RenderOptions options;
+  options.size = SizeFor(file);
+  options.view = View::kTop;
+  options.color = ColorMode::kElevation;
+  const Picture top = oocpctest::Render(cloud, options);
+  const Plot topPlot = PlotFromTop(cloud, file, options.size);
+  ExpectSame(top, topPlot);
+  const Bounds bounds(file);
+  options.viewpoint = HighAbove(bounds);
+  ExpectSame(oocpctest::Render(cloud, options), PlotFrom(*options.viewpoint, file, options.size));
+  if (file.GetPointCount() < 500 || !(bounds.Length(2) > 0)) return;
+  ExpectColorsToRise(top, topPlot, bounds.Length(2));
+}
+
 void TestScan(const fs::path& path) {
   LasFile file;
   if (!file.Load(path) || file.GetPointCount() == 0) return;
@@ -227,24 +244,35 @@ void TestScan(const fs::path& path) {
   folder.Import({path});
   const auto cloud = folder.Open();
   ASSERT_NE(cloud, nullptr);
-  RenderOptions options;
-  options.size = SizeFor(file);
-  options.view = View::kTop;
-  options.color = ColorMode::kElevation;
-  const Picture top = oocpctest::Render(*cloud, options);
-  const Plot topPlot = PlotFromTop(*cloud, file, options.size);
-  ExpectSame(top, topPlot);
-  const Bounds bounds(file);
-  options.viewpoint = HighAbove(bounds);
-  ExpectSame(oocpctest::Render(*cloud, options), PlotFrom(*options.viewpoint, file, options.size));
-  if (file.GetPointCount() < 500 || !(bounds.Length(2) > 0)) return;
-  ExpectColorsToRise(top, topPlot, bounds.Length(2));
+  ExpectPicturesOf(*cloud, file);
+}
+
+/// The points of a compressed scan come from its LAS file, which an export makes; that both hold
+/// the same is what tests of the format show.
+void TestCompressedScan(const fs::path& path) {
+  SCOPED_TRACE(path.string());
+  const oocpctest::ScanFolder folder;
+  folder.Import({path});
+  const auto cloud = folder.Open();
+  ASSERT_NE(cloud, nullptr);
+  std::uint64_t count = 0;
+  ASSERT_TRUE(IsOk(ExportLas(*cloud, 0, folder / "plain.las", {}, count)));
+  LasFile file;
+  ASSERT_TRUE(file.Load(folder / "plain.las"));
+  ASSERT_EQ(file.GetPointCount(), count);
+  if (count > 0) ExpectPicturesOf(*cloud, file);
 }
 
 TEST(RealScans, AreDrawnWhereTheirPointsAreAndInTheColorsOfTheirHeights) {
   const std::vector<fs::path> scans = oocpctest::TestScans();
   if (scans.empty()) GTEST_SKIP() << "no scans in " << oocpctest::TestDataFolder();
   for (const fs::path& path : scans) TestScan(path);
+}
+
+TEST(RealScans, ThatAreCompressedAreDrawnWhereTheirPointsAre) {
+  const std::vector<fs::path> scans = oocpctest::TestLazScans();
+  if (scans.empty()) GTEST_SKIP() << "no scans in " << oocpctest::TestDataFolder();
+  for (const fs::path& path : scans) TestCompressedScan(path);
 }
 
 }  // namespace

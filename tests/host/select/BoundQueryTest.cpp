@@ -34,7 +34,7 @@ class BoundToTheStreet : public testing::Test {
 
   std::unique_ptr<BoundQuery> Bind(const std::string& text) {
     std::unique_ptr<BoundQuery> query;
-    EXPECT_TRUE(IsOk(BoundQuery::Open(*street_->cloud, text, false, query))) << text;
+    EXPECT_TRUE(IsOk(BoundQuery::Open(*street_->cloud, {text}, query))) << text;
     return query;
   }
   /// Storage numbers of all points that a query selects, node by node.
@@ -102,7 +102,7 @@ TEST_F(BoundToTheStreet, FailsForARangeThatIsNotThere) {
 
 TEST_F(BoundToTheStreet, ShowsWhereATextIsWrong) {
   std::unique_ptr<BoundQuery> query;
-  const Outcome outcome = BoundQuery::Open(*street_->cloud, "#true(", false, query);
+  const Outcome outcome = BoundQuery::Open(*street_->cloud, {"#true("}, query);
   EXPECT_EQ(outcome.code, result::kQueryRejected);
   EXPECT_NE(outcome.where.find('^'), std::string::npos) << outcome.where;
   EXPECT_EQ(query, nullptr);

@@ -29,7 +29,7 @@ Outcome Fit(tarnhost::Cloud& cloud, const std::string& text,
   tarnhost::QueryDiagnosis diagnosis;
   EXPECT_TRUE(tarnhost::ReadQueryText(text, clauses, diagnosis)) << text;
   std::vector<RecordField> own;
-  return tarnhost::FitQueryToCloud(cloud, text, clauses, fields == nullptr ? own : *fields);
+  return tarnhost::FitQueryToCloud(cloud, {text}, clauses, fields == nullptr ? own : *fields);
 }
 
 std::string Comparison(const std::string& name, ClauseType type) {

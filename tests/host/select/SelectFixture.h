@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "host/build/Import.h"
@@ -50,9 +51,11 @@ class ImportedCloud {
   TemporaryFolder folder_;
 };
 
-inline tarnhost::SelectOptions Query(const std::string& text) {
+inline tarnhost::SelectOptions Query(const std::string& text,
+                                     std::optional<std::uint64_t> iteration = {}) {
   tarnhost::SelectOptions options;
   options.text = text;
+  options.iteration = iteration;
   return options;
 }
 
@@ -102,11 +105,12 @@ class DigestSink final : public tarnhost::SelectionSink {
 };
 
 inline Digest Selected(tarnhost::Cloud& cloud, const std::string& text,
-                       tarnhost::SelectReport* report = nullptr) {
+                       tarnhost::SelectReport* report = nullptr,
+                       std::optional<std::uint64_t> iteration = {}) {
   DigestSink sink;
   tarnhost::SelectReport own;
-  EXPECT_TRUE(
-      Succeeded(tarnhost::Select(cloud, Query(text), &sink, report == nullptr ? own : *report)))
+  EXPECT_TRUE(Succeeded(
+      tarnhost::Select(cloud, Query(text, iteration), &sink, report == nullptr ? own : *report)))
       << text;
   EXPECT_TRUE(sink.ended);
   return sink.digest;

@@ -1,7 +1,9 @@
 // A file without a name, for what does not fit into memory.
-#include "host/build/TemporaryFile.h"
+#include "host/common/TemporaryFile.h"
 
 #include <utility>
+
+#include "host/common/WatchedChange.h"
 
 namespace tarnhost {
 
@@ -9,7 +11,8 @@ Outcome TemporaryFile::Create(const std::filesystem::path& folder,
                               std::unique_ptr<TemporaryFile>& file) {
   std::filesystem::path path = folder / "temporary";
   std::unique_ptr<NamelessFile> opened;
-  const HRESULT code = NamelessFile::Create(folder, opened);
+  HRESULT code = AskBefore(FileChangeKind::kOpen, path);
+  if (!oocpc::Failed(code)) code = NamelessFile::Create(folder, opened);
   if (oocpc::Failed(code)) return Outcome::FromCode(code, path.string());
   file.reset(new TemporaryFile(std::move(opened), std::move(path)));
   return Outcome::Success();
@@ -20,7 +23,9 @@ Outcome TemporaryFile::OutcomeOf(HRESULT code) const {
 }
 
 Outcome TemporaryFile::Append(std::span<const std::uint8_t> bytes, std::uint64_t& offset) {
-  Outcome outcome = OutcomeOf(file_->Write(end_, bytes));
+  HRESULT code = AskBefore(FileChangeKind::kAppend, path_, bytes);
+  if (!oocpc::Failed(code)) code = file_->Write(end_, bytes);
+  Outcome outcome = OutcomeOf(code);
   if (outcome.Ok()) offset = std::exchange(end_, end_ + bytes.size());
   return outcome;
 }

@@ -1,0 +1,12 @@
+// Feeds arbitrary bytes to the PCD reader as a whole file: it opens and reads, or is refused.
+#include "fuzz/FuzzedScan.h"
+#include "host/formats/pcd/PcdDecoder.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size > (1u << 16)) return 0;
+  std::unique_ptr<tarnhost::ScanFile> scan;
+  const tarnhost::Outcome outcome =
+      tarnhost::OpenPcd("scan.pcd", std::make_shared<oocpcfuzz::MappedBytes>(data, size), scan);
+  oocpcfuzz::CheckScan(outcome, scan.get());
+  return 0;
+}

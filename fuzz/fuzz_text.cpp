@@ -1,0 +1,17 @@
+// Feeds arbitrary bytes to the reader of text files. The first byte says what the options are: how
+// many lines to skip, and whether columns are named.
+#include "fuzz/FuzzedScan.h"
+#include "host/formats/text/TextDecoder.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0 || size > (1u << 16)) return 0;
+  tarnhost::ScanOptions options;
+  options.skipLines = data[0] & 3u;
+  if ((data[0] & 4u) != 0) options.columns = {"x", "y", "z"};
+  if ((data[0] & 8u) != 0) options.columns = {"z", "-", "intensity", "y", "x"};
+  std::unique_ptr<tarnhost::ScanFile> scan;
+  const tarnhost::Outcome outcome = tarnhost::OpenText(
+      "scan.txt", std::make_shared<oocpcfuzz::MappedBytes>(data + 1, size - 1), options, scan);
+  oocpcfuzz::CheckScan(outcome, scan.get());
+  return 0;
+}

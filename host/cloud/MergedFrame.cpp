@@ -1,0 +1,289 @@
+// A LAS header for the points of a cloud whose sources differ.
+#include "host/cloud/MergedFrame.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "OOCPointCloud/support/Bytes.h"
+#include "host/cloud/CloudFacts.h"
+#include "host/cloud/SourceColumns.h"
+#include "host/formats/LasRecordLayout.h"
+
+namespace tarnhost {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using oocpc::ValueType;
+
+constexpr std::uint8_t kFormatCount = 11;
+constexpr std::size_t kRecordHeadBytes = 54;
+constexpr std::size_t kExtendedHeadBytes = 60;
+constexpr std::uint16_t kWktEncoding = 1u << 4;
+constexpr std::uint16_t kWktRecord = 2112;
+constexpr std::uint16_t kExtraBytesRecord = 4;
+constexpr std::uint16_t kWaveformRecord = 65535;
+constexpr const char* kSpecUser = "LASF_Spec";
+constexpr const char* kProjectionUser = "LASF_Projection";
+
+// Within a descriptor of extra bytes.
+constexpr std::size_t kNameAt = 4;
+constexpr std::size_t kNameBytes = 32;
+constexpr std::size_t kTextAt = 160;
+constexpr std::size_t kTextBytes = 32;
+constexpr std::uint8_t kScaleAndOffset = 8 | 16;  ///< options that any type keeps
+
+struct LasSource {
+  LasHeader header;
+  const SourceRecord* record;
+
+  [[nodiscard]] std::uint64_t GetPointsEnd() const {
+    return header.pointsOffset + record->pointCount * std::uint64_t{header.pointBytes};
+  }
+  /// Head and payload.
+  [[nodiscard]] std::span<const std::uint8_t> GetBytes(const LasVariableRecord& variable) const {
+    const std::size_t head = variable.extended ? kExtendedHeadBytes : kRecordHeadBytes;
+    const auto bytes = static_cast<std::size_t>(head + variable.payloadBytes);
+    const std::uint64_t at = variable.payloadOffset - head;
+    return variable.extended
+               ? record->trailingBytes.subspan(static_cast<std::size_t>(at - GetPointsEnd()), bytes)
+               : record->leadingBytes.subspan(static_cast<std::size_t>(at), bytes);
+  }
+  [[nodiscard]] std::span<const std::uint8_t> GetPayload(const LasVariableRecord& variable) const {
+    return GetBytes(variable).last(static_cast<std::size_t>(variable.payloadBytes));
+  }
+};
+
+const CloudColumn* FindAlike(const Cloud& cloud, const Dimension& dimension) {
+  const auto found = std::ranges::find(cloud.GetColumns(), dimension.name, &CloudColumn::name);
+  return found != cloud.GetColumns().end() && CanWrite(found->type, dimension.type) ? &*found
+                                                                                    : nullptr;
+}
+
+LasHeader PlainHeader(std::uint8_t format) {
+  LasHeader header;
+  header.pointFormat = format;
+  header.pointBytes = LasPointBytes(format);
+  return header;
+}
+
+/// The point format with a place for most columns; of several, the one with the shortest records.
+std::uint8_t ChooseFormat(const Cloud& cloud) {
+  std::uint8_t chosen = 0;
+  std::pair<std::size_t, int> best{0, 0};
+  for (std::uint8_t format = 0; format < kFormatCount; ++format) {
+    const LasRecordLayout layout = LasRecordLayout::Of(PlainHeader(format));
+    const auto held =
+        static_cast<std::size_t>(std::ranges::count_if(layout.GetFields(), [&](const auto& field) {
+          return FindAlike(cloud, field.dimension) != nullptr;
+        }));
+    const std::pair<std::size_t, int> worth{held, -static_cast<int>(layout.GetRecordBytes())};
+    if (format == 0 || worth > best) {
+      best = worth;
+      chosen = format;
+    }
+  }
+  return chosen;
+}
+
+/// Puts the frame together.
+class Merger {
+ public:
+  Merger(const Cloud& cloud, std::vector<LasSource> sources)
+      : cloud_(cloud), sources_(std::move(sources)) {
+    if (!sources_.empty()) header_ = sources_.front().header;
+  }
+
+  Outcome Run(LasFrame& frame) {
+    header_.pointFormat = ChooseFormat(cloud_);
+    if (Outcome outcome = DescribeExtraBytes(); !outcome.Ok()) return outcome;
+    SetVersion();
+    TakeRecords();
+    header_.scale = cloud_.GetTransform().scale;
+    header_.offset = cloud_.GetTransform().offset;
+    header_.min = header_.max = {};
+    header_.pointCount = header_.legacyPointCount = 0;
+    header_.returnCounts = {};
+    header_.legacyReturnCounts = {};
+    header_.headerBytes = LasHeaderBytes(header_.versionMinor);
+    header_.pointsOffset = static_cast<std::uint32_t>(header_.headerBytes + records_.size());
+    header_.extendedOffset = header_.extendedCount == 0 ? 0 : header_.pointsOffset;
+    header_.waveformOffset = waveformAt_ ? header_.pointsOffset + *waveformAt_ : 0;
+    Bytes leading = EncodeLasHeader(header_);
+    leading.insert(leading.end(), records_.begin(), records_.end());
+    const auto owner =
+        std::make_shared<const std::pair<Bytes, Bytes>>(std::move(leading), std::move(trailing_));
+    frame = {owner->first, owner->second, 0, owner};
+    return CheckColumns(frame);
+  }
+
+ private:
+  [[nodiscard]] Outcome NoPlace(const CloudColumn& column, const char* why) const {
+    return Outcome::Failure(oocpc::result::kScanUnsupported,
+                            "the column " + column.name + " has no place in a LAS file: " + why,
+                            cloud_.GetPath().string(), "write a CSV file instead");
+  }
+
+  /// Whether readers of the file know each column by its name.
+  [[nodiscard]] Outcome CheckColumns(const LasFrame& frame) const {
+    LasHeader header;
+    Outcome outcome = ParseLasFrame(frame.leadingBytes, 0, frame.trailingBytes,
+                                    cloud_.GetPath().string(), header);
+    if (!outcome.Ok()) return outcome;
+    const LasRecordLayout layout = LasRecordLayout::Of(header);
+    for (const CloudColumn& column : cloud_.GetColumns()) {
+      const auto isColumn = [&](const LasField& field) {
+        // Extra bytes of a name that LAS has for something else are numbered: see ColumnsForLas.
+        const std::string& name = field.dimension.name;
+        return (name == column.name || name == column.name + "_2") &&
+               CanWrite(column.type, field.dimension.type);
+      };
+      if (!IsSourceColumn(column) && std::ranges::none_of(layout.GetFields(), isColumn)) {
+        return NoPlace(column, "its name means something else there");
+      }
+    }
+    return outcome;
+  }
+
+  /// A descriptor for each column that the point format has no place for.
+  Outcome DescribeExtraBytes() {
+    const LasRecordLayout layout = LasRecordLayout::Of(PlainHeader(header_.pointFormat));
+    header_.pointBytes = LasPointBytes(header_.pointFormat);
+    for (const CloudColumn& column : cloud_.GetColumns()) {
+      const auto isField = [&](const LasField& field) {
+        return field.dimension.name == column.name && CanWrite(column.type, field.dimension.type);
+      };
+      if (IsSourceColumn(column) || std::ranges::any_of(layout.GetFields(), isField)) continue;
+      if (column.type.value == ValueType::kString) return NoPlace(column, "it holds texts");
+      if (column.type.components > 1) return NoPlace(column, "it holds vectors");
+      if (column.name.size() > kNameBytes) return NoPlace(column, "its name is too long");
+      Describe(column);
+      header_.pointBytes =
+          static_cast<std::uint16_t>(header_.pointBytes + oocpc::ValueBytes(column.type));
+    }
+    return Outcome::Success();
+  }
+
+  void Describe(const CloudColumn& column) {
+    Bytes descriptor = FindDescriptor(column.name);
+    const auto dataType = static_cast<std::uint8_t>(column.type.value);
+    if (descriptor.empty()) {
+      descriptor.resize(kExtraByteDescriptorBytes);
+      std::copy(column.name.begin(), column.name.end(), descriptor.begin() + kNameAt);
+      std::copy_n(column.description.begin(), std::min(column.description.size(), kTextBytes),
+                  descriptor.begin() + kTextAt);
+    } else if (descriptor[2] != dataType) {
+      descriptor[3] &= kScaleAndOffset;  // the others state values of the former type
+    }
+    descriptor[2] = dataType;
+    descriptors_.insert(descriptors_.end(), descriptor.begin(), descriptor.end());
+  }
+
+  /// What the first source that has such extra bytes says of them; empty when none does.
+  [[nodiscard]] Bytes FindDescriptor(const std::string& name) const {
+    for (const LasSource& source : sources_) {
+      const Bytes& all = source.header.extraByteDescriptors;
+      for (std::size_t at = 0; at + kExtraByteDescriptorBytes <= all.size();
+           at += kExtraByteDescriptorBytes) {
+        const auto begin = all.begin() + static_cast<std::ptrdiff_t>(at);
+        const std::uint8_t* const text = &all[at + kNameAt];
+        const std::string described(text, std::find(text, text + kNameBytes, std::uint8_t{0}));
+        if (described != name || begin[2] == 0 || begin[2] > 10) continue;
+        return {begin, begin + static_cast<std::ptrdiff_t>(kExtraByteDescriptorBytes)};
+      }
+    }
+    return {};
+  }
+
+  /// No older than any source's, and than what the point format takes.
+  void SetVersion() {
+    for (const LasSource& source : sources_) {
+      header_.versionMinor = std::max(header_.versionMinor, source.header.versionMinor);
+    }
+    const std::uint8_t format = header_.pointFormat;
+    const std::uint8_t least = format >= 6 ? 4 : format >= 4 ? 3 : format >= 2 ? 2 : 0;
+    header_.versionMinor = std::max(header_.versionMinor, least);
+  }
+
+  void TakeRecords() {
+    header_.recordCount = 0;
+    header_.extendedCount = 0;
+    if (!descriptors_.empty()) {
+      AppendLasRecord(records_, kSpecUser, kExtraBytesRecord, "extra bytes", descriptors_);
+      ++header_.recordCount;
+    }
+    for (const LasSource& source : sources_) {
+      for (const LasVariableRecord& record : source.header.records) TakeRecord(source, record);
+    }
+  }
+
+  void TakeRecord(const LasSource& source, const LasVariableRecord& record) {
+    const bool isSpec = record.userId == kSpecUser;
+    const bool isWaveform = isSpec && record.recordId == kWaveformRecord;
+    const bool isFirst = &source == &sources_.front();
+    if ((isSpec && record.recordId == kExtraBytesRecord) || IsCopcRecord(record) ||
+        record.IsCompression() || (isWaveform && !isFirst) ||
+        (record.extended && header_.versionMinor < 4)) {
+      return;
+    }
+    // One coordinate system is enough, of other records one of the same content.
+    const auto payload = source.GetPayload(record);
+    if (!isFirst && record.userId == kProjectionUser && hasProjection_) return;
+    auto& alike = taken_[{record.userId, record.recordId}];
+    if (std::ranges::any_of(alike, [&](const auto& p) { return std::ranges::equal(p, payload); })) {
+      return;
+    }
+    alike.push_back(payload);
+    if (isFirst && record.userId == kProjectionUser) hasProjection_ = true;
+    if (record.userId == kProjectionUser && record.recordId == kWktRecord &&
+        header_.pointFormat >= 6) {
+      header_.globalEncoding |= kWktEncoding;
+    }
+    const auto bytes = source.GetBytes(record);
+    if (isWaveform && record.extended) waveformAt_ = trailing_.size();
+    Bytes& to = record.extended ? trailing_ : records_;
+    to.insert(to.end(), bytes.begin(), bytes.end());
+    ++(record.extended ? header_.extendedCount : header_.recordCount);
+  }
+
+  const Cloud& cloud_;
+  std::vector<LasSource> sources_;
+  LasHeader header_;
+  Bytes descriptors_;
+  Bytes records_;
+  Bytes trailing_;
+  std::map<std::pair<std::string, std::uint16_t>, std::vector<std::span<const std::uint8_t>>>
+      taken_;
+  bool hasProjection_ = false;
+  std::optional<std::uint64_t> waveformAt_;  ///< from the end of the points
+};
+
+}  // namespace
+
+bool HoldsColumns(const Cloud& cloud, const LasHeader& header) {
+  if (header.scale != cloud.GetTransform().scale || header.offset != cloud.GetTransform().offset) {
+    return false;
+  }
+  const LasRecordLayout layout = LasRecordLayout::Of(header);
+  const auto columns = std::ranges::count_if(
+      cloud.GetColumns(), [](const CloudColumn& column) { return !IsSourceColumn(column); });
+  return static_cast<std::size_t>(columns) == layout.GetFields().size() &&
+         std::ranges::all_of(layout.GetFields(), [&](const LasField& field) {
+           return FindAlike(cloud, field.dimension) != nullptr;
+         });
+}
+
+Outcome MakeMergedFrame(const Cloud& cloud, LasFrame& frame) {
+  std::vector<LasSource> sources;
+  for (const SourceRecord& source : cloud.GetSources()) {
+    std::optional<LasHeader> header = ReadSourceHeader(source);
+    if (header) sources.push_back({std::move(*header), &source});
+  }
+  return Merger(cloud, std::move(sources)).Run(frame);
+}
+
+}  // namespace tarnhost

@@ -1,0 +1,91 @@
+// Clouds that came from scans of other formats, written as LAS, LAZ and COPC.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/cloud/Export.h"
+#include "host/lod/ExportCopc.h"
+#include "tests/support/ScanContent.h"
+#include "tests/support/ScanFolder.h"
+#include "tests/support/TestData.h"
+
+namespace {
+
+using oocpctest::Coordinates;
+using oocpctest::IsOk;
+using oocpctest::PutNumber;
+using oocpctest::ScanContent;
+using oocpctest::ScanFolder;
+using ::testing::ElementsAre;
+using ::testing::IsSupersetOf;
+
+/// A PLY file with 8-bit colours, an intensity that LAS would round, and a name LAS does not have.
+std::vector<std::uint8_t> PlyFile() {
+  std::string bytes =
+      "ply\nformat binary_little_endian 1.0\nelement vertex 1\nproperty double x\n"
+      "property double y\nproperty double z\nproperty uchar red\nproperty uchar green\n"
+      "property uchar blue\nproperty float intensity\nproperty uchar classification\n"
+      "property int quality\nend_header\n";
+  for (const double value : {500000.25, 4500000.5, -3.125}) PutNumber(bytes, value);
+  bytes += std::string("\x00\x80\xFF", 3);
+  PutNumber(bytes, 0.75F);
+  bytes += '\x06';
+  PutNumber(bytes, std::int32_t{-70000});
+  return {bytes.begin(), bytes.end()};
+}
+
+void ExpectPoint(const ScanContent& scan) {
+  ASSERT_TRUE(scan.Ok()) << scan.GetOutcome().what;
+  EXPECT_THAT(scan.Points(), ElementsAre(Coordinates{500000.25, 4500000.5, -3.125}));
+  EXPECT_THAT(scan.Dimensions(), IsSupersetOf({"DEF_COLOR:uint16_t*3", "classification:uint8_t",
+                                               "intensity_2:float", "quality:int32_t"}));
+  EXPECT_THAT(scan.Values("DEF_COLOR"), ElementsAre(0, 0x8080, 0xFFFF));
+  EXPECT_THAT(scan.Values("intensity"), ElementsAre(0));
+  EXPECT_THAT(scan.Values("intensity_2"), ElementsAre(0.75));
+  EXPECT_THAT(scan.Values("classification"), ElementsAre(6));
+  EXPECT_THAT(scan.Values("quality"), ElementsAre(-70000));
+}
+
+TEST(ExportOtherFormats, MakesALasHeaderWithExtraBytes) {
+  const ScanFolder folder;
+  folder.Import({folder.Add("scan.ply", PlyFile())});
+  const auto cloud = folder.Open();
+  for (const char* name : {"out.las", "out.laz"}) {
+    SCOPED_TRACE(name);
+    std::uint64_t points = 0;
+    ASSERT_TRUE(IsOk(tarnhost::ExportLas(*cloud, 0, folder / name, {}, points)));
+    EXPECT_EQ(points, 1u);
+    ExpectPoint(ScanContent(folder / name));
+  }
+  tarnhost::CopcReport report;
+  ASSERT_TRUE(IsOk(tarnhost::ExportCopc(*cloud, 0, folder / "out.copc.laz", {}, report)));
+  ExpectPoint(ScanContent(folder / "out.copc.laz"));
+}
+
+TEST(ExportOtherFormats, WritesEveryRealScan) {
+  std::vector<std::filesystem::path> scans;
+  for (const char* ending : {".ply", ".pcd", ".e57"}) {
+    for (const auto& scan : oocpctest::TestFiles(ending)) scans.push_back(scan);
+  }
+  if (scans.empty()) GTEST_SKIP() << "no real scans at hand";
+  for (const auto& source : scans) {
+    if (source.filename() == "corrupt_crc.e57" || source.filename() == "InvalidCVHeader.e57") {
+      continue;
+    }
+    SCOPED_TRACE(source.string());
+    const ScanFolder folder;
+    folder.Import({source});
+    const auto cloud = folder.Open();
+    std::uint64_t count = 0;
+    ASSERT_TRUE(IsOk(tarnhost::ExportLas(*cloud, 0, folder / "out.las", {}, count)));
+    const ScanContent before(source, {}, 1u << 24);
+    const ScanContent after(folder / "out.las", {}, 1u << 24);
+    ASSERT_TRUE(after.Ok()) << after.GetOutcome().what;
+    auto a = before.Points();
+    auto b = after.Points();
+    std::ranges::sort(a);
+    std::ranges::sort(b);
+    EXPECT_EQ(a, b);
+  }
+}
+
+}  // namespace
