@@ -11,11 +11,11 @@ using Operator = OOCPCIQuery::BitwiseOperator;
 
 /// Asks the query itself. Kept out of line: the loop over the tree stays small.
 [[gnu::noinline]] bool AskQuery(const OOCPCIQuery& query, MetaDataBinding& binding,
-                                const char* record) {
+                                const char* records, std::size_t offset) {
   const std::size_t count = binding.m_recordPointers.size();
   const char** const pointers = binding.m_recordPointers.data();
   const unsigned* const sizes = binding.m_sizes.data();
-  for (std::size_t i = 0; i < count; ++i) pointers[i] = record + binding.m_offsets[i];
+  for (std::size_t i = 0; i < count; ++i) pointers[i] = records + offset + binding.m_offsets[i];
   if (query.Satisfy(pointers, sizes, binding.m_accelerator)) return true;
   return count != 0 && query.Satisfy(pointers[0], sizes[0], binding.m_accelerator);
 }
@@ -25,12 +25,12 @@ using Operator = OOCPCIQuery::BitwiseOperator;
   const OOCPCIQuery* const query = leaf.GetQuery();
   if (query == nullptr || leaf.binding == nullptr) return false;
   auto& binding = static_cast<MetaDataBinding&>(*leaf.binding);
-  if (records == nullptr && !binding.m_recordPointers.empty()) return false;
   const std::uint32_t offset = std::uint32_t{a} * std::uint32_t{b};
   if (binding.m_numberTest.IsOf(query) && binding.m_accelerator == nullptr) {
-    return binding.m_numberTest.Holds(records + offset);
+    return records != nullptr && binding.m_numberTest.Holds(records + offset);
   }
-  return AskQuery(*query, binding, records + offset);
+  if (records == nullptr && !binding.m_recordPointers.empty()) return false;
+  return AskQuery(*query, binding, records, offset);
 }
 
 }  // namespace
