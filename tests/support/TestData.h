@@ -43,4 +43,16 @@ inline std::vector<std::filesystem::path> TestLazScans() {
   return scans;
 }
 
+/// Every PLY, PCD and E57 file but those that are broken by intent.
+inline std::vector<std::filesystem::path> TestScansOfOtherFormats() {
+  std::vector<std::filesystem::path> scans;
+  for (const char* const ending : {".ply", ".pcd", ".e57"}) {
+    for (const std::filesystem::path& scan : TestFiles(ending)) {
+      const std::filesystem::path name = scan.filename();
+      if (name != "corrupt_crc.e57" && name != "InvalidCVHeader.e57") scans.push_back(scan);
+    }
+  }
+  return scans;
+}
+
 }  // namespace oocpctest
