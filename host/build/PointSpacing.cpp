@@ -35,7 +35,7 @@ std::uint64_t SquaredDistance(std::uint64_t a, std::uint64_t b) {
 void PointSpacing::Start(unsigned cellLevel, std::size_t expected) {
   bitsBelow_ = kMortonBits - cellLevel;
   cellBits_ = (std::uint64_t{1} << (3 * cellLevel)) - 1;
-  reach_ = (std::uint64_t{1} << bitsBelow_) / 2;
+  reach_ = (std::uint64_t{1} << bitsBelow_) * 2 / 5;
   count_ = 0;
   slots_.assign(std::max(kFewestSlots, std::bit_ceil(3 * expected)), kFree);
   ClearFilter();
@@ -81,7 +81,7 @@ void PointSpacing::Put(std::uint64_t code) {
 }
 
 bool PointSpacing::IsTooClose(std::uint64_t code) const {
-  // Half a cell reaches into one neighbour along each axis: the one on the side on which the point
+  // Less than half a cell reaches into one neighbour along each axis: the one on the side on which the point
   // lies. Cells are counted on in place, among the bits of the other axes.
   const std::uint64_t cell = code >> (3 * bitsBelow_);
   const std::uint64_t sides = code >> (3 * (bitsBelow_ - 1));

@@ -7,7 +7,7 @@
 namespace tarnhost {
 
 /// Sampled points by the cells of a grid, and whether another point is too close to one of them:
-/// closer than half a cell. For one thread.
+/// closer than two fifths of a cell. For one thread.
 class PointSpacing {
  public:
   /// Begins anew, with the cells of a level that is coarser than the finest. About `expected`

@@ -110,7 +110,7 @@ class ReferencePlan {
   }
 
   /// The point nearest to the centre of each cell; where at least as many are left, those that are
-  /// closer than half a cell to one sampled before, in the node's cell, are left out.
+  /// closer than two fifths of a cell to one sampled before, in the node's cell, are left out.
   std::set<std::uint64_t> TakeSample(Group& group, unsigned level) const {
     std::map<std::uint64_t, std::vector<std::uint64_t>> cells;
     for (const std::uint64_t point : group.points) {
@@ -155,10 +155,10 @@ class ReferencePlan {
     const Triple place = PlaceOf(code);
     inCells[CellOfPlace(place, level)].push_back(place);
   }
-  /// Whether a point of the sample is closer than half a cell.
+  /// Whether a point of the sample is closer than two fifths of a cell.
   static bool IsNear(std::uint64_t code, unsigned level,
                      const std::map<Triple, std::vector<Triple>>& inCells) {
-    const double reach = static_cast<double>((std::int64_t{1} << (kBits - level)) / 2);
+    const double reach = static_cast<double>((std::int64_t{1} << (kBits - level)) * 2 / 5);
     const Triple place = PlaceOf(code);
     const Triple cell = CellOfPlace(place, level);
     for (std::int64_t x = cell[0] - 1; x <= cell[0] + 1; ++x) {
