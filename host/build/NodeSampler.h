@@ -37,9 +37,9 @@ using CellCounts = std::array<std::uint64_t, kMortonBits + 1>;
 
 /// Takes samples of one node's points, level after level, one point of each occupied cell: the one
 /// nearest to the cell's centre, the first of several. Where a sample leaves at least as many
-/// points as it takes, it leaves out points that are closer than two fifths of a cell to one taken before,
-/// in the node's cell, in this level or above: surfaces that just touch a cell would give points
-/// close to their neighbours' otherwise.
+/// points as it takes, it leaves out points that are closer than two fifths of a cell to one taken
+/// before, in the node's cell, in this level or above: surfaces that just touch a cell would give
+/// points close to their neighbours' otherwise.
 class NodeSampler {
  public:
   /// `above` are the codes of what coarser levels took in the node's cell.

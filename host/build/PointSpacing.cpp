@@ -81,8 +81,8 @@ void PointSpacing::Put(std::uint64_t code) {
 }
 
 bool PointSpacing::IsTooClose(std::uint64_t code) const {
-  // Less than half a cell reaches into one neighbour along each axis: the one on the side on which the point
-  // lies. Cells are counted on in place, among the bits of the other axes.
+  // Less than half a cell reaches into one neighbour along each axis: the one on the side on which
+  // the point lies. Cells are counted on in place, among the bits of the other axes.
   const std::uint64_t cell = code >> (3 * bitsBelow_);
   const std::uint64_t sides = code >> (3 * (bitsBelow_ - 1));
   std::array<std::array<std::uint64_t, 2>, 3> places;
