@@ -109,7 +109,7 @@ Outcome ListScans(const std::vector<fs::path>& inputs, std::vector<fs::path>& fi
 }
 
 std::string NameSource(const fs::path& path, std::set<std::string>& taken) {
-  const std::string name = path.filename().string();
+  std::string name = path.filename().string();
   if (taken.insert(name).second) return name;
   std::error_code ignored;
   const std::string folder = fs::absolute(path, ignored).parent_path().filename().string();

@@ -47,7 +47,7 @@ void Widen(const std::uint8_t* values, std::size_t count, std::uint8_t* out) {
   for (std::size_t i = 0; i < count; ++i, values += sizeof(From), out += sizeof(To)) {
     From value;
     std::memcpy(&value, values, sizeof(From));
-    const To wide = static_cast<To>(value);
+    const To wide = static_cast<To>(value);  // NOLINT(bugprone-signed-char-misuse): numbers
     std::memcpy(out, &wide, sizeof(To));
   }
 }

@@ -145,6 +145,7 @@ struct CloudPart {
               const OOCPCOctreeAcceleratorNode& node) {
     if (!isOpen) {
       std::vector<std::string> names;
+      names.reserve(dimensions.size());
       for (const Dimension& dimension : dimensions) names.push_back(dimension.name);
       if (Outcome outcome = BlockReader::Open(cloud, names, reader); !outcome.Ok()) return outcome;
       isOpen = true;

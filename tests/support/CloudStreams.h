@@ -53,7 +53,7 @@ inline Bytes SeedPayload(const std::array<double, 6>& seed) {
 }
 /// A payload of the same kind from a format version that does not exist yet: not eligible.
 inline Bytes OfNewerVersion(Bytes payload) {
-  payload.resize(payload.size() - sizeof(std::uint32_t));
+  payload.erase(payload.end() - sizeof(std::uint32_t), payload.end());
   payload[0] = 0xFF;
   oocpc::AppendChecksum(payload);
   return payload;
