@@ -153,13 +153,9 @@ void SplitWords(std::string_view line, char separator, std::vector<std::string_v
     while (at < line.size() && IsBlank(line[at]) && line[at] != separator) ++at;
     const bool isQuoted = at < line.size() && line[at] == '"';
     const std::size_t begin = isQuoted ? at + 1 : at;
-    std::size_t end = line.size();
-    if (isQuoted) {
-      end = std::min(line.find('"', begin), line.size());
-      at = std::min(line.find(separator, end), line.size());
-    } else {
-      at = std::min(line.find(separator, at), line.size());
-      end = at;
+    std::size_t end = std::min(line.find(isQuoted ? '"' : separator, begin), line.size());
+    at = std::min(line.find(separator, end), line.size());
+    if (!isQuoted) {
       while (end > begin && IsBlank(line[end - 1])) --end;
     }
     words.push_back(line.substr(begin, end - begin));
