@@ -11,7 +11,6 @@
 namespace tarnhost {
 
 namespace result = oocpc::result;
-using oocpc::ValueType;
 
 namespace {
 
