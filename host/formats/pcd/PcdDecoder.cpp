@@ -13,7 +13,6 @@
 namespace tarnhost {
 
 namespace result = oocpc::result;
-using oocpc::ValueType;
 
 namespace {
 
