@@ -11,6 +11,7 @@
 
 namespace {
 
+using oocpc::BlockEncodings;
 using oocpc::ColumnType;
 using oocpc::EncodedBlock;
 using oocpc::ValueType;
@@ -21,11 +22,15 @@ constexpr std::size_t kValues = 16384;
 struct Block {
   ColumnType type;
   Bytes values;
+  BlockEncodings allowed;
+
+  [[nodiscard]] EncodedBlock Encode() const { return oocpc::EncodeBlock(type, values, allowed); }
 };
 
 template <typename T>
-Block MakeBlock(ColumnType type, const std::vector<T>& numbers) {
-  Block block{type, Bytes(numbers.size() * sizeof(T))};
+Block MakeBlock(ColumnType type, const std::vector<T>& numbers,
+                BlockEncodings allowed = BlockEncodings::kAll) {
+  Block block{type, Bytes(numbers.size() * sizeof(T)), allowed};
   std::memcpy(block.values.data(), numbers.data(), block.values.size());
   return block;
 }
@@ -91,7 +96,7 @@ Block MakeClassification() {
     const std::size_t run = std::min<std::size_t>(1 + random() % 80, kValues - numbers.size());
     numbers.insert(numbers.end(), run, kClasses[random() % std::size(kClasses)]);
   }
-  return MakeBlock({ValueType::kUInt8, 1}, numbers);
+  return MakeBlock({ValueType::kUInt8, 1}, numbers, BlockEncodings::kLight);
 }
 
 /// Echo strengths: a wide hump, neighbours alike.
@@ -105,7 +110,7 @@ Block MakeIntensity() {
     numbers.push_back(
         static_cast<std::uint16_t>(std::clamp(level + 90 * noise(random), 0., 65535.)));
   }
-  return MakeBlock({ValueType::kUInt16, 1}, numbers);
+  return MakeBlock({ValueType::kUInt16, 1}, numbers, BlockEncodings::kLight);
 }
 
 void Report(benchmark::State& state, const Block& block, const EncodedBlock& encoded) {
@@ -120,7 +125,7 @@ void Encode(benchmark::State& state, Block (*make)()) {
   const Block block = make();
   EncodedBlock encoded;
   for (auto _ : state) {
-    encoded = oocpc::EncodeBlock(block.type, block.values);
+    encoded = block.Encode();
     benchmark::DoNotOptimize(encoded.bytes.data());
   }
   Report(state, block, encoded);
@@ -128,11 +133,10 @@ void Encode(benchmark::State& state, Block (*make)()) {
 
 void Decode(benchmark::State& state, Block (*make)()) {
   const Block block = make();
-  const EncodedBlock encoded = oocpc::EncodeBlock(block.type, block.values);
+  const EncodedBlock encoded = block.Encode();
   Bytes values;
   for (auto _ : state) {
-    if (oocpc::DecodeBlock(block.type, encoded.entry, encoded.bytes, values) !=
-        oocpc::result::kOk) {
+    if (oocpc::DecodeBlock(encoded.entry, encoded.bytes, values) != oocpc::result::kOk) {
       state.SkipWithError("a block that was just encoded is refused");
       break;
     }

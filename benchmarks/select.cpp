@@ -2,8 +2,10 @@
 // line a measurement; with a yardstick (seconds) also how many of it each takes.
 #include "host/select/Select.h"
 
+#include <OOCPointCloud/ColumnBlocks.h>
 #include <OOCPointCloudTarn/TarnOOCBooleanExpressionEvaluator.h>
 #include <OOCPointCloudTarn/TarnOOCStringQueryExpression.h>
+#include <tbb/enumerable_thread_specific.h>
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
@@ -11,7 +13,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <numeric>
 #include <random>
@@ -57,10 +61,12 @@ std::string Millions(double perSecond) {
   return text;
 }
 
-tarnhost::SelectReport Count(tarnhost::Cloud& cloud, const std::string& text) {
+tarnhost::SelectReport Count(tarnhost::Cloud& cloud, const std::string& text,
+                             bool explain = false) {
   tarnhost::SelectOptions options;
   options.text = text;
   options.local = true;
+  options.explain = explain;
   tarnhost::SelectReport report;
   const Outcome outcome = tarnhost::Select(cloud, options, nullptr, report);
   if (!outcome.Ok()) Fail(outcome.what + "\n" + outcome.where);
@@ -82,6 +88,101 @@ std::string Sized(tarnhost::Cloud& cloud, double share,
   return text(high);
 }
 
+/// Notes the nodes that have points of a selection.
+class NodeSink final : public tarnhost::SelectionSink {
+ public:
+  Outcome Begin(tarnhost::Cloud&) override { return Outcome::Success(); }
+  Outcome Consume(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t>,
+                  tarnhost::SinkPart*) override {
+    blocks.push_back(node.blockId);
+    return Outcome::Success();
+  }
+  Outcome End(const tarnhost::SelectReport&) override { return Outcome::Success(); }
+
+  std::vector<std::uint64_t> blocks;
+};
+
+/// Decodes blocks of the positions, or of all columns, and does nothing else.
+class BlockDecoder {
+ public:
+  BlockDecoder(tarnhost::Cloud& cloud, bool allColumns) {
+    auto* const repository = cloud.GetPointCloud().GetDataRepository();
+    readers_.emplace_back(repository, cloud.GetPositionsColumnId(),
+                          oocpc::ColumnType{oocpc::ValueType::kInt32, 3});
+    for (const tarnhost::CloudColumn& column : cloud.GetColumns()) {
+      if (allColumns) readers_.emplace_back(repository, column.columnId, column.type);
+    }
+  }
+
+  void Decode(std::uint64_t block) {
+    for (oocpc::ColumnReader& reader : readers_) {
+      oocpc::BlockEntry entry;
+      if (oocpc::Failed(reader.ReadEntry(block, entry)) ||
+          oocpc::Failed(reader.ReadBlock(block, values_))) {
+        Fail("a block cannot be read");
+      }
+      storedBytes += entry.storedBytes;
+      decodedBytes += static_cast<double>(values_.size());
+    }
+  }
+
+  double storedBytes = 0;
+  double decodedBytes = 0;
+
+ private:
+  std::deque<oocpc::ColumnReader> readers_;  // they cannot be moved
+  std::vector<std::uint8_t> values_;
+};
+
+/// What decoding the blocks takes that points of a selection are in, on all threads.
+struct Decoding {
+  double seconds = 0;
+  double storedBytes = 0;
+  double decodedBytes = 0;
+};
+
+Decoding DecodeAlone(tarnhost::Cloud& cloud, const std::string& text, bool allColumns) {
+  tarnhost::SelectOptions options;
+  options.text = text;
+  options.local = true;
+  NodeSink nodes;
+  tarnhost::SelectReport report;
+  const Outcome outcome = tarnhost::Select(cloud, options, &nodes, report);
+  if (!outcome.Ok()) Fail(outcome.what);
+  Decoding decoding;
+  decoding.seconds = Median([&] {
+    tbb::enumerable_thread_specific<std::unique_ptr<BlockDecoder>> decoders(
+        [&] { return std::make_unique<BlockDecoder>(cloud, allColumns); });
+    tbb::parallel_for(std::size_t{0}, nodes.blocks.size(),
+                      [&](std::size_t i) { decoders.local()->Decode(nodes.blocks[i]); });
+    decoding.storedBytes = decoding.decodedBytes = 0;
+    for (const std::unique_ptr<BlockDecoder>& decoder : decoders) {
+      decoding.storedBytes += decoder->storedBytes;
+      decoding.decodedBytes += decoder->decodedBytes;
+    }
+  });
+  return decoding;
+}
+
+/// What writing so many bytes takes when nothing else is done, as the answers' files are written:
+/// not waiting for the disk.
+double WriteAlone(const std::filesystem::path& file, double bytes) {
+  const std::vector<char> piece(std::size_t{1} << 20, 'x');
+  return Median([&] {
+    std::ofstream out(file, std::ios::binary);
+    for (double left = bytes; left > 0; left -= static_cast<double>(piece.size())) {
+      const double size = std::min(left, static_cast<double>(piece.size()));
+      out.write(piece.data(), static_cast<std::streamsize>(size));
+    }
+  });
+}
+
+std::string Megabytes(double bytes) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.2f MB", bytes * 1e-6);
+  return text;
+}
+
 void CountWholeCloud(tarnhost::Cloud& cloud) {
   const std::string text =
       "#and(#num{type=uint8_t}(\"classification\", ==, 2), #num{type=int}(\"intensity\", >, 100))";
@@ -99,6 +200,15 @@ void CountSphere(tarnhost::Cloud& cloud, const oocpc::Vector3d& centre) {
   std::uint64_t selected = 0;
   const double seconds = Median([&] { selected = Count(cloud, text).selected; });
   Print("count a sphere of 0.1 %", seconds, std::to_string(selected) + " points  " + text);
+  const tarnhost::SelectReport report = Count(cloud, text, true);
+  const tarnhost::ColumnReport& read = report.plan->columns.front();
+  const Decoding decoding = DecodeAlone(cloud, text, false);
+  const double bound =
+      static_cast<double>(read.bytesDecoded) * decoding.seconds / decoding.decodedBytes;
+  Print("  decoding as many positions alone", bound,
+        std::to_string(read.blocksDecoded) + " blocks, " +
+            Megabytes(static_cast<double>(read.bytesRead)) + " read, " +
+            Megabytes(static_cast<double>(read.bytesDecoded)) + " decoded");
 }
 
 void ExportBox(tarnhost::Cloud& cloud, const oocpc::Vector3d& centre,
@@ -108,6 +218,10 @@ void ExportBox(tarnhost::Cloud& cloud, const oocpc::Vector3d& centre,
            std::to_string(centre[1] - half) + "," + std::to_string(centre[0] + half) + "," +
            std::to_string(centre[1] + half) + ")";
   });
+  const Decoding decoding = DecodeAlone(cloud, text, true);
+  Print(
+      "decoding the blocks of a box of 1 % alone", decoding.seconds,
+      Megabytes(decoding.storedBytes) + " read, " + Megabytes(decoding.decodedBytes) + " decoded");
   tarnhost::SelectOptions options;
   options.text = text;
   options.local = true;
@@ -121,10 +235,12 @@ void ExportBox(tarnhost::Cloud& cloud, const oocpc::Vector3d& centre,
       if (!outcome.Ok()) Fail(outcome.what);
     });
     const auto bytes = static_cast<double>(std::filesystem::file_size(file));
+    const double writing = WriteAlone(file, bytes);
     std::filesystem::remove(file);
     Print((std::string("export a box of 1 % to ") + name).c_str(), seconds,
           std::to_string(report.selected) + " points, " +
               std::to_string(static_cast<int>(bytes / seconds * 1e-6)) + " MB/s");
+    Print("  writing as many bytes alone", writing, Megabytes(bytes));
   }
 }
 

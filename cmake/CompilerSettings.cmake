@@ -27,6 +27,13 @@ function(oocpc_spare_false_alarms target)
       -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread -Wno-maybe-uninitialized)
   endif()
 endfunction()
+# Objects of templates that a library shares with others are marked as unique, and a library that has
+# such objects is never unloaded. Ours have none that have to be the same everywhere.
+function(oocpc_stay_unloadable target)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
+    target_compile_options(${target} PRIVATE -fno-gnu-unique)
+  endif()
+endfunction()
 if(OOCPC_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()

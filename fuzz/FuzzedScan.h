@@ -36,15 +36,29 @@ class MappedBytes final : public OOCPCByteSource {
   std::size_t size_;
 };
 
+/// Texts are numbered among those that there are.
+inline void CheckTexts(const Bytes& values, std::size_t count) {
+  for (std::size_t at = 0; at < values.size(); at += sizeof(std::uint32_t)) {
+    std::uint32_t number = 0;
+    std::memcpy(&number, values.data() + at, sizeof(number));
+    Require(number < count);
+  }
+}
+
+/// Whether the box that a scan states is that of its points.
+enum class StatedBox { kIsTrue, kMayBeWrong };
+
 /// A refusal tells what is wrong and where; a scan that was opened can be read, and lies where it
 /// says.
-inline void CheckScan(const tarnhost::Outcome& opened, tarnhost::ScanFile* scan) {
+inline void CheckScan(const tarnhost::Outcome& opened, tarnhost::ScanFile* scan,
+                      StatedBox box = StatedBox::kIsTrue) {
   namespace result = oocpc::result;
   constexpr std::uint64_t kMostBytes = 1u << 24;
   if (!opened.Ok()) {
     Require(IsOneOf(opened.code, {result::kScanNotRecognised, result::kScanTruncated,
                                   result::kScanContradictory, result::kScanUnsupported}));
     Require(!opened.what.empty() && opened.where.starts_with("scan"));
+    Require(!opened.remedy.empty());
     return;
   }
   const std::uint64_t count = scan->GetPointCount();
@@ -64,12 +78,18 @@ inline void CheckScan(const tarnhost::Outcome& opened, tarnhost::ScanFile* scan)
     found.Extend(xyz, 1);
   }
   tarnhost::StoredBox stated;
-  Require(scan->GetStatedBox(stated) == (count > 0));
-  if (count > 0) Require(stated == found);
+  const bool isStated = scan->GetStatedBox(stated);
+  if (box == StatedBox::kIsTrue) {
+    Require(isStated == (count > 0));
+    if (count > 0) Require(stated == found);
+  }
   Bytes values;
   for (std::size_t i = 0; i < scan->GetDimensions().size(); ++i) {
     values.resize(count * oocpc::ValueBytes(scan->GetDimensions()[i].type));
     scan->ExtractDimension(i, records.data(), count, values.data());
+    if (scan->GetDimensions()[i].type.value == oocpc::ValueType::kString) {
+      CheckTexts(values, scan->GetStrings().size());
+    }
   }
   scan->Release();
 }

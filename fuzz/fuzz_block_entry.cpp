@@ -9,10 +9,8 @@ using namespace oocpcfuzz;
 namespace {
 
 void DecodeAndEncode(const Bytes& bytes) {
-  std::uint8_t record[BlockEntry::kBytes];
-  std::memcpy(record, bytes.data(), sizeof(record));
   BlockEntry entry;
-  const HRESULT code = BlockEntry::Decode(record, entry);
+  const HRESULT code = BlockEntry::Decode(bytes, entry);
   Require(IsOneOf(code, {oocpc::result::kOk, oocpc::result::kBadRecord,
                          oocpc::result::kChecksumMismatch, oocpc::result::kUnknownEncoding}));
   if (code != oocpc::result::kOk) return;
@@ -25,8 +23,7 @@ void DecodeAndEncode(const Bytes& bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  Bytes bytes(data, data + size);
-  bytes.resize(BlockEntry::kBytes);
+  const Bytes bytes(data, data + size);
   DecodeAndEncode(bytes);
   DecodeAndEncode(SealedAnew(bytes));
   return 0;

@@ -13,13 +13,13 @@ namespace {
 void RequireRoundTrip(ColumnType type, const Bytes& values) {
   const EncodedBlock block = EncodeBlock(type, values);
   Bytes back;
-  Require(DecodeBlock(type, block.entry, block.bytes, back) == result::kOk);
+  Require(DecodeBlock(block.entry, block.bytes, back) == result::kOk);
   Require(back == values);
 }
 
 void DecodeStored(ColumnType type, const BlockEntry& entry, const Bytes& stored) {
   Bytes values;
-  const HRESULT code = DecodeBlock(type, entry, stored, values);
+  const HRESULT code = DecodeBlock(entry, stored, values);
   Require(IsOneOf(code, {result::kOk, result::kBadRecord, result::kChecksumMismatch,
                          result::kUnknownEncoding}));
   if (code != result::kOk) return;
@@ -43,6 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const ColumnType type{static_cast<ValueType>(1 + head[0] % 11),
                         static_cast<std::uint8_t>(1 + head[1] % 3)};
   Bytes stored(data + (size - reader.GetRemaining()), data + size);
+  entry.type = type;
   entry.encoding = static_cast<BlockEncoding>(head[2]);
   entry.hasNan = head[3] != 0;
   entry.valueCount = count;

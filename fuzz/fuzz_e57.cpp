@@ -7,7 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size > (1u << 16)) return 0;
   std::unique_ptr<tarnhost::ScanFile> scan;
   const tarnhost::Outcome outcome = tarnhost::OpenE57(
-      "scan.e57", std::make_shared<oocpcfuzz::MappedBytes>(data, size), scan, false);
+      "scan.e57", std::make_shared<oocpcfuzz::MappedBytes>(data, size), {}, scan, false);
   oocpcfuzz::CheckScan(outcome, scan.get());
   return 0;
 }

@@ -6,7 +6,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size > (1u << 16)) return 0;
   std::unique_ptr<tarnhost::ScanFile> scan;
   const tarnhost::Outcome outcome =
-      tarnhost::OpenPly("scan.ply", std::make_shared<oocpcfuzz::MappedBytes>(data, size), scan);
+      tarnhost::OpenPly("scan.ply", std::make_shared<oocpcfuzz::MappedBytes>(data, size), {}, scan);
   oocpcfuzz::CheckScan(outcome, scan.get());
   return 0;
 }

@@ -24,7 +24,8 @@ forbid host/cloud 'host/(build|lod|select|render|synthesize)/'
 forbid host/lod 'host/(build|select|render|synthesize)/'
 forbid host/select 'host/(build|lod|render|synthesize)/'
 forbid host/render 'host/(build|synthesize)/'
-forbid host/repair 'host/(build|lod|select|render|synthesize)/'
+forbid host/build 'host/repair/'
+forbid host/repair 'host/(lod|select|render|synthesize)/'
 
 [ $failed -eq 0 ] && echo "layers: sound"
 exit $failed

@@ -26,14 +26,14 @@ show() {
 }
 
 if [ ${#scans[@]} -eq 0 ]; then
-  show synthesize -o demo/street.las --points 2000000
+  show synthesize -o demo/street.las --points 2000000 --overwrite
   scans=(demo/street.las)
 fi
 repository=demo/scan.tarn
 show import "${scans[@]}" -o "$repository" --overwrite
 show info "$repository" --schema --stats
 
-show render "$repository" -o demo/scan.png
+show render "$repository" -o demo/scan.png --overwrite
 
 # A sphere around the middle of the cloud, as wide as a tenth of it, for the second query.
 sphere=$("$tarn" info "$repository" --json | awk '
@@ -51,9 +51,8 @@ sphere=$("$tarn" info "$repository" --json | awk '
 
 show query "$repository" '#num{type=uint8_t}("classification", ==, 2)'
 show query "$repository" "#within{type=sphere}($sphere)"
-rm -f demo/selected.las
 show query "$repository" \
   "#and(#within{type=sphere}($sphere), #not(#num{type=uint8_t}(\"classification\", ==, 2)))" \
-  -o demo/selected.las
+  -o demo/selected.las --overwrite
 echo
 echo "picture: demo/scan.png, selected points: demo/selected.las"

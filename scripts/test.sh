@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: checks of the sources, the tests in an optimised build, under
-# the address and undefined-behaviour sanitizers, and under the thread sanitizer, and a short search
-# by each fuzz target.
+# the address and undefined-behaviour sanitizers, and under the thread sanitizer, a short search by
+# each fuzz target, and the tests for Windows under wine.
 #   scripts/test.sh [--quick]     --quick: only the optimised build
 # FUZZ_SECONDS (default 5) is the time of each fuzz target's search.
 set -euo pipefail
@@ -20,7 +20,7 @@ quietly() {
 
 build() {
   stage "building: $1"
-  quietly cmake --preset "$1"
+  quietly cmake --preset "$1" -DOOCPC_UNITY_TESTS=ON
   quietly cmake --build --preset "$1" -j "$(nproc)" "${@:2}"
 }
 
@@ -42,7 +42,7 @@ scripts/check-format.sh
 build release
 if [ "$quick" != --quick ]; then
   stage "clang-tidy"
-  scripts/check-tidy.sh build/release
+  scripts/check-tidy.sh
 
   build asan
   run_tests asan
@@ -64,6 +64,9 @@ if [ "$quick" != --quick ]; then
       "build/corpus/${target#fuzz_}" "fuzz/corpus/${target#fuzz_}"
   done
   echo "fuzzed: ${targets[*]}"
+
+  stage "Windows"
+  scripts/test-windows.sh
 fi
 
 # Last, so that its totals are the closing lines.

@@ -14,7 +14,8 @@ mkdir -p "$work/apt/lists/partial" "$prefix/include" "$prefix/bin" "$prefix/stam
 list_source_entries() {
   local release
   release=$(. /etc/os-release && echo "$VERSION_CODENAME")
-  find /etc/apt/sources.list /etc/apt/sources.list.d -name '*.list' 2>/dev/null | sort |
+  # Either place may be missing, which is no failure.
+  { find /etc/apt/sources.list /etc/apt/sources.list.d -name '*.list' 2>/dev/null || true; } | sort |
     xargs -r awk -v release="$release" '
       $1 == "deb" {
         options = ""; at = 2
@@ -22,7 +23,7 @@ list_source_entries() {
         if ($(at + 1) !~ "^" release "(-updates|-security)?$") next
         $1 = "deb-src"; print
       }'
-  find /etc/apt/sources.list.d -name '*.sources' 2>/dev/null | sort | while read -r file; do
+  { find /etc/apt/sources.list.d -name '*.sources' 2>/dev/null || true; } | sort | while read -r file; do
     { cat "$file"; echo; } | awk -v release="$release" '
       function flush(  i, j, m, n, suite, uri) {
         if (types ~ /(^| )deb( |$)/) {
@@ -91,12 +92,14 @@ build() {
 
 version_of() { dpkg-query -W -f '${source:Version}' "$1"; }
 
-# library NAME PACKAGE: does build_NAME when NAME is not there in the version of PACKAGE.
+# library NAME PACKAGE [FILE]: does build_NAME when NAME is not there in the version of PACKAGE, built
+# with FILE as it is now.
 library() {
-  local name=$1 version stamp
+  local name=$1 version state stamp
   version=$(version_of "$2")
+  state="$version${3:+ $(cksum <"$3")}"
   stamp=$prefix/stamps/$name
-  [ "$(cat "$stamp" 2>/dev/null)" != "$version" ] || return 0
+  [ "$(cat "$stamp" 2>/dev/null)" != "$state" ] || return 0
   echo "building for Windows: $name $version"
   rm -rf "${work:?}/build-$name"
   set +e  # in a condition, "set -e" would not hold within either
@@ -109,14 +112,21 @@ library() {
     exit 1
   fi
   rm -rf "${work:?}/build-$name" "${work:?}/$name" "${work:?}/fetched"
-  echo "$version" >"$stamp"
+  echo "$state" >"$stamp"
 }
 
 # Loads its allocator as "tbbmalloc.dll", and goes on without a word, but slowly, when there is no
 # file of that name.
 build_tbb() {
   unpack_source onetbb "$1"
-  build tbb "$work/onetbb" -DBUILD_SHARED_LIBS=ON -DTBB_TEST=OFF -DTBB_STRICT=OFF -DTBBMALLOC_PROXY_BUILD=OFF
+  # Unloading it leaves nothing of the compiler's runtime behind, as with our own DLLs.
+  local runtime=$work/WindowsRuntime.o call wrapped=
+  x86_64-w64-mingw32-g++-posix -std=c++20 -O2 -fno-exceptions -c cmake/WindowsRuntime.cpp -o "$runtime"
+  for call in $(sed -n 's/^set(OOCPC_RUNTIME_CALLS \(.*\))$/\1/p' cmake/WindowsRuntime.cmake); do
+    wrapped+=" -Wl,--wrap=__imp_$call"
+  done
+  build tbb "$work/onetbb" -DBUILD_SHARED_LIBS=ON -DTBB_TEST=OFF -DTBB_STRICT=OFF -DTBBMALLOC_PROXY_BUILD=OFF \
+    -DCMAKE_SHARED_LINKER_FLAGS="-static $runtime$wrapped"
   rm -rf "$work/onetbb"
   [ -f "$prefix/bin/tbb12.dll" ] && [ -f "$prefix/bin/tbbmalloc.dll" ]
 }
@@ -132,6 +142,10 @@ build_highway() {
 build_png() {
   unpack_source libpng1.6 "$1"
   build png "$work/libpng1.6" -DPNG_SHARED=OFF -DPNG_TESTS=OFF
+}
+build_pugixml() {
+  unpack_source pugixml "$1"
+  build pugixml "$work/pugixml"
 }
 build_googletest() {
   build googletest /usr/src/googletest -DBUILD_GMOCK=ON
@@ -150,8 +164,9 @@ build_headers() {
 }
 
 library headers libboost-dev
-library tbb libtbb-dev
+library tbb libtbb-dev cmake/WindowsRuntime.cpp
 library zstd libzstd-dev
 library highway libhwy-dev
 library png libpng-dev
+library pugixml libpugixml-dev
 library googletest googletest

@@ -83,7 +83,8 @@ void DescribeRange(ColumnType type, std::span<const std::uint8_t> values, BlockE
   }
 }
 
-bool IsPossibleRange(ColumnType type, const BlockEntry& entry) {
+bool IsPossibleRange(const BlockEntry& entry) {
+  const ColumnType type = entry.type;
   if (entry.hasNan && !IsFloatingPoint(type.value)) return false;
   for (std::size_t component = 0; component < entry.minimumBits.size(); ++component) {
     const std::uint64_t minimumBits = entry.minimumBits[component];

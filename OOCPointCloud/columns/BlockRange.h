@@ -10,6 +10,6 @@ void DescribeRange(ColumnType type, std::span<const std::uint8_t> values, BlockE
 
 /// False when the entry's minimum and maximum can't be those of a block of this type: out of the
 /// type's range, in the wrong order, NaN, or set for a component that the type does not have.
-[[nodiscard]] bool IsPossibleRange(ColumnType type, const BlockEntry& entry);
+[[nodiscard]] bool IsPossibleRange(const BlockEntry& entry);
 
 }  // namespace oocpc

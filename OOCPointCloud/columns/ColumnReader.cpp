@@ -34,8 +34,9 @@ HRESULT ColumnReader::GetBlockCount(std::uint64_t& count) {
   const HRESULT code = Open();
   if (Failed(code)) return code;
   const std::uint64_t bytes = table_->GetLength();
-  if (bytes % BlockEntry::kBytes != 0) return result::kBadRecord;
-  count = bytes / BlockEntry::kBytes;
+  const std::size_t recordBytes = BlockEntry::RecordBytes(type_);
+  if (bytes % recordBytes != 0) return result::kBadRecord;
+  count = bytes / recordBytes;
   return result::kOk;
 }
 
@@ -44,10 +45,16 @@ HRESULT ColumnReader::ReadEntry(std::uint64_t blockId, BlockEntry& entry) {
   HRESULT code = GetBlockCount(count);
   if (Failed(code)) return code;
   if (blockId >= count) return result::kIndexOutOfRange;
-  std::uint8_t record[BlockEntry::kBytes];
-  code = ReadExactly(*table_, blockId * BlockEntry::kBytes, record);
+  std::uint8_t bytes[BlockEntry::kMostBytes];
+  const auto record = std::span(bytes).first(BlockEntry::RecordBytes(type_));
+  code = ReadExactly(*table_, blockId * record.size(), record);
   if (Failed(code)) return code;
-  return BlockEntry::Decode(record, entry);
+  BlockEntry read;
+  code = BlockEntry::Decode(record, read);
+  if (Failed(code)) return code;
+  if (read.type != type_) return result::kBadRecord;
+  entry = read;
+  return result::kOk;
 }
 
 HRESULT ColumnReader::ReadBlock(std::uint64_t blockId, std::vector<std::uint8_t>& values) {
@@ -66,7 +73,7 @@ HRESULT ColumnReader::ReadBlock(const BlockEntry& entry, std::vector<std::uint8_
   std::span<const std::uint8_t> stored;
   const HRESULT code = ReadStored(entry, stored);
   if (Failed(code)) return code;
-  return DecodeBlock(type_, entry, stored, values);
+  return DecodeBlock(entry, stored, values);
 }
 
 HRESULT ColumnReader::FindBlock(std::uint64_t value, std::uint64_t& blockId, BlockEntry& entry) {

@@ -59,6 +59,16 @@ template <typename T>
   }
 }
 
+/// What WidenBits made of a component.
+template <typename T>
+[[nodiscard]] T NarrowBits(std::uint64_t bits) {
+  if constexpr (std::is_floating_point_v<T>) {
+    return static_cast<T>(std::bit_cast<double>(bits));
+  } else {
+    return static_cast<T>(bits);
+  }
+}
+
 /// The unsigned integer of as many bits as T, in which bit patterns are computed with.
 template <typename T>
 using PatternOf = std::conditional_t<

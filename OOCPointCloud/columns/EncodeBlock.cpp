@@ -91,15 +91,12 @@ Encoded EncodeHeavily(ColumnType type, Values values) {
   return zstd;
 }
 
-// What filters ask for most often should be fast to read before it is small.
-bool IsOftenFilteredBy(ColumnType type) {
-  return type.components == 1 && ComponentBytes(type.value) <= 2;
-}
-
-// A heavy encoding costs more to read, so it has to save something.
-bool IsWorthIt(ColumnType type, std::uint64_t heavyBytes, std::uint64_t lightBytes) {
-  if (heavyBytes == 0) return false;
-  return IsOftenFilteredBy(type) ? heavyBytes * 2 <= lightBytes : heavyBytes * 8 <= lightBytes * 7;
+/// The smallest heavy encoding, or nothing: it costs more to read, so it has to save something.
+Encoded EncodeHeavilyIfWorthIt(ColumnType type, Values values, std::uint64_t lightBytes) {
+  const std::uint64_t mostBytes = lightBytes - (lightBytes + 7) / 8;
+  Encoded heavy = EncodeHeavily(type, values);
+  if (heavy.bytes.size() > mostBytes) heavy.bytes.clear();
+  return heavy;
 }
 
 /// The smallest light encoding, and what it takes.
@@ -116,7 +113,7 @@ std::pair<BlockEncoding, std::uint64_t> ChooseLightEncoding(ColumnType type, Val
   return best;
 }
 
-void ChooseEncoding(ColumnType type, Values values, EncodedBlock& block) {
+void ChooseEncoding(ColumnType type, Values values, BlockEncodings allowed, EncodedBlock& block) {
   BlockEntry& entry = block.entry;
   const std::size_t valueBytes = ValueBytes(type);
   if (!values.empty() && AreAllEqual(values, valueBytes)) {
@@ -125,9 +122,9 @@ void ChooseEncoding(ColumnType type, Values values, EncodedBlock& block) {
     return;
   }
   const auto [light, lightBytes] = ChooseLightEncoding(type, values, entry);
-  if (!values.empty()) {
-    Encoded heavy = EncodeHeavily(type, values);
-    if (IsWorthIt(type, heavy.bytes.size(), lightBytes)) {
+  if (!values.empty() && allowed == BlockEncodings::kAll) {
+    Encoded heavy = EncodeHeavilyIfWorthIt(type, values, lightBytes);
+    if (!heavy.bytes.empty()) {
       entry.encoding = heavy.encoding;
       block.bytes = std::move(heavy.bytes);
       return;
@@ -145,14 +142,16 @@ void ChooseEncoding(ColumnType type, Values values, EncodedBlock& block) {
 
 }  // namespace
 
-EncodedBlock EncodeBlock(ColumnType type, std::span<const std::uint8_t> values) {
+EncodedBlock EncodeBlock(ColumnType type, std::span<const std::uint8_t> values,
+                         BlockEncodings allowed) {
   const std::size_t valueBytes = ValueBytes(type);
   assert(values.size() % valueBytes == 0);
   assert(values.size() / valueBytes <= kMaximumBlockValues);
   EncodedBlock block;
+  block.entry.type = type;
   block.entry.valueCount = static_cast<std::uint32_t>(values.size() / valueBytes);
   DescribeRange(type, values, block.entry);
-  ChooseEncoding(type, values, block);
+  ChooseEncoding(type, values, allowed, block);
   block.entry.storedBytes = static_cast<std::uint32_t>(block.bytes.size());
   block.entry.dataChecksum = Crc32c(block.bytes);
   return block;

@@ -118,22 +118,45 @@ struct EncodeBuffer {
   }
 };
 
-/// Finds and counts the tokens of a lane's numbers, and writes what they do not tell; gives the end
-/// of that.
+/// What a number's token does not tell.
 template <typename Number>
-std::uint8_t* Tokenize(std::span<const Number> numbers, std::uint8_t* tokens, TokenCounts& counts,
-                       std::uint8_t* bits) {
-  // Equal tokens often follow each other; counting in two tables they need not wait for each other.
-  std::array<std::array<std::uint32_t, TokenCounts::kTokens>, 2> counted{};
+std::uint64_t RawBitsOf(Number number, NumberToken token) {
+  return number & ((std::uint64_t{1} << token.rawBits) - 1);
+}
+
+/// Numbers below this have so few raw bits that those of two can be written at once.
+constexpr std::uint64_t kPairedNumbersEnd = std::uint64_t{1} << 31;
+
+/// Finds and counts the tokens of a lane's numbers, and writes what they do not tell; gives the end
+/// of that. `all` has the bits of all numbers.
+template <typename Number>
+std::uint8_t* Tokenize(std::span<const Number> numbers, std::uint64_t all, std::uint8_t* tokens,
+                       TurnCounts& counts, std::uint8_t* bits) {
   BitWriter writer(bits);
-  for (std::size_t i = 0; i < numbers.size(); ++i) {
+  std::size_t i = 0;
+  if (all < kOwnTokens) {  // which tell everything
+    for (; i < numbers.size(); ++i) {
+      tokens[i] = static_cast<std::uint8_t>(numbers[i]);
+      ++counts[i % 2][tokens[i]];
+    }
+  }
+  if (all < kPairedNumbersEnd) {
+    for (; i + 1 < numbers.size(); i += 2) {
+      const NumberToken first = TokenOf(numbers[i]);
+      const NumberToken second = TokenOf(numbers[i + 1]);
+      tokens[i] = first.token;
+      tokens[i + 1] = second.token;
+      ++counts[0][first.token];
+      ++counts[1][second.token];
+      writer.Put(RawBitsOf(numbers[i], first) | RawBitsOf(numbers[i + 1], second) << first.rawBits,
+                 static_cast<unsigned>(first.rawBits) + second.rawBits);
+    }
+  }
+  for (; i < numbers.size(); ++i) {
     const NumberToken token = TokenOf(numbers[i]);
     tokens[i] = token.token;
-    ++counted[i % 2][token.token];
-    writer.Put(numbers[i] & ((std::uint64_t{1} << token.rawBits) - 1), token.rawBits);
-  }
-  for (std::size_t token = 0; token < TokenCounts::kTokens; ++token) {
-    counts.counts[token] += counted[0][token] + counted[1][token];
+    ++counts[i % 2][token.token];
+    writer.Put(RawBitsOf(numbers[i], token), token.rawBits);
   }
   return writer.GetEnd();
 }
@@ -174,18 +197,12 @@ void AppendBytes(Bytes& out, const void* from, std::size_t bytes) {
   if (bytes > 0) std::memcpy(out.data() + at, from, bytes);
 }
 
-template <typename Number>
-bool AreCodable(std::span<const Number> numbers) {
-  Number all = 0;
-  for (const Number number : numbers) all |= number;
-  return all < kCodedNumbersEnd;
-}
-
 }  // namespace
 
 template <typename Number>
 bool EncodeNumbers(std::span<const Number> numbers, Bytes& out) {
-  if (!AreCodable(numbers)) return false;
+  const Number numberBits = BitsOf(numbers);
+  if (numberBits >= kCodedNumbersEnd) return false;
   thread_local EncodeBuffer buffer;
   buffer.Fit(numbers.size(), sizeof(Number));
   const std::size_t laneCount = LaneCount(numbers.size());
@@ -193,15 +210,14 @@ bool EncodeNumbers(std::span<const Number> numbers, Bytes& out) {
   std::array<std::size_t, kLanes> counts{};
   std::array<std::uint16_t*, kLanes> wordsEnd{};
   std::array<std::span<const std::uint8_t>, kLanes> bits;
-  TokenCounts tokenCounts;
-  tokenCounts.total = numbers.size();
+  TurnCounts turns{};
   std::uint8_t* nextBits = buffer.bits.data();
   for (std::size_t lane = 0; lane < laneCount; ++lane) {
     const std::size_t begin = LaneBegin(numbers.size(), laneCount, lane);
     const std::size_t end = LaneBegin(numbers.size(), laneCount, lane + 1);
     counts[lane] = end - begin;
-    std::uint8_t* const bitsEnd = Tokenize(numbers.subspan(begin, end - begin),
-                                           buffer.tokens.data() + begin, tokenCounts, nextBits);
+    std::uint8_t* const bitsEnd = Tokenize(numbers.subspan(begin, end - begin), numberBits,
+                                           buffer.tokens.data() + begin, turns, nextBits);
     bits[lane] = {nextBits, bitsEnd};
     nextBits = bitsEnd;
     // A word of its own before each lane's: the next word's place is written before it is needed.
@@ -209,6 +225,8 @@ bool EncodeNumbers(std::span<const Number> numbers, Bytes& out) {
     lanes[lane].token = buffer.tokens.data() + end;
     lanes[lane].word = wordsEnd[lane];
   }
+  TokenCounts tokenCounts;
+  AddTurns(turns, numbers.size(), tokenCounts);
   const TokenShares shares = TokenShares::Of(tokenCounts);
   EncodeLanes(std::span(lanes).first(laneCount), std::span(counts).first(laneCount),
               MakeCodes(shares));

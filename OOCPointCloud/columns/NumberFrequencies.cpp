@@ -2,21 +2,30 @@
 #include "OOCPointCloud/columns/NumberFrequencies.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 
 #include "OOCPointCloud/columns/NumberTokens.h"
 
 namespace oocpc {
 
+void AddTurns(const TurnCounts& turns, std::size_t numbers, TokenCounts& counts) {
+  for (std::size_t token = 0; token < TokenCounts::kTokens; ++token) {
+    counts.counts[token] += turns[0][token] + turns[1][token];
+  }
+  counts.total += numbers;
+}
+
 template <typename Number>
 bool TokenCounts::Add(std::span<const Number> numbers) {
-  for (const Number number : numbers) {
-    if (number >= kCodedNumbersEnd) return false;
-    const NumberToken token = TokenOf(number);
-    ++counts[token.token];
+  if (BitsOf(numbers) >= kCodedNumbersEnd) return false;
+  TurnCounts turns{};
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    const NumberToken token = TokenOf(numbers[i]);
+    ++turns[i % 2][token.token];
     rawBits += token.rawBits;
   }
-  total += numbers.size();
+  AddTurns(turns, numbers.size(), *this);
   return true;
 }
 

@@ -13,6 +13,21 @@ namespace oocpc {
 inline constexpr unsigned kShareBits = 12;
 inline constexpr std::uint32_t kShares = 1u << kShareBits;
 
+/// All bits that any of the numbers has.
+template <typename Number>
+[[nodiscard]] Number BitsOf(std::span<const Number> numbers) {
+  Number all = 0;
+  for (const Number number : numbers) all |= number;
+  return all;
+}
+
+/// How often each token turned up. Equal tokens often follow each other: counting them in two
+/// tables, in turn, they need not wait for each other.
+using TurnCounts = std::array<std::array<std::uint32_t, TokenCounts::kTokens>, 2>;
+
+/// Adds what was counted, but for `rawBits`, which turns do not tell.
+void AddTurns(const TurnCounts& turns, std::size_t numbers, TokenCounts& counts);
+
 /// The share of each token; every token that turns up has at least one, and all together kShares.
 struct TokenShares {
   std::array<std::uint16_t, TokenCounts::kTokens> shares{};

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <type_traits>
 
 #include "OOCPointCloud/columns/NumberCoding.h"
@@ -24,7 +25,7 @@ constexpr std::uint8_t kAll = kDifferences | kRelative;
 
 /// A transform is chosen by so many runs of neighbours.
 constexpr std::size_t kSampleRun = 128;
-constexpr std::size_t kSampleRuns = 16;
+constexpr std::size_t kSampleRuns = 8;
 constexpr std::size_t kHeadBytes = 2;
 
 /// Read as signed: small numbers of either sign become small numbers.
@@ -64,20 +65,23 @@ void MakeResiduals(const Planes& planes, std::size_t component, std::uint8_t how
            : fill([&](std::size_t i) { return x[i + 1] - x[i]; });
 }
 
+/// About what the residuals take; none when there are some that are too large to be coded.
 template <typename Planes>
-std::uint64_t EstimateOfSample(const Planes& planes, std::uint8_t how) {
+std::optional<std::uint64_t> EstimateOfSample(const Planes& planes, std::uint8_t how) {
   using Number = typename std::remove_cvref_t<decltype(planes.components[0])>::value_type;
   const std::size_t count = planes.components[0].size();
   std::uint64_t bytes = 0;
-  std::array<Number, kSampleRun> residuals;
+  std::array<Number, kSampleRuns * kSampleRun> residuals;
   for (std::size_t component = 0; component < planes.components.size(); ++component) {
-    TokenCounts counts;
+    std::size_t sampled = 0;
     for (std::size_t run = 0; run < kSampleRuns; ++run) {
       const std::size_t first = run * (count / kSampleRuns);
-      const auto part = std::span(residuals).first(std::min(kSampleRun, count - first));
-      MakeResiduals(planes, component, how, first, part);
-      if (!counts.Add(std::span<const Number>(part))) return ~std::uint64_t{0};
+      const std::size_t length = std::min(kSampleRun, count - first);
+      MakeResiduals(planes, component, how, first, std::span(residuals).subspan(sampled, length));
+      sampled += length;
     }
+    TokenCounts counts;
+    if (!counts.Add(std::span<const Number>(residuals).first(sampled))) return std::nullopt;
     bytes += counts.EstimateBytes(count);
   }
   return bytes;
@@ -86,14 +90,13 @@ std::uint64_t EstimateOfSample(const Planes& planes, std::uint8_t how) {
 template <typename Planes>
 std::uint8_t ChooseTransform(const Planes& planes) {
   std::uint8_t best = transform::kDifferences;
-  std::uint64_t bestBytes = ~std::uint64_t{0};
+  std::optional<std::uint64_t> bestBytes;
   for (std::uint8_t how = 0; how <= transform::kAll; ++how) {
     if ((how & transform::kRelative) != 0 && planes.components.size() != 3) continue;
-    const std::uint64_t bytes = EstimateOfSample(planes, how);
-    if (bytes < bestBytes) {
-      best = how;
-      bestBytes = bytes;
-    }
+    const std::optional<std::uint64_t> bytes = EstimateOfSample(planes, how);
+    if (!bytes || (bestBytes && *bytes >= *bestBytes)) continue;
+    best = how;
+    bestBytes = bytes;
   }
   return best;
 }

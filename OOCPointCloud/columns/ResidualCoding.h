@@ -3,6 +3,7 @@
 
 #include <OOCPointCloud/ColumnBlocks.h>
 
+#include <cstdint>
 #include <span>
 #include <vector>
 

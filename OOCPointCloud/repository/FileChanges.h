@@ -13,7 +13,4 @@ bool IsAllowed(const FileChange& change, HRESULT& answer, std::size_t* written =
 [[nodiscard]] HRESULT ExchangeInSteps(const std::filesystem::path& a,
                                       const std::filesystem::path& b);
 
-/// True of a folder, and not of a link to one.
-bool IsFolderItself(const std::filesystem::path& path);
-
 }  // namespace oocpc::detail

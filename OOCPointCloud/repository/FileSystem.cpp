@@ -3,6 +3,7 @@
 
 #include <OOCPointCloud/ResultCodes.h>
 
+#include <algorithm>
 #include <atomic>
 #include <utility>
 
@@ -46,6 +47,27 @@ AppendFile& AppendFile::operator=(AppendFile&& other) noexcept {
 
 AppendFile::~AppendFile() { Close(); }
 
+HRESULT AppendFile::Append(std::span<const std::uint8_t> bytes) {
+  HRESULT answer = result::kOk;
+  std::size_t torn = 0;
+  if (!IsAllowed({FileChange::Kind::kAppend, path_, {}, bytes}, answer, &torn)) {
+    bytes = bytes.first(std::min(torn, bytes.size()));
+  }
+  const HRESULT written = Write(bytes);
+  return Failed(written) ? written : answer;
+}
+
+HRESULT AppendFile::Truncate(std::uint64_t length) {
+  HRESULT answer = result::kOk;
+  const bool isAllowed = IsAllowed({FileChange::Kind::kTruncate, path_, {}, {}, length}, answer);
+  return isAllowed ? SetLength(length) : answer;
+}
+
+HRESULT AppendFile::Sync() {
+  HRESULT answer = result::kOk;
+  return IsAllowed({FileChange::Kind::kSync, path_, {}, {}}, answer) ? Flush() : answer;
+}
+
 FileLock::FileLock(FileLock&& other) noexcept : handle_(std::exchange(other.handle_, kClosed)) {}
 
 FileLock& FileLock::operator=(FileLock&& other) noexcept {
@@ -63,7 +85,7 @@ HRESULT MoveFolder(const std::filesystem::path& from, const std::filesystem::pat
 
 HRESULT ExchangeInSteps(const std::filesystem::path& a, const std::filesystem::path& b) {
   std::filesystem::path aside = a;
-  aside += ".aside";
+  aside += kAsideEnding;
   HRESULT code = ReplaceFile(b, aside);
   if (Failed(code)) return code;
   code = ReplaceFile(a, b);
@@ -75,7 +97,7 @@ HRESULT ExchangeInSteps(const std::filesystem::path& a, const std::filesystem::p
 
 HRESULT RemoveFolder(const std::filesystem::path& folder) {
   if (!IsNameTaken(folder)) return result::kOk;
-  if (IsFolderItself(folder)) {
+  if (GetOwnKind(folder) == FileKind::kFolder) {
     std::vector<std::filesystem::path> paths;
     const HRESULT listed = ListFolder(folder, paths);
     if (Failed(listed)) return listed;

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <span>
+#include <string_view>
 #include <vector>
 
 namespace oocpc::detail {
@@ -72,6 +73,10 @@ class OOCPOINTCLOUD_API AppendFile {
   [[nodiscard]] HRESULT Sync();
 
  private:
+  // What the system does, when the watcher lets it.
+  [[nodiscard]] HRESULT Write(std::span<const std::uint8_t> bytes);
+  [[nodiscard]] HRESULT SetLength(std::uint64_t length);
+  [[nodiscard]] HRESULT Flush();
   void Close();
 
   static constexpr std::intptr_t kClosed = -1;
@@ -117,7 +122,10 @@ class OOCPOINTCLOUD_API FileLock {
 /// Gives a folder another name, where nothing may be yet (kAlreadyExists).
 [[nodiscard]] OOCPOINTCLOUD_API HRESULT MoveFolder(const std::filesystem::path& from,
                                                    const std::filesystem::path& to);
-/// Lets two folders change their names in one step, or, where the system cannot do that, in three.
+/// What the name of a folder ends in that lies aside while two change their names.
+inline constexpr std::string_view kAsideEnding = ".aside";
+/// Lets two folders change their names in one step, or, where the system cannot do that, in three:
+/// `b` lies aside then, under the name of `a` with an ending, until `a` has taken its name.
 [[nodiscard]] OOCPOINTCLOUD_API HRESULT ExchangeFolders(const std::filesystem::path& a,
                                                         const std::filesystem::path& b);
 /// False where a folder does not move as long as a file in it is open, a lock's included.
@@ -131,6 +139,12 @@ inline constexpr bool kFoldersMoveWhileInUse = true;
 enum class FileKind { kNone, kFile, kFolder, kOther };
 /// kNone also of what the system will not tell of.
 [[nodiscard]] OOCPOINTCLOUD_API FileKind GetFileKind(const std::filesystem::path& path);
+/// The same of the name itself: a link is kOther.
+[[nodiscard]] OOCPOINTCLOUD_API FileKind GetOwnKind(const std::filesystem::path& path);
+/// The one path that all paths of a file or folder become: absolute, without links, and in the case
+/// in which the system keeps it. What is not there yet is taken as it is written.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT ResolvePath(const std::filesystem::path& path,
+                                                    std::filesystem::path& resolved);
 /// True of whatever bears that name, also of a link that leads nowhere.
 [[nodiscard]] OOCPOINTCLOUD_API bool IsNameTaken(const std::filesystem::path& path);
 /// Paths of everything in a folder, in no order.

@@ -30,6 +30,11 @@ auto Retry(Call call) {
   return answer;
 }
 
+FileKind KindOf(const struct stat& status) {
+  if (S_ISDIR(status.st_mode)) return FileKind::kFolder;
+  return S_ISREG(status.st_mode) ? FileKind::kFile : FileKind::kOther;
+}
+
 HRESULT Check(int answer) { return answer < 0 ? ResultFromErrno(errno) : result::kOk; }
 
 int Descriptor(std::intptr_t handle) { return static_cast<int>(handle); }
@@ -55,12 +60,7 @@ HRESULT AppendFile::Open(const std::filesystem::path& path, AppendFile& file) {
   return result::kOk;
 }
 
-HRESULT AppendFile::Append(std::span<const std::uint8_t> bytes) {
-  HRESULT answer = result::kOk;
-  std::size_t torn = 0;
-  if (!IsAllowed({Kind::kAppend, path_, {}, bytes}, answer, &torn)) {
-    bytes = bytes.first(std::min(torn, bytes.size()));
-  }
+HRESULT AppendFile::Write(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
     const std::size_t length = std::min(bytes.size(), kLargestWrite);
     const ssize_t written =
@@ -69,7 +69,7 @@ HRESULT AppendFile::Append(std::span<const std::uint8_t> bytes) {
     if (written == 0) return result::kIoError;  // otherwise this would go on for ever
     bytes = bytes.subspan(static_cast<std::size_t>(written));
   }
-  return answer;
+  return result::kOk;
 }
 
 HRESULT AppendFile::GetLength(std::uint64_t& length) const {
@@ -79,15 +79,11 @@ HRESULT AppendFile::GetLength(std::uint64_t& length) const {
   return result::kOk;
 }
 
-HRESULT AppendFile::Truncate(std::uint64_t length) {
-  HRESULT answer = result::kOk;
-  if (!IsAllowed({Kind::kTruncate, path_, {}, {}, length}, answer)) return answer;
+HRESULT AppendFile::SetLength(std::uint64_t length) {
   return Check(Retry([&] { return ::ftruncate(Descriptor(handle_), static_cast<off_t>(length)); }));
 }
 
-HRESULT AppendFile::Sync() {
-  HRESULT answer = result::kOk;
-  if (!IsAllowed({Kind::kSync, path_, {}, {}}, answer)) return answer;
+HRESULT AppendFile::Flush() {
   return Check(Retry([&] { return ::fsync(Descriptor(handle_)); }));
 }
 
@@ -196,19 +192,24 @@ HRESULT RemoveFile(const std::filesystem::path& path) {
 
 FileKind GetFileKind(const std::filesystem::path& path) {
   struct stat status {};
-  if (::stat(path.c_str(), &status) != 0) return FileKind::kNone;
-  if (S_ISDIR(status.st_mode)) return FileKind::kFolder;
-  return S_ISREG(status.st_mode) ? FileKind::kFile : FileKind::kOther;
+  return ::stat(path.c_str(), &status) == 0 ? KindOf(status) : FileKind::kNone;
+}
+
+FileKind GetOwnKind(const std::filesystem::path& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 ? KindOf(status) : FileKind::kNone;
+}
+
+HRESULT ResolvePath(const std::filesystem::path& path, std::filesystem::path& resolved) {
+  std::error_code error;
+  const std::filesystem::path full = std::filesystem::absolute(path, error);
+  if (!error) resolved = std::filesystem::weakly_canonical(full, error);
+  return error ? ResultFromErrno(error.value()) : result::kOk;
 }
 
 bool IsNameTaken(const std::filesystem::path& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0;
-}
-
-bool IsFolderItself(const std::filesystem::path& path) {
-  struct stat status {};
-  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 HRESULT ListFolder(const std::filesystem::path& folder, std::vector<std::filesystem::path>& paths) {

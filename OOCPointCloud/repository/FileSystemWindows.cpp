@@ -61,6 +61,22 @@ bool IsSameFile(const Handle& a, const Handle& b) {
          first.nFileIndexLow == second.nFileIndexLow;
 }
 
+// Without the prefix that long paths have.
+std::wstring PlainPath(const std::wstring& path) {
+  if (path.starts_with(L"\\\\?\\UNC\\")) return L"\\\\" + path.substr(8);
+  return path.starts_with(L"\\\\?\\") ? path.substr(4) : path;
+}
+
+// The system's own name for what is open; not every file system tells it.
+std::wstring FinalPath(const Handle& file, const std::wstring& path) {
+  std::wstring name(1u << 15, L'\0');  // the longest that there are
+  const DWORD length = ::GetFinalPathNameByHandleW(
+      file.Get(), name.data(), static_cast<DWORD>(name.size()), FILE_NAME_NORMALIZED);
+  if (length == 0 || length >= name.size()) return PlainPath(path);
+  name.resize(length);
+  return PlainPath(name);
+}
+
 // Renames as other systems do: also what is open, and over what is open. Not every file system can.
 bool RenameOpen(const Handle& file, const std::wstring& target) {
   // Of an API level above the one that is built for, hence the numbers: FileRenameInfoEx, and
@@ -108,12 +124,7 @@ HRESULT AppendFile::Open(const std::filesystem::path& path, AppendFile& file) {
   return result::kOk;
 }
 
-HRESULT AppendFile::Append(std::span<const std::uint8_t> bytes) {
-  HRESULT answer = result::kOk;
-  std::size_t torn = 0;
-  if (!IsAllowed({Kind::kAppend, path_, {}, bytes}, answer, &torn)) {
-    bytes = bytes.first(std::min(torn, bytes.size()));
-  }
+HRESULT AppendFile::Write(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
     OVERLAPPED end{};  // this offset stands for the end of the file
     end.Offset = end.OffsetHigh = 0xFFFFFFFF;
@@ -126,7 +137,7 @@ HRESULT AppendFile::Append(std::span<const std::uint8_t> bytes) {
     if (written == 0) return result::kIoError;  // otherwise this would go on for ever
     bytes = bytes.subspan(written);
   }
-  return answer;
+  return result::kOk;
 }
 
 HRESULT AppendFile::GetLength(std::uint64_t& length) const {
@@ -136,20 +147,14 @@ HRESULT AppendFile::GetLength(std::uint64_t& length) const {
   return result::kOk;
 }
 
-HRESULT AppendFile::Truncate(std::uint64_t length) {
-  HRESULT answer = result::kOk;
-  if (!IsAllowed({Kind::kTruncate, path_, {}, {}, length}, answer)) return answer;
+HRESULT AppendFile::SetLength(std::uint64_t length) {
   FILE_END_OF_FILE_INFO end;
   end.EndOfFile.QuadPart = static_cast<LONGLONG>(length);
   return Check(
       ::SetFileInformationByHandle(HandleOf(handle_), FileEndOfFileInfo, &end, sizeof(end)));
 }
 
-HRESULT AppendFile::Sync() {
-  HRESULT answer = result::kOk;
-  if (!IsAllowed({Kind::kSync, path_, {}, {}}, answer)) return answer;
-  return Check(::FlushFileBuffers(HandleOf(handle_)));
-}
+HRESULT AppendFile::Flush() { return Check(::FlushFileBuffers(HandleOf(handle_))); }
 
 FileLock::~FileLock() {
   if (handle_ != kClosed) ::CloseHandle(HandleOf(handle_));
@@ -293,9 +298,29 @@ bool IsNameTaken(const std::filesystem::path& path) {
   return AttributesOf(path) != INVALID_FILE_ATTRIBUTES;
 }
 
-bool IsFolderItself(const std::filesystem::path& path) {
+FileKind GetOwnKind(const std::filesystem::path& path) {
   const DWORD attributes = AttributesOf(path);
-  return IsFolder(attributes) && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0;
+  return attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0
+             ? GetFileKind(path)
+             : FileKind::kOther;
+}
+
+HRESULT ResolvePath(const std::filesystem::path& path, std::filesystem::path& resolved) {
+  std::wstring there = windows::FullSystemPath(path);
+  std::wstring rest;
+  while (true) {
+    const Handle opened =
+        windows::Open(there, FILE_READ_ATTRIBUTES, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    if (opened.IsOpen()) {
+      resolved = std::filesystem::path(FinalPath(opened, there)) / rest;
+      return result::kOk;
+    }
+    const DWORD error = ::GetLastError();
+    const std::size_t separator = there.find_last_of(L'\\', there.size() - 2);
+    if (!IsMissing(error) || separator == std::wstring::npos) return ResultFromWindowsError(error);
+    rest.insert(0, there, separator + 1);
+    there.resize(separator + 1);
+  }
 }
 
 HRESULT ListFolder(const std::filesystem::path& folder, std::vector<std::filesystem::path>& paths) {

@@ -55,12 +55,19 @@ HRESULT MapDescriptor(int descriptor, std::shared_ptr<const OOCPCByteSource>& by
 
 }  // namespace
 
-void OOCPCForgetPages(std::span<const std::uint8_t> mapped) {
+void OOCPCForgetPages(std::span<const std::uint8_t> mapped, OOCPCNextUse next) {
   const auto page = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
   // Pages that reach beyond the part may be in use elsewhere.
   const auto begin = (reinterpret_cast<std::uintptr_t>(mapped.data()) + page - 1) / page * page;
   const auto end = reinterpret_cast<std::uintptr_t>(mapped.data() + mapped.size()) / page * page;
-  if (begin < end) ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+  if (begin >= end) return;
+  void* const pages = reinterpret_cast<void*>(begin);
+#if defined(MADV_COLD)
+  if (next == OOCPCNextUse::kUnlikely) ::madvise(pages, end - begin, MADV_COLD);
+#else
+  static_cast<void>(next);
+#endif
+  ::madvise(pages, end - begin, MADV_DONTNEED);
 }
 
 HRESULT OOCPCMapFile(const std::filesystem::path& file,

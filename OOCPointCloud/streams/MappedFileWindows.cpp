@@ -85,7 +85,7 @@ HRESULT Map(const Handle& file, std::uint64_t length,
 
 }  // namespace
 
-void OOCPCForgetPages(std::span<const std::uint8_t> mapped) {
+void OOCPCForgetPages(std::span<const std::uint8_t> mapped, OOCPCNextUse /*next*/) {
   constexpr std::uintptr_t kPage = 4096;
   // Pages that reach beyond the part may be in use elsewhere.
   const auto begin = (reinterpret_cast<std::uintptr_t>(mapped.data()) + kPage - 1) / kPage * kPage;

@@ -8,6 +8,10 @@ namespace {
 
 constexpr const char* kAskOtherCopy =
     "check the disk and take the repository from a backup or import it again";
+constexpr const char* kAskRepair =
+    "tarn verify tells what is damaged, and tarn repair brings back what is intact; the rest has "
+    "to "
+    "come from a backup, or be imported again";
 constexpr const char* kReportDefect =
     "this is a defect of the calling program; please report it with the steps that led to it";
 constexpr const char* kFreeMemory = "close other programs or use a machine with more memory";
@@ -24,11 +28,12 @@ constexpr ResultCodeInfo kInfos[] = {
      "check the query text or the arguments of the call"},
 
     {result::kChunkPayloadShort, "kChunkPayloadShort",
-     "the repository's main stream ends in the middle of a chunk", kAskOtherCopy},
+     "the repository's main stream ends in the middle of a chunk", kAskRepair},
     {result::kNoRepository, "kNoRepository", "no data repository is attached", kAttachFirst},
     {result::kBadHeader, "kBadHeader",
      "this is not a point-cloud repository, or it is of a newer format version",
-     "check the path, or open it with a newer version of this program"},
+     "check the path, or open it with a newer version of this program; if the main stream was "
+     "damaged, tarn repair brings it back from its copy"},
     {result::kNullContainer, "kNullContainer", "a null container was given to the registry",
      kReportDefect},
     {result::kContainerSlotTaken, "kContainerSlotTaken",
@@ -68,19 +73,19 @@ constexpr ResultCodeInfo kInfos[] = {
      "the background thread that loads nodes could not be started",
      "close other programs and try again"},
     {result::kLodShortRead, "kLodShortRead",
-     "the level of detail ends before a header or node record is complete", kAskOtherCopy},
+     "the level of detail ends before a header or node record is complete", kAskRepair},
     {result::kLodStreamUnusable, "kLodStreamUnusable",
-     "the stream of the level of detail was opened but cannot be read", kAskOtherCopy},
+     "the stream of the level of detail was opened but cannot be read", kAskRepair},
     {result::kLodNoRepository, "kLodNoRepository",
      "the level-of-detail cache has no repository to read from", kAttachFirst},
     {result::kLodNodeNotFound, "kLodNodeNotFound", "there is no such level-of-detail node",
      "ask for a level and index that the iteration has"},
     {result::kLodLengthMismatch, "kLodLengthMismatch",
-     "a level-of-detail block is not as long as its header states", kAskOtherCopy},
+     "a level-of-detail block is not as long as its header states", kAskRepair},
     {result::kLodBadVersion, "kLodBadVersion",
      "the level of detail is of a format version that is not known", kNewerProgram},
     {result::kLodPayloadTooLong, "kLodPayloadTooLong",
-     "a level-of-detail block states more than 4 GiB of payload", kAskOtherCopy},
+     "a level-of-detail block states more than 4 GiB of payload", kAskRepair},
     {result::kLodNoOwner, "kLodNoOwner", "the level-of-detail cache belongs to no point cloud",
      kReportDefect},
     {result::kLodContainerMissing, "kLodContainerMissing",
@@ -98,9 +103,13 @@ constexpr ResultCodeInfo kInfos[] = {
      "the point cloud has no octree accelerator", kAttachFirst},
 
     {result::kStreamMissing, "kStreamMissing", "a file of the repository is missing",
-     "copy the repository again with all its files, or take it from a backup"},
+     "copy the repository again with all its files; where the file is lost, tarn verify tells what "
+     "is "
+     "damaged, and tarn repair brings back what is intact"},
     {result::kStreamShort, "kStreamShort", "a file of the repository is shorter than it must be",
-     "copy the repository again, or take it from a backup"},
+     "copy the repository again; where the rest is lost, tarn verify tells what is damaged, and "
+     "tarn "
+     "repair brings back what is intact"},
     {result::kIoError, "kIoError", "the system could not read or write a file",
      "check that the disk is connected and sound, and that the path leads to what you expect"},
     {result::kNoSpace, "kNoSpace", "the disk is full or the quota is used up",
@@ -112,12 +121,12 @@ constexpr ResultCodeInfo kInfos[] = {
     {result::kAlreadyExists, "kAlreadyExists", "there already is something at that place",
      "choose another name, or move what is there out of the way"},
     {result::kSeekOutOfRange, "kSeekOutOfRange",
-     "a position behind the end of a stream was asked for", kAskOtherCopy},
+     "a position behind the end of a stream was asked for", kAskRepair},
     {result::kBadStreamName, "kBadStreamName", "that is not a name that a stream can have",
      "use 1 to 64 of the letters A to Z and a to z, digits and underscores, and not the word main"},
-    {result::kBadRecord, "kBadRecord", "a stored record contradicts itself", kAskOtherCopy},
+    {result::kBadRecord, "kBadRecord", "a stored record contradicts itself", kAskRepair},
     {result::kChecksumMismatch, "kChecksumMismatch",
-     "stored bytes were altered after they were written", kAskOtherCopy},
+     "stored bytes were altered after they were written", kAskRepair},
     {result::kUnknownVersion, "kUnknownVersion", "a stored record was written by a newer program",
      kNewerProgram},
     {result::kIndexOutOfRange, "kIndexOutOfRange", "there is no such node, block or iteration",
@@ -125,13 +134,13 @@ constexpr ResultCodeInfo kInfos[] = {
     {result::kUnknownEncoding, "kUnknownEncoding",
      "a block of values is stored in an encoding that this version does not know", kNewerProgram},
     {result::kNoRepositoryInformation, "kNoRepositoryInformation",
-     "the repository's main stream does not state what belongs to it", kAskOtherCopy},
+     "the repository's main stream does not state what belongs to it", kAskRepair},
     {result::kCatalogueMismatch, "kCatalogueMismatch",
-     "the repository's main stream was altered after it was written", kAskOtherCopy},
+     "the repository's main stream was altered after it was written", kAskRepair},
     {result::kBeingWritten, "kBeingWritten", "another program is writing to the repository",
      "wait until it is done, then try again"},
     {result::kStringNotFound, "kStringNotFound",
-     "a value refers to a text that the repository's dictionary does not hold", kAskOtherCopy},
+     "a value refers to a text that the repository's dictionary does not hold", kAskRepair},
     {result::kScanNotRecognised, "kScanNotRecognised", "the file is not a scan of a known format",
      "give a LAS, LAZ, PLY, PCD, E57 or text file"},
     {result::kScanTruncated, "kScanTruncated", "the scan ends before all its points are there",

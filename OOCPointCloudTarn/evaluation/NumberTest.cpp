@@ -9,14 +9,19 @@ namespace tarn {
 
 namespace {
 
+constexpr unsigned kNeither = 1u << 0;
+constexpr unsigned kGreater = 1u << 1;
+constexpr unsigned kLess = 1u << 2;
+constexpr unsigned kEqual = 1u << 3;
+
 /// The ways that each comparison holds for, by its code.
 constexpr std::array<std::uint8_t, 6> kWays{
-    1u << 2,                      // equal
-    1u << 4,                      // greater
-    1u << 4 | 1u << 2,            // greater or equal
-    1u << 1,                      // less
-    1u << 1 | 1u << 2,            // less or equal
-    1u << 0 | 1u << 1 | 1u << 4,  // not equal, which a NaN is to everything
+    kEqual,
+    kGreater,
+    kGreater | kEqual,
+    kLess,
+    kLess | kEqual,
+    kNeither | kGreater | kLess,  // not equal, which a NaN is to everything
 };
 
 }  // namespace
@@ -28,13 +33,11 @@ bool NumberTest::Take(const OOCPCIQuery& query) {
   using Value = typename Query::Value;
   query_ = &query;
   ways_ = kWays[static_cast<std::size_t>(Query::kCode)];
-  if constexpr (std::floating_point<Value>) {
-    type_ = std::same_as<Value, float> ? Type::kFloat : Type::kDouble;
-    number_ = comparison->GetValue();
-  } else {
-    type_ = std::same_as<Value, std::uint8_t> ? Type::kUInt8 : Type::kInt32;
-    integer_ = comparison->GetValue();
-  }
+  number_ = static_cast<double>(comparison->GetValue());
+  if constexpr (std::same_as<Value, std::uint8_t>) type_ = Type::kUInt8;
+  if constexpr (std::same_as<Value, std::int32_t>) type_ = Type::kInt32;
+  if constexpr (std::same_as<Value, float>) type_ = Type::kFloat;
+  if constexpr (std::same_as<Value, double>) type_ = Type::kDouble;
   return true;
 }
 

@@ -18,23 +18,17 @@ class NumberTest {
   static NumberTest Of(const OOCPCIQuery& query, unsigned offsetBytes);
 
   /// Whether this says what the query says.
-  [[nodiscard]] bool IsOf(const OOCPCIQuery* query) const { return query == query_; }
+  [[nodiscard]] bool IsOf(const OOCPCIQuery* query) const {
+    return query == query_ && query != nullptr;
+  }
 
-  /// As the query's Satisfy() of the number in a record, which may have any alignment.
+  /// As the query's Satisfy() of the number in a record, which may have any alignment. Takes no
+  /// branch on the number.
   [[nodiscard]] bool Holds(const char* record) const {
-    const char* const value = record + offset_;
-    switch (type_) {
-      case Type::kUInt8:
-        return Holds(oocpc::LoadLittleEndian<std::uint8_t>(value),
-                     static_cast<std::uint8_t>(integer_));
-      case Type::kInt32:
-        return Holds(oocpc::LoadLittleEndian<std::int32_t>(value), integer_);
-      case Type::kFloat:
-        return Holds(oocpc::LoadLittleEndian<float>(value), static_cast<float>(number_));
-      case Type::kDouble:
-        return Holds(oocpc::LoadLittleEndian<double>(value), number_);
-    }
-    return false;
+    // Two numbers lie in one of four ways to each other: with a NaN, neither of these holds.
+    const double number = Load(record + offset_);
+    const unsigned way = (number >= number_ ? 1u : 0u) + (number <= number_ ? 2u : 0u);
+    return (ways_ >> way & 1u) != 0;
   }
 
  private:
@@ -43,20 +37,26 @@ class NumberTest {
   template <typename Query>
   bool Take(const OOCPCIQuery& query);
 
-  /// Two numbers lie in one of four ways to each other: with a NaN, none of the three.
-  template <typename T>
-  [[nodiscard]] bool Holds(T left, T right) const {
-    const unsigned way =
-        (left < right ? 1u : 0u) | (left == right ? 2u : 0u) | (left > right ? 4u : 0u);
-    return (ways_ >> way & 1u) != 0;
+  /// Numbers of all four types are doubles, too, and compare alike as such.
+  [[nodiscard]] double Load(const char* value) const {
+    switch (type_) {
+      case Type::kUInt8:
+        return oocpc::LoadLittleEndian<std::uint8_t>(value);
+      case Type::kInt32:
+        return oocpc::LoadLittleEndian<std::int32_t>(value);
+      case Type::kFloat:
+        return static_cast<double>(oocpc::LoadLittleEndian<float>(value));
+      case Type::kDouble:
+        break;
+    }
+    return oocpc::LoadLittleEndian<double>(value);
   }
 
   const OOCPCIQuery* query_ = nullptr;
   unsigned offset_ = 0;  ///< in bytes from the start of a record
   Type type_ = Type::kUInt8;
   std::uint8_t ways_ = 0;  ///< bit w: the comparison holds for way w
-  std::int32_t integer_ = 0;
-  double number_ = 0;  ///< a float constant, too: every float is a double
+  double number_ = 0;
 };
 
 }  // namespace tarn

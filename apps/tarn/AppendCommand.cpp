@@ -8,22 +8,21 @@ namespace tarnapp {
 
 namespace {
 
-int Run(BuildArguments& arguments) {
+int RunAppend(BuildArguments& arguments) {
   FillOptions(arguments);
   tarnhost::ImportReport report;
   const tarnhost::Outcome outcome = tarnhost::AppendScans(arguments.options, report);
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
-  PrintNotices(arguments, report);
   if (arguments.quiet) return kDone;
   if (report.pointCount == 0) {
     std::printf("no points to append: %s is as it was\n", arguments.repository.c_str());
     return kDone;
   }
-  std::printf("%s points from %s appended to %s as iteration %llu (%s, %s nodes)\n",
-              Grouped(report.pointCount).c_str(), ScansText(report).c_str(),
+  std::printf("%s from %s appended to %s as iteration %llu (%s, %s)\n",
+              Counted(report.pointCount, "point").c_str(), ScansText(report).c_str(),
               arguments.repository.c_str(), static_cast<unsigned long long>(report.iteration),
-              Bytes(report.storedBytes).c_str(), Grouped(report.nodeCount).c_str());
+              Bytes(report.storedBytes).c_str(), Counted(report.nodeCount, "node").c_str());
   return kDone;
 }
 
@@ -45,7 +44,8 @@ void AddAppend(CLI::App& app, Action& action) {
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   AddScans(*command, *arguments);
   AddBuildOptions(*command, *arguments);
-  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
+  command->callback(
+      [arguments, &action] { action = [arguments] { return RunAppend(*arguments); }; });
 }
 
 }  // namespace tarnapp

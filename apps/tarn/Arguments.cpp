@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "apps/tarn/Messages.h"
+
 namespace tarnapp {
 
 CLI::Validator IsNotEmpty() {
@@ -37,6 +39,39 @@ CLI::Validator IsWholeNumber() {
           ""};
 }
 
+namespace {
+
+bool ParseCount(std::string_view text, std::uint64_t& count) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, count);
+  if (error != std::errc() || end - stop > 1) return false;
+  if (stop == end) return true;
+  std::uint64_t unit = 1;
+  for (const char letter : std::string_view("kmg")) {
+    unit *= 1000;
+    if (std::tolower(static_cast<unsigned char>(*stop)) != letter) continue;
+    if (count > ~std::uint64_t{0} / unit) return false;
+    count *= unit;
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+CLI::Validator IsCount(std::uint64_t least) {
+  return {[least](std::string& text) {
+            std::uint64_t count = 0;
+            if (!ParseCount(text, count) || count < least) {
+              return "\"" + text + "\" is no number such as 500000, 800k or 3M, from " +
+                     std::to_string(least) + " on";
+            }
+            text = std::to_string(count);
+            return std::string();
+          },
+          ""};
+}
+
 CLI::Validator IsAboveZero() {
   return {[](const std::string& text) {
             double number = 0;
@@ -47,6 +82,24 @@ CLI::Validator IsAboveZero() {
                        : "\"" + text + "\" is not a number above 0";
           },
           ""};
+}
+
+CLI::Option* AddOverwriteOption(CLI::App& command, bool& overwrite) {
+  return command.add_flag("--overwrite", overwrite, "Replace a file that is there");
+}
+
+CLI::Validator IsSeparator() {
+  return {[](const std::string& text) {
+            const bool isOne = text.size() == 1 && text != "\n" && text != "\r" && text != "\"";
+            return isOne || text == "tab" || text == "space"
+                       ? std::string()
+                       : "\"" + text + "\" is no separator: one character, tab or space";
+          },
+          ""};
+}
+
+char SeparatorOf(std::string_view text) {
+  return text == "tab" ? '\t' : text == "space" ? ' ' : text.front();
 }
 
 bool ParseSize(std::string_view text, std::uint64_t& bytes) {
@@ -143,11 +196,14 @@ void AddMemoryOption(CLI::App& command, std::string& memory) {
       ->check(IsSize());
 }
 
-std::uint64_t MemoryToUse(std::string_view memory) {
+std::uint64_t MemoryToUse(const std::string& memory, bool quiet) {
   // With less, what is kept of the pieces would take more than the pieces.
   constexpr std::uint64_t kLeastMemory = 256u << 20;
   std::uint64_t bytes = 0;
-  return ParseSize(memory, bytes) ? std::max(bytes, kLeastMemory) : 0;
+  if (!ParseSize(memory, bytes)) return 0;
+  if (bytes >= kLeastMemory) return bytes;
+  if (!quiet) ReportNote("--memory " + memory + " is less than is needed: up to 256M are used");
+  return kLeastMemory;
 }
 
 }  // namespace tarnapp

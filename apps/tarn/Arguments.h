@@ -16,6 +16,10 @@ CLI::Validator IsNotEmpty();
 CLI::Validator IsNamed();
 /// Refuses what is no natural number of 64 bits, a sign included.
 CLI::Validator IsWholeNumber();
+/// Takes a count such as 500000, 800k or 3M and puts the plain number in its place: k, M and G, in
+/// either letter case, are thousands, millions and billions. Refuses others, and less than
+/// `least`.
+CLI::Validator IsCount(std::uint64_t least = 0);
 /// Refuses a file name with another ending: a slip, at worst the name of a repository's own file.
 /// `endings` are lower case; letter case does not matter.
 CLI::Validator EndsIn(const std::vector<std::string>& endings);
@@ -44,10 +48,17 @@ CLI::Validator IsSize();
 CLI::Validator IsTime();
 /// Such a time in microseconds since 1970 UTC. False when it is none, for instance empty.
 bool ParseTime(std::string_view text, std::uint64_t& microseconds);
+/// Adds --overwrite, for a file.
+CLI::Option* AddOverwriteOption(CLI::App& command, bool& overwrite);
+/// Refuses what is no separator: one character, or "tab" or "space".
+CLI::Validator IsSeparator();
+/// The character of such a separator.
+char SeparatorOf(std::string_view text);
 /// Adds --memory.
 void AddMemoryOption(CLI::App& command, std::string& memory);
-/// What --memory asks for in bytes, at least what building takes; 0 when it was not given.
-std::uint64_t MemoryToUse(std::string_view memory);
+/// What --memory asks for in bytes; 0 when it was not given. What is too little becomes the least
+/// that is needed, with a note unless `quiet`.
+std::uint64_t MemoryToUse(const std::string& memory, bool quiet);
 /// The bytes of such a number: units are powers of 1024. False when it is none.
 bool ParseSize(std::string_view text, std::uint64_t& bytes);
 

@@ -24,15 +24,16 @@ void AddScanOptions(CLI::App& command, tarnhost::ScanOptions& options) {
                   "Names of a text's columns: x,y,z,intensity,… with - for one to leave out; by\n"
                   "default, as its first line says")
       ->delimiter(',');
+  command
+      .add_option_function<std::string>(
+          "--separator",
+          [&options](const std::string& text) { options.separator = SeparatorOf(text); },
+          "Between the words of a text: one character, or tab, or space for any blanks; by "
+          "default\n"
+          "a semicolon, tab, comma or | that all lines have, else blanks")
+      ->check(IsSeparator());
   command.add_option("--skip", options.skipLines, "Lines to skip at the start of a text")
-      ->check(IsWholeNumber());
-}
-
-void PrintNotices(const BuildArguments& arguments, const tarnhost::ImportReport& report) {
-  if (arguments.quiet) return;
-  for (const std::string& notice : report.notices) {
-    std::fprintf(stderr, "note: %s\n", notice.c_str());
-  }
+      ->transform(IsCount());
 }
 
 void AddBuildOptions(CLI::App& command, BuildArguments& arguments) {
@@ -49,17 +50,18 @@ void FillOptions(BuildArguments& arguments) {
   tarnhost::ImportOptions& options = arguments.options;
   for (const std::string& scan : arguments.scans) options.inputs.push_back(tarnhost::PathOf(scan));
   options.output = tarnhost::PathOf(arguments.repository);
-  options.memoryBytes = MemoryToUse(arguments.memory);
+  options.memoryBytes = MemoryToUse(arguments.memory, arguments.quiet);
   std::uint64_t time = 0;
   if (ParseTime(arguments.time, time)) options.timePoint = time;
   options.progress = ShowProgress(arguments.quiet);
-  options.warning = [](const std::string& text) { ReportWarning(text); };
+  if (!arguments.quiet) {
+    options.notice = [](const std::string& text) { ReportNote(text); };
+  }
   options.temporaryNotice = ShowTemporaryDisk(arguments.quiet);
 }
 
 std::string ScansText(const tarnhost::ImportReport& report) {
-  return Grouped(report.scanCount) + (report.scanCount == 1 ? " scan (" : " scans (") +
-         Bytes(report.sourceBytes) + ")";
+  return Counted(report.scanCount, "scan") + " (" + Bytes(report.sourceBytes) + ")";
 }
 
 }  // namespace tarnapp

@@ -20,10 +20,8 @@ struct BuildArguments {
 
 /// Adds the scans. `arguments` has to outlive the parsing.
 void AddScans(CLI::App& command, BuildArguments& arguments);
-/// Adds --columns and --skip.
+/// Adds --columns, --separator and --skip.
 void AddScanOptions(CLI::App& command, tarnhost::ScanOptions& options);
-/// Prints what the user should know of how scans were read, unless quiet.
-void PrintNotices(const BuildArguments& arguments, const tarnhost::ImportReport& report);
 /// Adds --memory, --time and --quiet.
 void AddBuildOptions(CLI::App& command, BuildArguments& arguments);
 /// Puts what was parsed into the options.

@@ -13,6 +13,9 @@ std::vector<std::string> GetArguments(int argc, const char* const* argv);
 /// error like any other.
 void PrepareConsole();
 
+/// Whether standard output is a pipe whose reader is gone, to be asked after a failed write.
+bool IsOutputAbandoned();
+
 /// True when standard error is a terminal, on which a line can be rewritten.
 bool IsTerminal();
 

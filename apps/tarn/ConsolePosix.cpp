@@ -1,6 +1,7 @@
 // The console on POSIX systems.
 #if !defined(_WIN32)
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +24,12 @@ std::vector<std::string> GetArguments(int argc, const char* const* argv) {
 }
 
 void PrepareConsole() { std::signal(SIGPIPE, SIG_IGN); }
+
+// Asked of the system, as the error of the write that failed may be long past.
+bool IsOutputAbandoned() {
+  pollfd output{STDOUT_FILENO, POLLOUT, 0};
+  return ::poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP)) != 0;
+}
 
 bool IsTerminal() { return ::isatty(STDERR_FILENO) != 0; }
 

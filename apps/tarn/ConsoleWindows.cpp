@@ -58,6 +58,11 @@ void PrepareConsole() {
   }
 }
 
+// A pipe is never full: nothing else than that can be wrong with it.
+bool IsOutputAbandoned() {
+  return ::GetFileType(::GetStdHandle(STD_OUTPUT_HANDLE)) == FILE_TYPE_PIPE;
+}
+
 bool IsTerminal() { return ::_isatty(::_fileno(stderr)) != 0; }
 
 void CallOnInterrupt(void (*function)()) {

@@ -5,6 +5,7 @@
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Export.h"
+#include "host/common/OutputFile.h"
 #include "host/common/System.h"
 #include "host/formats/laz/CopcWriter.h"
 #include "host/lod/ExportCopc.h"
@@ -14,38 +15,41 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct ExportArguments {
   std::string repository;
   std::string output;
   std::string memory;
   IterationChoice iteration;
+  bool overwrite = false;
   bool quiet = false;
 };
 
-int Run(const Arguments& arguments) {
+int Run(const ExportArguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
+  tarnhost::Outcome outcome =
+      tarnhost::CheckOutput(tarnhost::PathOf(arguments.output), arguments.overwrite);
+  if (outcome.Ok()) outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t iteration = 0;
-  outcome = FindIteration(*cloud, arguments.iteration, iteration);
+  outcome = ChooseIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t points = 0;
   const auto progress = ShowProgress(arguments.quiet);
   tarnhost::CopcReport copc;
-  if (tarnhost::IsCopcName(tarnhost::PathOf(arguments.output))) {
-    outcome =
-        tarnhost::ExportCopc(*cloud, iteration, tarnhost::PathOf(arguments.output), progress, copc);
+  const std::filesystem::path output = tarnhost::PathOf(arguments.output);
+  if (tarnhost::IsCopcName(output)) {
+    outcome = tarnhost::ExportCopc(*cloud, iteration, output, progress, copc);
     points = copc.pointCount;
-  } else if (tarnhost::IsPointFileName(tarnhost::PathOf(arguments.output))) {
-    outcome = tarnhost::ExportPoints(*cloud, iteration, tarnhost::PathOf(arguments.output),
-                                     progress, points);
   } else {
-    const tarnhost::ExportOptions options{iteration, MemoryToUse(arguments.memory), progress};
-    outcome = tarnhost::ExportLas(*cloud, options, tarnhost::PathOf(arguments.output), points);
+    const tarnhost::ExportOptions options{iteration, MemoryToUse(arguments.memory, arguments.quiet),
+                                          progress};
+    outcome = tarnhost::IsPointFileName(output)
+                  ? tarnhost::ExportPoints(*cloud, options, output, points)
+                  : tarnhost::ExportLas(*cloud, options, output, points);
   }
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
-    std::printf("%s points written to %s\n", Grouped(points).c_str(), arguments.output.c_str());
+    std::printf("%s written to %s\n", Counted(points, "point").c_str(), arguments.output.c_str());
     if (copc.format != copc.sourceFormat) {
       std::printf("point format %d was written as %d, as COPC files have no lower ones\n",
                   copc.sourceFormat, copc.format);
@@ -57,19 +61,21 @@ int Run(const Arguments& arguments) {
 }  // namespace
 
 void AddExport(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<ExportArguments>();
   CLI::App* command =
       app.add_subcommand("export", "Write a cloud into a LAS, LAZ, COPC, PLY, PCD or CSV file");
   command->footer(
       "Examples:\n  tarn export street.tarn -o street.laz\n  tarn export street.tarn -o "
-      "street.copc.laz\nPoints come out in the order of their sources where the cloud was imported "
-      "with --keep-order\n(but for COPC files, whose order is that of their octree).");
+      "street.copc.laz\nThe points come in the order of their sources where the cloud was imported "
+      "with\n"
+      "--keep-order; else, and in COPC files, in the order of the octree.");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();
   command
       ->add_option("-o,--output", arguments->output,
                    "The file to write: .las, .laz, .copc.laz, .ply, .pcd or .csv")
       ->required()
       ->check(EndsIn({".las", ".laz", ".ply", ".pcd", ".csv"}));
+  AddOverwriteOption(*command, arguments->overwrite);
   AddIterationOptions(*command, arguments->iteration);
   AddMemoryOption(*command, arguments->memory);
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");

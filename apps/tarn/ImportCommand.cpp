@@ -7,17 +7,16 @@ namespace tarnapp {
 
 namespace {
 
-int Run(BuildArguments& arguments) {
+int RunImport(BuildArguments& arguments) {
   FillOptions(arguments);
   tarnhost::ImportReport report;
   const tarnhost::Outcome outcome = tarnhost::ImportScans(arguments.options, report);
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
-  PrintNotices(arguments, report);
   if (!arguments.quiet) {
-    std::printf("%s points from %s in %s (%s, %s nodes)\n", Grouped(report.pointCount).c_str(),
+    std::printf("%s from %s in %s (%s, %s)\n", Counted(report.pointCount, "point").c_str(),
                 ScansText(report).c_str(), arguments.repository.c_str(),
-                Bytes(report.storedBytes).c_str(), Grouped(report.nodeCount).c_str());
+                Bytes(report.storedBytes).c_str(), Counted(report.nodeCount, "node").c_str());
   }
   return kDone;
 }
@@ -46,7 +45,8 @@ void AddImport(CLI::App& app, Action& action) {
       "Keep the name of each point's file (source) of a single scan, too, for what is\n"
       "appended later; of several scans it always is kept");
   AddBuildOptions(*command, *arguments);
-  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
+  command->callback(
+      [arguments, &action] { action = [arguments] { return RunImport(*arguments); }; });
 }
 
 }  // namespace tarnapp

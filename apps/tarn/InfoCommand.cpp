@@ -2,6 +2,7 @@
 #include "OOCPointCloud/repository/FileSystem.h"
 #include "apps/tarn/BuildArguments.h"
 #include "apps/tarn/Commands.h"
+#include "apps/tarn/Console.h"
 #include "apps/tarn/InfoText.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
@@ -14,7 +15,7 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct InfoArguments {
   std::string repository;
   InfoParts parts;
   IterationChoice iteration;
@@ -23,7 +24,7 @@ struct Arguments {
   bool json = false;
 };
 
-int PrintSums(const Arguments& arguments, const tarnhost::Checksums& sums) {
+int PrintSums(const InfoArguments& arguments, const tarnhost::Checksums& sums) {
   if (arguments.json) {
     PrintChecksumsJson(sums);
   } else {
@@ -32,7 +33,7 @@ int PrintSums(const Arguments& arguments, const tarnhost::Checksums& sums) {
   return kDone;
 }
 
-int SumScanFile(const Arguments& arguments, tarnhost::ScanFile& scan) {
+int SumScanFile(const InfoArguments& arguments, tarnhost::ScanFile& scan) {
   std::error_code ignored;
   tarnhost::ScanWorkspace workspace{
       tarnhost::GetMachineMemoryBytes() / 4, std::filesystem::temp_directory_path(ignored), {}};
@@ -45,7 +46,7 @@ int SumScanFile(const Arguments& arguments, tarnhost::ScanFile& scan) {
   return outcome.Ok() ? PrintSums(arguments, sums) : ReportFailure(outcome);
 }
 
-int SumRepository(const Arguments& arguments, tarnhost::Cloud& cloud, std::uint64_t iteration) {
+int SumRepository(const InfoArguments& arguments, tarnhost::Cloud& cloud, std::uint64_t iteration) {
   tarnhost::Checksums sums;
   tarnhost::Outcome outcome;
   {
@@ -55,10 +56,27 @@ int SumRepository(const Arguments& arguments, tarnhost::Cloud& cloud, std::uint6
   return outcome.Ok() ? PrintSums(arguments, sums) : ReportFailure(outcome);
 }
 
-int DescribeScan(const Arguments& arguments) {
+/// What is told of repositories alone, by the name of its option; empty when nothing such is asked.
+std::string AskedOfRepositories(const InfoArguments& arguments) {
+  if (arguments.parts.statistics) return "--stats";
+  if (arguments.iteration.IsGiven()) return "--iteration and --at";
+  return {};
+}
+
+int DescribeScan(const InfoArguments& arguments) {
+  if (const std::string asked = AskedOfRepositories(arguments); !asked.empty()) {
+    (void)ReportFailure(tarnhost::Outcome::Failure(
+        oocpc::result::kNotARepository,
+        asked + " can be told of a repository alone, this is a file", arguments.repository,
+        "import it: tarn import FILE -o REPOSITORY"));
+    return kWrongUsage;
+  }
   std::unique_ptr<tarnhost::ScanFile> scan;
+  tarnhost::ScanOptions options = arguments.scanOptions;
+  options.progress = ShowProgress(!IsTerminal());
   const tarnhost::Outcome outcome =
-      tarnhost::OpenScan(tarnhost::PathOf(arguments.repository), arguments.scanOptions, scan);
+      tarnhost::OpenScan(tarnhost::PathOf(arguments.repository), options, scan);
+  options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (arguments.checksum) return SumScanFile(arguments, *scan);
   tarnhost::CloudFacts facts;
@@ -66,21 +84,24 @@ int DescribeScan(const Arguments& arguments) {
   if (arguments.json) {
     PrintScanJson(arguments.repository, facts);
   } else {
-    PrintScanText(arguments.repository, facts);
+    PrintScanText(arguments.repository, facts, arguments.parts);
   }
   return kDone;
 }
 
-int Run(const Arguments& arguments) {
+int Run(const InfoArguments& arguments) {
   const std::filesystem::path path = tarnhost::PathOf(arguments.repository);
   if (oocpc::detail::GetFileKind(path) == oocpc::detail::FileKind::kFile) {
     return DescribeScan(arguments);
   }
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
+  tarnhost::Outcome outcome = tarnhost::Cloud::Open(path, cloud);
+  if (oocpc::detail::GetFileKind(path) == oocpc::detail::FileKind::kNone) {
+    outcome.remedy = "check the path: it may name a repository or a scan file";
+  }
   if (!outcome.Ok()) return ReportFailure(outcome);
   std::uint64_t iteration = 0;
-  outcome = FindIteration(*cloud, arguments.iteration, iteration);
+  outcome = ChooseIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (arguments.checksum) return SumRepository(arguments, *cloud, iteration);
   tarnhost::CloudFacts facts;
@@ -97,7 +118,7 @@ int Run(const Arguments& arguments) {
 }  // namespace
 
 void AddInfo(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<InfoArguments>();
   CLI::App* command = app.add_subcommand("info", "Tell what a repository or a scan file holds");
   command->footer(
       "Examples:\n  tarn info street.tarn --stats\n  tarn info street.laz\n  tarn info --checksum "

@@ -2,6 +2,8 @@
 #include "apps/tarn/InfoText.h"
 
 #include <array>
+#include <charconv>
+#include <cmath>
 #include <cstdio>
 
 #include "apps/tarn/Messages.h"
@@ -26,6 +28,21 @@ std::string Corner(const oocpc::Vector3d& corner, const oocpc::Vector3d& scale) 
   return text;
 }
 
+/// A header's corner without what rounding has left behind the decimals that its scale has.
+std::string HeaderCorner(const oocpc::Vector3d& corner, const oocpc::Vector3d& scale) {
+  constexpr double kRounding = 1e-3;  // of a step
+  std::string text;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const std::string rounded = CoordinateText(corner[axis], scale[axis]);
+    double value = 0;
+    std::from_chars(rounded.data(), rounded.data() + rounded.size(), value);
+    const double error = std::abs(value - corner[axis]);
+    text += axis > 0 ? ", " : "";
+    text += error <= kRounding * std::abs(scale[axis]) ? rounded : NumberText(corner[axis]);
+  }
+  return text;
+}
+
 std::string Numbers(const std::vector<tarnhost::Number>& numbers) {
   std::string text;
   for (const tarnhost::Number& number : numbers)
@@ -35,11 +52,7 @@ std::string Numbers(const std::vector<tarnhost::Number>& numbers) {
 
 std::string Means(const std::vector<double>& means) {
   std::string text;
-  for (const double mean : means) {
-    std::array<char, 40> digits;
-    std::snprintf(digits.data(), digits.size(), "%.6g", mean);
-    text += (text.empty() ? "" : " ") + std::string(digits.data());
-  }
+  for (const double mean : means) text += (text.empty() ? "" : " ") + MeanText(mean);
   return text.empty() ? "-" : text;
 }
 
@@ -48,51 +61,62 @@ std::string TypeText(oocpc::ColumnType type) {
   return type.components == 1 ? name : name + " x " + std::to_string(type.components);
 }
 
-/// The name of a coordinate system out of its WKT: the first quoted text.
-std::string CoordinateSystemName(const std::string& text) {
-  const std::size_t begin = text.find('"');
-  const std::size_t end = begin == std::string::npos ? begin : text.find('"', begin + 1);
-  return end == std::string::npos ? text : text.substr(begin + 1, end - begin - 1);
-}
-
 std::string SpacingText(double spacing) {
   std::array<char, 40> digits;
   std::snprintf(digits.data(), digits.size(), "%.3g", spacing);
   return digits.data();
 }
 
-/// The levels of detail, coarse to fine.
-std::string LevelsText(const std::vector<tarnhost::LevelFacts>& levels) {
+/// The levels of detail, coarse to fine, which are others than those of the octree.
+std::string DetailText(const std::vector<tarnhost::LevelFacts>& levels) {
   const tarnhost::LevelFacts& coarse = levels.front();
   const tarnhost::LevelFacts& fine = levels.back();
   if (levels.size() == 1) {
-    return std::to_string(coarse.level) + ", spacing " + SpacingText(coarse.spacing);
+    return "level " + std::to_string(coarse.level) + ", spacing " + SpacingText(coarse.spacing);
   }
-  return std::to_string(coarse.level) + " to " + std::to_string(fine.level) + ", spacing " +
-         SpacingText(coarse.spacing) + " to " + SpacingText(fine.spacing);
+  return "levels " + std::to_string(coarse.level) + " to " + std::to_string(fine.level) +
+         " (thin --level), spacing " + SpacingText(coarse.spacing) + " to " +
+         SpacingText(fine.spacing);
+}
+
+std::string NewestText(const std::vector<tarnhost::IterationFacts>& iterations) {
+  if (iterations.empty()) return "none";
+  const tarnhost::IterationFacts& newest = iterations.back();
+  return newest.damage.Ok() ? TimeText(newest.timePoint) : "unknown";
+}
+
+std::vector<std::uint64_t> DamagedOf(const std::vector<tarnhost::IterationFacts>& iterations) {
+  std::vector<std::uint64_t> damaged;
+  for (const tarnhost::IterationFacts& iteration : iterations) {
+    if (!iteration.damage.Ok()) damaged.push_back(iteration.index);
+  }
+  return damaged;
 }
 
 void PrintSummary(const std::string& repository, const CloudFacts& facts) {
-  std::printf("%s: %s points\n", repository.c_str(), Grouped(facts.pointCount).c_str());
+  std::printf("%s: %s\n", repository.c_str(), Counted(facts.pointCount, "point").c_str());
   std::printf("  bounds       %s  to  %s\n",
               Corner(facts.bounds.min, facts.transform.scale).c_str(),
               Corner(facts.bounds.max, facts.transform.scale).c_str());
   std::printf("  system       %s\n",
               facts.coordinateSystem.empty()
                   ? "unknown"
-                  : Shown(CoordinateSystemName(facts.coordinateSystem)).c_str());
+                  : Shown(tarnhost::NameCoordinateSystem(facts.coordinateSystem)).c_str());
   std::printf("  scale        %s\n", Three(facts.transform.scale).c_str());
   std::printf("  local frame  source coordinates less %s\n", Three(facts.frameOffset).c_str());
-  std::printf("  octree       %s nodes on %u level%s\n", Grouped(facts.nodeCount).c_str(),
-              facts.depth, facts.depth == 1 ? "" : "s");
+  std::printf("  octree       %s, %u deep\n", Counted(facts.nodeCount, "node").c_str(),
+              facts.depth);
   if (!facts.levels.empty()) {
-    std::printf("  levels       %s\n", LevelsText(facts.levels).c_str());
+    std::printf("  detail       %s\n", DetailText(facts.levels).c_str());
   }
-  std::printf("  stored       %s (the scans: %s)\n", Bytes(facts.storedBytes).c_str(),
-              Bytes(facts.sourceBytes).c_str());
-  std::printf(
-      "  iterations   %zu, newest %s\n", facts.iterations.size(),
-      facts.iterations.empty() ? "none" : TimeText(facts.iterations.back().timePoint).c_str());
+  std::printf("  stored       %s%s\n", Bytes(facts.storedBytes).c_str(),
+              facts.lasBytes == 0 ? "" : (" (as LAS: " + Bytes(facts.lasBytes) + ")").c_str());
+  std::printf("  iterations   %zu, newest %s\n", facts.iterations.size(),
+              NewestText(facts.iterations).c_str());
+  for (const std::uint64_t damaged : DamagedOf(facts.iterations)) {
+    std::printf("               iteration %s is damaged: tarn verify tells more\n",
+                Grouped(damaged).c_str());
+  }
   std::string names;
   for (const DimensionFacts& dimension : facts.dimensions) names += " " + Shown(dimension.name);
   std::printf("  dimensions   x y z%s\n", names.c_str());
@@ -107,6 +131,14 @@ void PrintSchema(const CloudFacts& facts) {
   }
 }
 
+void PrintScanSchema(const CloudFacts& facts) {
+  std::printf("\n%-28s %-12s  %s\n", "dimension", "type", "meaning");
+  for (const DimensionFacts& dimension : facts.dimensions) {
+    std::printf("%-28s %-12s  %s\n", Shown(dimension.name).c_str(),
+                TypeText(dimension.type).c_str(), Shown(dimension.description).c_str());
+  }
+}
+
 void PrintStatistics(const CloudFacts& facts) {
   std::printf("\n%-28s %-24s %-24s %s\n", "dimension", "minimum", "maximum", "mean");
   for (const DimensionFacts& dimension : facts.dimensions) {
@@ -117,25 +149,32 @@ void PrintStatistics(const CloudFacts& facts) {
   for (const std::string& oddity : facts.oddities) std::printf("note: %s\n", oddity.c_str());
 }
 
-void PrintMetadata(const CloudFacts& facts) {
-  for (const SourceFacts& source : facts.sources) {
-    std::printf("\n%s: %s points\n", Shown(source.fileName).c_str(),
-                Grouped(source.pointCount).c_str());
-    if (!source.las) continue;
-    const tarnhost::LasHeader& las = *source.las;
-    std::printf("  LAS %d.%d, point format %d, %d bytes a point\n", las.versionMajor,
-                las.versionMinor, las.pointFormat, las.pointBytes);
-    std::printf("  made by \"%s\" (%s) on day %d of %d\n", Shown(las.generatingSoftware).c_str(),
-                Shown(las.systemIdentifier).c_str(), las.creationDay, las.creationYear);
-    std::printf("  scale %s, offset %s\n", Three(las.scale).c_str(), Three(las.offset).c_str());
-    for (const tarnhost::LasVariableRecord& record : las.records) {
-      std::printf("  record %s %d, %s: %s\n", Shown(record.userId).c_str(), record.recordId,
-                  Bytes(record.payloadBytes).c_str(), Shown(record.description).c_str());
-    }
+void PrintHeader(const tarnhost::LasHeader& las) {
+  std::printf("  LAS %d.%d, point format %d, %d bytes a point\n", las.versionMajor,
+              las.versionMinor, las.pointFormat, las.pointBytes);
+  std::printf("  made by \"%s\" (%s) on day %d of %d\n", Shown(las.generatingSoftware).c_str(),
+              Shown(las.systemIdentifier).c_str(), las.creationDay, las.creationYear);
+  std::printf("  scale %s, offset %s\n", Three(las.scale).c_str(), Three(las.offset).c_str());
+  for (const tarnhost::LasVariableRecord& record : las.records) {
+    std::printf("  record %s %d, %s: %s\n", Shown(record.userId).c_str(), record.recordId,
+                Bytes(record.payloadBytes).c_str(), Shown(record.description).c_str());
   }
+}
+
+void PrintCoordinateSystem(const CloudFacts& facts) {
   if (!facts.coordinateSystem.empty()) {
     std::printf("\ncoordinate system:\n%s\n", facts.coordinateSystem.c_str());
   }
+}
+
+void PrintMetadata(const CloudFacts& facts) {
+  for (const SourceFacts& source : facts.sources) {
+    std::printf("\n%s: %s\n",
+                source.fileName.empty() ? "lost sources" : Shown(source.fileName).c_str(),
+                Counted(source.pointCount, "point").c_str());
+    if (source.las) PrintHeader(*source.las);
+  }
+  PrintCoordinateSystem(facts);
 }
 
 /// Sixteen digits.
@@ -203,8 +242,9 @@ void PrintInfoJson(const std::string& repository, const CloudFacts& facts) {
                       {"nodes", facts.nodeCount},
                       {"levels", facts.depth},
                       {"stored_bytes", facts.storedBytes},
-                      {"source_bytes", facts.sourceBytes},
+                      {"las_bytes", facts.lasBytes},
                       {"iterations", facts.iterations.size()},
+                      {"damaged_iterations", DamagedOf(facts.iterations)},
                       {"generator", facts.generator},
                       {"notes", facts.oddities}};
   json["dimensions"] = nlohmann::json::array();
@@ -223,20 +263,27 @@ void PrintInfoJson(const std::string& repository, const CloudFacts& facts) {
   PrintJson(json);
 }
 
-void PrintScanText(const std::string& scan, const CloudFacts& facts) {
-  std::printf("%s: %s points\n", scan.c_str(), Grouped(facts.pointCount).c_str());
-  const bool isLas = !facts.sources.empty() && facts.sources.front().las.has_value();
+void PrintScanText(const std::string& scan, const CloudFacts& facts, const InfoParts& parts) {
+  std::printf("%s: %s\n", scan.c_str(), Counted(facts.pointCount, "point").c_str());
+  const tarnhost::LasHeader* const las =
+      facts.sources.empty() || !facts.sources.front().las ? nullptr : &*facts.sources.front().las;
+  const bool isLas = las != nullptr;
   std::printf("  bounds       %s  to  %s%s\n",
-              isLas ? Three(facts.bounds.min).c_str()
+              isLas ? HeaderCorner(facts.bounds.min, facts.transform.scale).c_str()
                     : Corner(facts.bounds.min, facts.transform.scale).c_str(),
-              isLas ? Three(facts.bounds.max).c_str()
+              isLas ? HeaderCorner(facts.bounds.max, facts.transform.scale).c_str()
                     : Corner(facts.bounds.max, facts.transform.scale).c_str(),
               isLas ? ", as the header says" : "");
   std::string names;
   for (const DimensionFacts& dimension : facts.dimensions) names += " " + Shown(dimension.name);
   std::printf("  dimensions   x y z%s\n", names.c_str());
   for (const std::string& oddity : facts.oddities) std::printf("  note: %s\n", oddity.c_str());
-  PrintMetadata(facts);
+  if (parts.schema) PrintScanSchema(facts);
+  if (isLas) {
+    std::printf("\nheader:\n");
+    PrintHeader(*las);
+  }
+  PrintCoordinateSystem(facts);
 }
 
 void PrintScanJson(const std::string& scan, const CloudFacts& facts) {

@@ -18,7 +18,8 @@ struct InfoParts {
 void PrintInfoText(const std::string& repository, const tarnhost::CloudFacts& facts,
                    const InfoParts& parts);
 /// The same of a scan file, with all that its header and its records say.
-void PrintScanText(const std::string& scan, const tarnhost::CloudFacts& facts);
+void PrintScanText(const std::string& scan, const tarnhost::CloudFacts& facts,
+                   const InfoParts& parts);
 void PrintScanJson(const std::string& scan, const tarnhost::CloudFacts& facts);
 /// Checksums, without the name of what they are of, so that outputs can be compared.
 void PrintChecksumsText(const tarnhost::Checksums& sums);

@@ -17,6 +17,20 @@ std::uint64_t RestOf(const std::string& time) {
   return (time.size() == kDateLength ? kDay : kSecond) - 1;
 }
 
+tarnhost::Outcome FindIteration(const tarnhost::Cloud& cloud, const IterationChoice& choice,
+                                std::uint64_t& iteration) {
+  std::uint64_t time = 0;
+  if (choice.iteration) {
+    iteration = *choice.iteration;
+  } else if (choice.at.empty() || !ParseTime(choice.at, time)) {
+    return cloud.FindNewestIteration(iteration);
+  } else {
+    return cloud.FindIterationAt(time + RestOf(choice.at), iteration);
+  }
+  OOCPCUpdateIteration record;
+  return cloud.ReadIteration(iteration, record);
+}
+
 }  // namespace
 
 void AddIterationOptions(CLI::App& command, IterationChoice& choice) {
@@ -32,16 +46,10 @@ void AddIterationOptions(CLI::App& command, IterationChoice& choice) {
       ->excludes(iteration);
 }
 
-tarnhost::Outcome FindIteration(const tarnhost::Cloud& cloud, const IterationChoice& choice,
-                                std::uint64_t& iteration) {
-  if (choice.iteration) {
-    iteration = *choice.iteration;
-    OOCPCUpdateIteration record;
-    return cloud.ReadIteration(iteration, record);
-  }
-  std::uint64_t time = 0;
-  if (choice.at.empty() || !ParseTime(choice.at, time)) return cloud.FindNewestIteration(iteration);
-  return cloud.FindIterationAt(time + RestOf(choice.at), iteration);
+tarnhost::Outcome ChooseIteration(tarnhost::Cloud& cloud, const IterationChoice& choice,
+                                  std::uint64_t& iteration) {
+  tarnhost::Outcome outcome = FindIteration(cloud, choice, iteration);
+  return outcome.Ok() ? cloud.KeepSourcesOf(iteration) : outcome;
 }
 
 }  // namespace tarnapp

@@ -8,7 +8,7 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct IterationsArguments {
   std::string repository;
   bool json = false;
 };
@@ -16,7 +16,12 @@ struct Arguments {
 void PrintAsJson(const std::vector<tarnhost::IterationFacts>& iterations) {
   nlohmann::json list = nlohmann::json::array();
   for (const tarnhost::IterationFacts& iteration : iterations) {
+    if (!iteration.damage.Ok()) {
+      list.push_back({{"iteration", iteration.index}, {"damaged", true}});
+      continue;
+    }
     list.push_back({{"iteration", iteration.index},
+                    {"damaged", false},
                     {"time_point", iteration.timePoint},
                     {"points", iteration.pointCount},
                     {"added_points", iteration.addedPointCount},
@@ -25,7 +30,7 @@ void PrintAsJson(const std::vector<tarnhost::IterationFacts>& iterations) {
   PrintJson(list);
 }
 
-int Run(const Arguments& arguments) {
+int Run(const IterationsArguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
   tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
@@ -37,6 +42,11 @@ int Run(const Arguments& arguments) {
     return kDone;
   }
   for (const tarnhost::IterationFacts& iteration : iterations) {
+    if (!iteration.damage.Ok()) {
+      std::printf("%llu  damaged: its record cannot be read; tarn verify tells more\n",
+                  static_cast<unsigned long long>(iteration.index));
+      continue;
+    }
     std::printf("%llu  %s  %s points (%s added, %s)\n",
                 static_cast<unsigned long long>(iteration.index),
                 TimeText(iteration.timePoint).c_str(), Grouped(iteration.pointCount).c_str(),
@@ -48,7 +58,7 @@ int Run(const Arguments& arguments) {
 }  // namespace
 
 void AddIterations(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<IterationsArguments>();
   CLI::App* command = app.add_subcommand("iterations", "List the update iterations of a cloud");
   command->footer("Example:\n  tarn iterations street.tarn");
   command->add_option("REPOSITORY", arguments->repository, "The repository")->required();

@@ -31,8 +31,8 @@ int ReportFailure(const tarnhost::Outcome& outcome) {
   return kFailed;
 }
 
-void ReportWarning(const std::string& text) {
-  std::fprintf(stderr, "tarn: warning: %s\n", Shown(text).c_str());
+void ReportNote(const std::string& text) {
+  std::fprintf(stderr, "tarn: note: %s\n", Shown(text).c_str());
 }
 
 std::string Shown(std::string text) {
@@ -50,7 +50,12 @@ std::string Grouped(std::uint64_t number) {
   return digits;
 }
 
+std::string Counted(std::uint64_t number, const char* thing) {
+  return Grouped(number) + " " + thing + (number == 1 ? "" : "s");
+}
+
 std::string Bytes(std::uint64_t bytes) {
+  if (bytes == 1) return "1 byte";
   constexpr std::array<const char*, 5> kUnits{"bytes", "kB", "MB", "GB", "TB"};
   auto amount = static_cast<double>(bytes);
   std::size_t unit = 0;
@@ -97,6 +102,12 @@ std::string NumberText(const tarnhost::Number& number) {
   if (const auto* natural = std::get_if<std::uint64_t>(&number)) return std::to_string(*natural);
   if (const auto* whole = std::get_if<std::int64_t>(&number)) return std::to_string(*whole);
   return NumberText(std::get<double>(number));
+}
+
+std::string MeanText(double mean) {
+  std::array<char, 40> digits;
+  std::snprintf(digits.data(), digits.size(), "%.12g", mean);
+  return digits.data();
 }
 
 nlohmann::json NumberJson(const tarnhost::Number& number) {

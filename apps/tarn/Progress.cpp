@@ -33,10 +33,11 @@ class ProgressLine {
  private:
   void Print(const tarnhost::ProgressReport& report) {
     const Clock::time_point now = Clock::now();
-    if (stage_ != report.stage) {
+    if (stage_ != report.stage || unit_ != report.unit) {
+      if (!terminal_ && stage_ != report.stage) std::fprintf(stderr, "%s …\n", report.stage);
       stage_ = report.stage;
+      unit_ = report.unit;
       begin_ = now;
-      if (!terminal_) std::fprintf(stderr, "%s …\n", report.stage);
     }
     if (!terminal_ ||
         (now - shown_ < std::chrono::milliseconds(100) && report.done != report.total))
@@ -49,7 +50,8 @@ class ProgressLine {
 
   [[nodiscard]] std::string Describe(const tarnhost::ProgressReport& report,
                                      Clock::time_point now) const {
-    std::string text = stage_ + " " + Grouped(report.done) + " of " + Grouped(report.total);
+    std::string text = stage_ + " " + Grouped(report.done) + " of " + Grouped(report.total) +
+                       (unit_.empty() ? "" : " ") + unit_;
     const double seconds = std::chrono::duration<double>(now - begin_).count();
     if (report.done == 0 || seconds < 0.2) return text;
     const double rate = static_cast<double>(report.done) / seconds;
@@ -67,6 +69,7 @@ class ProgressLine {
   bool terminal_;
   bool open_ = false;
   std::string stage_;
+  std::string unit_;
   Clock::time_point begin_;
   Clock::time_point shown_;
 };
@@ -86,7 +89,7 @@ std::function<void(std::uint64_t, const std::filesystem::path&)> ShowTemporaryDi
   if (quiet) return {};
   return [](std::uint64_t bytes, const std::filesystem::path& folder) {
     const std::filesystem::path place = folder.parent_path().empty() ? "." : folder.parent_path();
-    std::fprintf(stderr, "taking %s of temporary disk in %s\n", Bytes(bytes).c_str(),
+    std::fprintf(stderr, "taking up to %s of temporary disk in %s\n", Bytes(bytes).c_str(),
                  place.string().c_str());
   };
 }

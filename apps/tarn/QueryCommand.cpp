@@ -1,10 +1,9 @@
 // tarn query
-#include <array>
-
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/OutputFile.h"
 #include "host/common/System.h"
 #include "host/select/CheckSelection.h"
 #include "host/select/Select.h"
@@ -15,7 +14,7 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct QueryArguments {
   std::string repository;
   std::string output;
   tarnhost::SelectOptions options;
@@ -25,17 +24,20 @@ struct Arguments {
   bool stats = false;
   bool check = false;
   bool json = false;
+  bool overwrite = false;
   bool quiet = false;
 };
 
-using Stats = std::vector<tarnhost::DimensionStats>;
-
-void PrintSummary(const Arguments& arguments, const tarnhost::SelectReport& report) {
+void PrintSummary(const QueryArguments& arguments, const tarnhost::SelectReport& report) {
   const double share = report.pointCount == 0 ? 0
                                               : 100.0 * static_cast<double>(report.selected) /
                                                     static_cast<double>(report.pointCount);
-  std::printf("%s of %s points (%.3g %%)\n", Grouped(report.selected).c_str(),
-              Grouped(report.pointCount).c_str(), share);
+  if (arguments.options.limit && report.selected == *arguments.options.limit) {
+    std::printf("the first %s\n", Counted(report.selected, "selected point").c_str());
+  } else {
+    std::printf("%s of %s (%.3g %%)\n", Grouped(report.selected).c_str(),
+                Counted(report.pointCount, "point").c_str(), share);
+  }
   std::printf("octree: %s subtrees skipped, %s taken whole\n", Grouped(report.nodesSkipped).c_str(),
               Grouped(report.nodesAccepted).c_str());
   std::printf("blocks: %s skipped, %s taken whole, %s tested point by point\n",
@@ -44,21 +46,25 @@ void PrintSummary(const Arguments& arguments, const tarnhost::SelectReport& repo
   if (!arguments.output.empty()) std::printf("written to %s\n", arguments.output.c_str());
 }
 
-std::string MeanText(double mean) {
-  std::array<char, 40> digits;
-  std::snprintf(digits.data(), digits.size(), "%.9g", mean);
-  return digits.data();
-}
-
-void PrintStats(const Stats& stats) {
+void PrintStats(const tarnhost::StatsSink& stats) {
   std::printf("%-20s %22s %22s %22s\n", "dimension", "least", "greatest", "mean");
-  for (const tarnhost::DimensionStats& dimension : stats) {
+  for (const tarnhost::DimensionStats& dimension : stats.GetStats()) {
     const std::string mean = dimension.count == 0 ? "" : MeanText(dimension.mean);
     std::printf("%-20s %22s %22s %22s", dimension.name.c_str(), dimension.least.c_str(),
                 dimension.greatest.c_str(), mean.c_str());
     if (dimension.nanCount > 0) std::printf("  (%s NaN)", Grouped(dimension.nanCount).c_str());
     std::printf("\n");
   }
+  for (const std::string& name : stats.GetStringColumns()) {
+    std::printf("%-20s %22s\n", name.c_str(), "(strings)");
+  }
+}
+
+void PrintReading(const tarnhost::ColumnReport& column) {
+  std::printf("column %s: %s blocks compared as stored, %s decoded; %s bytes read, %s decoded\n",
+              column.name.c_str(), Grouped(column.blocksCompared).c_str(),
+              Grouped(column.blocksDecoded).c_str(), Grouped(column.bytesRead).c_str(),
+              Grouped(column.bytesDecoded).c_str());
 }
 
 void PrintPlan(const tarnhost::PlanReport& plan) {
@@ -73,13 +79,18 @@ void PrintPlan(const tarnhost::PlanReport& plan) {
     std::printf("  blocks: %s skipped, %s taken whole, %s tested in %.3f ms\n",
                 Grouped(leaf.blocksSkipped).c_str(), Grouped(leaf.blocksAccepted).c_str(),
                 Grouped(leaf.blocksTested).c_str(), 1e3 * leaf.seconds);
+    std::printf("  ");
+    PrintReading(leaf.reading);
   }
-  for (const tarnhost::ColumnReport& column : plan.columns) {
-    std::printf("column %s: %s blocks compared as stored, %s decoded; %s bytes read, %s decoded\n",
-                column.name.c_str(), Grouped(column.blocksCompared).c_str(),
-                Grouped(column.blocksDecoded).c_str(), Grouped(column.bytesRead).c_str(),
-                Grouped(column.bytesDecoded).c_str());
-  }
+  for (const tarnhost::ColumnReport& column : plan.columns) PrintReading(column);
+}
+
+nlohmann::json ReadingAsJson(const tarnhost::ColumnReport& column) {
+  return {{"name", column.name},
+          {"blocks_compared", column.blocksCompared},
+          {"blocks_decoded", column.blocksDecoded},
+          {"bytes_read", column.bytesRead},
+          {"bytes_decoded", column.bytesDecoded}};
 }
 
 nlohmann::json PlanAsJson(const tarnhost::PlanReport& plan) {
@@ -92,15 +103,12 @@ nlohmann::json PlanAsJson(const tarnhost::PlanReport& plan) {
                       {"blocks_skipped", leaf.blocksSkipped},
                       {"blocks_accepted", leaf.blocksAccepted},
                       {"blocks_tested", leaf.blocksTested},
-                      {"seconds", leaf.seconds}});
+                      {"seconds", leaf.seconds},
+                      {"column", ReadingAsJson(leaf.reading)}});
   }
   nlohmann::json columns = nlohmann::json::array();
   for (const tarnhost::ColumnReport& column : plan.columns) {
-    columns.push_back({{"name", column.name},
-                       {"blocks_compared", column.blocksCompared},
-                       {"blocks_decoded", column.blocksDecoded},
-                       {"bytes_read", column.bytesRead},
-                       {"bytes_decoded", column.bytesDecoded}});
+    columns.push_back(ReadingAsJson(column));
   }
   return {{"text", plan.text},
           {"instructions", plan.instructions},
@@ -110,9 +118,9 @@ nlohmann::json PlanAsJson(const tarnhost::PlanReport& plan) {
           {"columns", columns}};
 }
 
-nlohmann::json StatsAsJson(const Stats& stats) {
+nlohmann::json StatsAsJson(const tarnhost::StatsSink& stats) {
   nlohmann::json json = nlohmann::json::object();
-  for (const tarnhost::DimensionStats& dimension : stats) {
+  for (const tarnhost::DimensionStats& dimension : stats.GetStats()) {
     nlohmann::json& entry = json[dimension.name];
     entry = {{"count", dimension.count}, {"nan", dimension.nanCount}};
     if (dimension.count == 0) continue;
@@ -126,8 +134,8 @@ nlohmann::json StatsAsJson(const Stats& stats) {
   return json;
 }
 
-void PrintAsJson(const Arguments& arguments, const tarnhost::SelectReport& report,
-                 const Stats& stats) {
+void PrintAsJson(const QueryArguments& arguments, const tarnhost::SelectReport& report,
+                 const tarnhost::StatsSink& stats) {
   nlohmann::json json{{"selected", report.selected},
                       {"points", report.pointCount},
                       {"iteration", report.iteration},
@@ -137,12 +145,15 @@ void PrintAsJson(const Arguments& arguments, const tarnhost::SelectReport& repor
                       {"blocks_accepted", report.blocksAccepted},
                       {"nodes_tested", report.nodesTested}};
   if (!arguments.output.empty()) json["output"] = arguments.output;
-  if (arguments.stats) json["statistics"] = StatsAsJson(stats);
+  if (arguments.stats) {
+    json["statistics"] = StatsAsJson(stats);
+    json["strings_without_statistics"] = stats.GetStringColumns();
+  }
   if (report.plan) json["plan"] = PlanAsJson(*report.plan);
   PrintJson(json);
 }
 
-int Check(const Arguments& arguments, tarnhost::Cloud& cloud) {
+int Check(const QueryArguments& arguments, tarnhost::Cloud& cloud) {
   tarnhost::CheckReport report;
   const tarnhost::Outcome outcome = tarnhost::CheckSelection(cloud, arguments.options, report);
   if (!outcome.Ok()) return ReportFailure(outcome);
@@ -169,20 +180,24 @@ int Check(const Arguments& arguments, tarnhost::Cloud& cloud) {
     std::printf("%s points are selected, but %s are counted\n", Grouped(report.selected).c_str(),
                 Grouped(report.counted).c_str());
   } else if (!arguments.quiet) {
-    std::printf("%s of %s points, the same record by record\n", Grouped(report.selected).c_str(),
-                Grouped(report.pointCount).c_str());
+    std::printf("%s of %s, the same record by record\n", Grouped(report.selected).c_str(),
+                Counted(report.pointCount, "point").c_str());
   }
   return report.IsSound() ? kDone : kFailed;
 }
 
-int Run(Arguments& arguments, bool hasLimit) {
+int Run(QueryArguments& arguments, bool hasLimit) {
   if (hasLimit) arguments.options.limit = arguments.limit;
   const bool isTerse = arguments.count || arguments.json;
   arguments.options.progress = ShowProgress(arguments.quiet || isTerse);
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
+  tarnhost::Outcome outcome;
+  if (!arguments.output.empty()) {
+    outcome = tarnhost::CheckOutput(tarnhost::PathOf(arguments.output), arguments.overwrite);
+  }
+  if (outcome.Ok()) outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   std::uint64_t iteration = 0;
-  if (outcome.Ok()) outcome = FindIteration(*cloud, arguments.iteration, iteration);
+  if (outcome.Ok()) outcome = ChooseIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   arguments.options.iteration = iteration;
   if (arguments.check) return Check(arguments, *cloud);
@@ -202,7 +217,7 @@ int Run(Arguments& arguments, bool hasLimit) {
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (arguments.json) {
-    PrintAsJson(arguments, report, stats.GetStats());
+    PrintAsJson(arguments, report, stats);
     return kDone;
   }
   if (arguments.count) {
@@ -210,7 +225,7 @@ int Run(Arguments& arguments, bool hasLimit) {
   } else if (!arguments.quiet) {
     PrintSummary(arguments, report);
   }
-  if (arguments.stats) PrintStats(stats.GetStats());
+  if (arguments.stats) PrintStats(stats);
   if (report.plan) PrintPlan(*report.plan);
   return kDone;
 }
@@ -218,7 +233,7 @@ int Run(Arguments& arguments, bool hasLimit) {
 }  // namespace
 
 void AddQuery(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<QueryArguments>();
   CLI::App* command = app.add_subcommand("query", "Select points by a query text");
   command->footer(
       "Examples:\n"
@@ -233,15 +248,20 @@ void AddQuery(CLI::App& app, Action& action) {
       ->add_option("-o,--output", arguments->output,
                    "Write the points to this file (.las, .laz, .ply, .pcd or .csv)")
       ->check(EndsIn({".las", ".laz", ".ply", ".pcd", ".csv"}));
-  command->add_flag("--count", arguments->count, "Print the number of points and nothing else");
+  AddOverwriteOption(*command, arguments->overwrite)->needs("--output");
+  command->add_flag("--count", arguments->count,
+                    "Print the number of points instead of the summary");
   command->add_flag("--json", arguments->json, "Print the facts as JSON")->excludes("--count");
   command->add_flag("--local", arguments->options.local,
                     "Constants are in the repository's local frame");
   AddIterationOptions(*command, arguments->iteration);
-  CLI::Option* limit = command->add_option("--limit", arguments->limit, "Stop after so many points")
-                           ->check(IsWholeNumber());
+  CLI::Option* limit = command
+                           ->add_option("--limit", arguments->limit,
+                                        "Stop after so many points, such as 1000 or 800k")
+                           ->transform(IsCount());
   command->add_flag("--stats", arguments->stats,
-                    "Print least, greatest and mean value of each dimension of the points");
+                    "Print least, greatest and mean value of each dimension of the points; "
+                    "strings have none");
   command->add_flag("--explain", arguments->options.explain,
                     "Print how the query is answered, and what that takes");
   command

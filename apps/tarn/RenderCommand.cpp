@@ -3,10 +3,12 @@
 #include <map>
 #include <memory>
 
+#include "apps/tarn/Arguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/OutputFile.h"
 #include "host/common/System.h"
 #include "host/render/Render.h"
 
@@ -14,15 +16,15 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct RenderArguments {
   std::string repository;
   std::string output;
   std::string size = "1600x1000";
   std::vector<double> eye;
   std::vector<double> target;
-  std::string points = "3M";
   tarnhost::RenderOptions options;
   IterationChoice iteration;
+  bool overwrite = false;
   bool quiet = false;
 };
 
@@ -50,19 +52,6 @@ bool ParsePictureSize(std::string_view text, tarnhost::PictureSize& size) {
   return true;
 }
 
-/// "3M" as 3,000,000; also k, K, m, G and g, and plain numbers.
-bool ParseCount(std::string_view text, std::uint64_t& count) {
-  if (!TakeNumber(text, count)) return false;
-  std::uint64_t unit = 1;
-  if (text == "k" || text == "K") unit = 1000;
-  if (text == "m" || text == "M") unit = 1000000;
-  if (text == "g" || text == "G") unit = 1000000000;
-  if (unit == 1 && !text.empty()) return false;
-  if (count == 0 || count > ~std::uint64_t{0} / unit) return false;
-  count *= unit;
-  return true;
-}
-
 CLI::Validator IsPictureSize() {
   return {[](const std::string& text) {
             tarnhost::PictureSize size;
@@ -74,29 +63,20 @@ CLI::Validator IsPictureSize() {
           ""};
 }
 
-CLI::Validator IsCount() {
-  return {[](const std::string& text) {
-            std::uint64_t count = 0;
-            return ParseCount(text, count)
-                       ? std::string()
-                       : "\"" + text + "\" is no number of points such as 500000, 800k or 3M";
-          },
-          ""};
-}
-
-int Run(Arguments& arguments) {
+int Run(RenderArguments& arguments) {
   tarnhost::RenderOptions& options = arguments.options;
   ParsePictureSize(arguments.size, options.size);
-  ParseCount(arguments.points, options.pointBudget);
   if (!arguments.eye.empty()) {
     options.viewpoint.emplace();
     std::copy_n(arguments.eye.begin(), 3, options.viewpoint->eye.begin());
     std::copy_n(arguments.target.begin(), 3, options.viewpoint->target.begin());
   }
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
+  tarnhost::Outcome outcome =
+      tarnhost::CheckOutput(tarnhost::PathOf(arguments.output), arguments.overwrite);
+  if (outcome.Ok()) outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
-  outcome = FindIteration(*cloud, arguments.iteration, options.iteration);
+  outcome = ChooseIteration(*cloud, arguments.iteration, options.iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   options.progress = ShowProgress(arguments.quiet);
   tarnhost::Picture picture;
@@ -135,7 +115,7 @@ const std::map<std::string, tarnhost::ColorMode>& Colors() {
   return colors;
 }
 
-void AddViewOptions(CLI::App& command, Arguments& arguments) {
+void AddViewOptions(CLI::App& command, RenderArguments& arguments) {
   CLI::Option* view =
       command
           .add_option("--view", arguments.options.view,
@@ -158,7 +138,7 @@ void AddViewOptions(CLI::App& command, Arguments& arguments) {
 }  // namespace
 
 void AddRender(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<RenderArguments>();
   CLI::App* command = app.add_subcommand("render", "Make a picture of a cloud");
   command->footer(
       "Examples:\n"
@@ -170,6 +150,7 @@ void AddRender(CLI::App& app, Action& action) {
   command->add_option("-o,--output", arguments->output, "The PNG file to write")
       ->required()
       ->check(EndsIn({".png"}));
+  AddOverwriteOption(*command, arguments->overwrite);
   command->add_option("--size", arguments->size, "Width and height in pixels; default 1600x1000")
       ->check(IsPictureSize());
   AddViewOptions(*command, *arguments);
@@ -179,9 +160,10 @@ void AddRender(CLI::App& app, Action& action) {
                    "scan has colours, else elevation")
       ->transform(IsOneOf(Colors()));
   command
-      ->add_option("--points", arguments->points,
-                   "About the most points to draw, the coarsest level always; default 3M")
-      ->check(IsCount());
+      ->add_option("--points", arguments->options.pointBudget,
+                   "About the most points to draw, such as 800k, the coarsest level always;\n"
+                   "default 3M")
+      ->transform(IsCount(1));
   command
       ->add_option("--select", arguments->options.query,
                    "Let the points that this query selects stand out")

@@ -1,4 +1,6 @@
 // tarn repair
+#include <algorithm>
+
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/Faults.h"
 #include "apps/tarn/Messages.h"
@@ -10,13 +12,21 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct RepairArguments {
   tarnhost::RepairOptions options;
   bool json = false;
   bool quiet = false;
 };
 
-void PrintAsJson(const Arguments& arguments, const tarnhost::RepairReport& report) {
+nlohmann::json LostSourcesJson(const std::vector<tarnhost::LostSource>& sources) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const tarnhost::LostSource& source : sources) {
+    list.push_back({{"file", source.fileName}, {"points", source.pointCount}});
+  }
+  return list;
+}
+
+void PrintAsJson(const RepairArguments& arguments, const tarnhost::RepairReport& report) {
   PrintJson({{"sound", report.faultCount == 0},
              {"fault_count", report.faultCount},
              {"faults", FaultsJson(report.faults)},
@@ -27,7 +37,8 @@ void PrintAsJson(const Arguments& arguments, const tarnhost::RepairReport& repor
              {"iterations_after", report.iterationsAfter},
              {"points_before", report.pointsBefore},
              {"points_after", report.pointsAfter},
-             {"sources_lost", report.sourcesLost},
+             {"levels_made_anew", report.hasOtherLevels},
+             {"lost_sources", LostSourcesJson(report.lostSources)},
              {"damaged_iterations", report.damagedIterations},
              {"backup", report.backup.string()}});
 }
@@ -37,13 +48,23 @@ std::string Iterations(std::uint64_t count) {
 }
 
 void PrintLoss(const tarnhost::RepairReport& report) {
-  const std::uint64_t lost = report.iterationsBefore - report.iterationsAfter;
-  if (lost == 0 && report.sourcesLost) {
-    std::printf("lost: headers and records of a scan that came last; its points are all there\n");
-    return;
+  const std::uint64_t kept = std::min(report.iterationsBefore, report.iterationsAfter);
+  const std::uint64_t lost = report.iterationsBefore - kept;
+  if (report.hasOtherLevels) {
+    std::printf("iteration %s has the points of iteration %s, and levels of detail made anew\n",
+                Grouped(kept).c_str(), Grouped(kept - 1).c_str());
+    std::printf("no point is lost: %s\n", Counted(report.pointsAfter, "point").c_str());
   }
+  for (const tarnhost::LostSource& source : report.lostSources) {
+    std::printf("lost: header, records and coordinate system of %s; all points are there (%s)\n",
+                source.fileName.empty() ? "scans whose names are lost, too"
+                                        : Shown(source.fileName).c_str(),
+                Grouped(source.pointCount).c_str());
+  }
+  if (lost == 0 && (report.hasOtherLevels || !report.lostSources.empty())) return;
   if (lost == 0) {
-    std::printf("nothing is lost: %s, %s points in the last\n",
+    std::printf(report.damagedIterations.empty() ? "nothing is lost: %s, %s points in the last\n"
+                                                 : "the newest of %s is intact, with %s points\n",
                 Iterations(report.iterationsAfter).c_str(), Grouped(report.pointsAfter).c_str());
     return;
   }
@@ -58,7 +79,7 @@ void PrintLoss(const tarnhost::RepairReport& report) {
               Grouped(report.iterationsAfter - 1).c_str(), Grouped(report.pointsAfter).c_str());
 }
 
-void PrintAsText(const Arguments& arguments, const tarnhost::RepairReport& report) {
+void PrintAsText(const RepairArguments& arguments, const tarnhost::RepairReport& report) {
   if (arguments.quiet) return;
   PrintFaultLines(report.faults);
   if (report.faultCount == 0) {
@@ -80,7 +101,7 @@ void PrintAsText(const Arguments& arguments, const tarnhost::RepairReport& repor
   }
 }
 
-int Run(Arguments& arguments) {
+int Run(RepairArguments& arguments) {
   arguments.options.progress = ShowProgress(arguments.quiet || arguments.json);
   tarnhost::RepairReport report;
   const tarnhost::Outcome outcome = tarnhost::RepairRepository(arguments.options, report);
@@ -99,11 +120,13 @@ int Run(Arguments& arguments) {
 }  // namespace
 
 void AddRepair(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<RepairArguments>();
   CLI::App* command = app.add_subcommand(
       "repair", "Bring a damaged repository back to its newest intact iteration");
   command->footer(
-      "Only the main stream is replaced, and the former one is kept beside it.\n"
+      "Nothing that was committed is changed but the main stream, and the former one is kept "
+      "beside "
+      "it.\n"
       "Example:\n  tarn repair --dry-run street.tarn\n  tarn repair street.tarn");
   command
       ->add_option_function<std::string>(

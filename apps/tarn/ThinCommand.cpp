@@ -1,10 +1,12 @@
 // tarn thin
 #include <memory>
 
+#include "apps/tarn/Arguments.h"
 #include "apps/tarn/Commands.h"
 #include "apps/tarn/IterationChoice.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
+#include "host/common/OutputFile.h"
 #include "host/common/System.h"
 #include "host/lod/Thin.h"
 
@@ -12,19 +14,31 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct ThinArguments {
   std::string repository;
   std::string output;
   tarnhost::ThinOptions options;
   IterationChoice iteration;
+  bool overwrite = false;
   bool quiet = false;
 };
 
-int Run(Arguments& arguments) {
+/// Says so when the cloud has nothing as fine as what was asked for.
+void TellOfFinestLevel(const tarnhost::ThinOptions& asked, const tarnhost::ThinReport& report) {
+  const bool isFiner =
+      asked.spacing > 0 ? report.spacing > asked.spacing : report.level < asked.level;
+  if (!isFiner) return;
+  ReportNote("the cloud has no finer level than " + std::to_string(report.level) +
+             ": every point of it is written");
+}
+
+int Run(ThinArguments& arguments) {
   std::unique_ptr<tarnhost::Cloud> cloud;
-  tarnhost::Outcome outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
+  tarnhost::Outcome outcome =
+      tarnhost::CheckOutput(tarnhost::PathOf(arguments.output), arguments.overwrite);
+  if (outcome.Ok()) outcome = tarnhost::Cloud::Open(tarnhost::PathOf(arguments.repository), cloud);
   if (!outcome.Ok()) return ReportFailure(outcome);
-  outcome = FindIteration(*cloud, arguments.iteration, arguments.options.iteration);
+  outcome = ChooseIteration(*cloud, arguments.iteration, arguments.options.iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
   arguments.options.progress = ShowProgress(arguments.quiet);
   tarnhost::ThinReport report;
@@ -33,9 +47,10 @@ int Run(Arguments& arguments) {
   arguments.options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (!arguments.quiet) {
-    std::printf("%s points written to %s (levels 0 to %u, cells %.3g units wide)\n",
-                Grouped(report.pointCount).c_str(), arguments.output.c_str(), report.level,
+    std::printf("%s written to %s (levels 0 to %u, cells %.3g units wide)\n",
+                Counted(report.pointCount, "point").c_str(), arguments.output.c_str(), report.level,
                 report.spacing);
+    TellOfFinestLevel(arguments.options, report);
   }
   return kDone;
 }
@@ -43,7 +58,7 @@ int Run(Arguments& arguments) {
 }  // namespace
 
 void AddThin(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<ThinArguments>();
   CLI::App* command = app.add_subcommand("thin", "Write an even sample of a cloud into a LAS file");
   command->footer(
       "Examples:\n"
@@ -58,6 +73,7 @@ void AddThin(CLI::App& app, Action& action) {
   command->add_option("-o,--output", arguments->output, "The file to write: .las or .laz")
       ->required()
       ->check(EndsIn({".las", ".laz"}));
+  AddOverwriteOption(*command, arguments->overwrite);
   CLI::Option* level =
       command
           ->add_option("--level", arguments->options.level, "Write the levels from 0 to this one")

@@ -10,7 +10,7 @@ namespace tarnapp {
 
 namespace {
 
-struct Arguments {
+struct VerifyArguments {
   std::string repository;
   bool json = false;
   bool quiet = false;
@@ -27,24 +27,27 @@ void PrintAsJson(const tarnhost::VerifyReport& report) {
              {"bytes", report.bytes}});
 }
 
-void PrintAsText(const Arguments& arguments, const tarnhost::VerifyReport& report) {
+void PrintAsText(const VerifyArguments& arguments, const tarnhost::VerifyReport& report) {
   PrintFaultLines(report.faults);
   if (report.faultCount > 0) {
-    std::fprintf(
-        stderr,
-        "tarn: %s fault%s found (%s)\n  tarn repair brings back the newest intact iteration\n",
-        Grouped(report.faultCount).c_str(), report.faultCount == 1 ? "" : "s",
-        arguments.repository.c_str());
+    const bool newestIsIntact = !report.intactIterations.empty() && report.intactIterations.back();
+    std::fprintf(stderr, "tarn: %s found (%s)\n  %s\n", Counted(report.faultCount, "fault").c_str(),
+                 arguments.repository.c_str(),
+                 newestIsIntact
+                     ? "the newest iteration is intact; tarn repair renews the main stream "
+                       "and its copy, the rest only a backup has"
+                     : "tarn repair brings back the newest intact iteration");
   } else if (!arguments.quiet) {
     const std::string iterations =
         report.iterations > 1 ? " of " + Grouped(report.iterations) + " iterations" : "";
-    std::printf("sound: %s points%s, %s nodes%s, %s blocks, %s\n", Grouped(report.points).c_str(),
-                iterations.empty() ? "" : " in the newest", Grouped(report.nodes).c_str(),
-                iterations.c_str(), Grouped(report.blocks).c_str(), Bytes(report.bytes).c_str());
+    std::printf("sound: %s%s, %s%s, %s, %s\n", Counted(report.points, "point").c_str(),
+                iterations.empty() ? "" : " in the newest", Counted(report.nodes, "node").c_str(),
+                iterations.c_str(), Counted(report.blocks, "block").c_str(),
+                Bytes(report.bytes).c_str());
   }
 }
 
-int Run(const Arguments& arguments) {
+int Run(const VerifyArguments& arguments) {
   tarnhost::VerifyReport report;
   const tarnhost::Outcome outcome =
       tarnhost::VerifyRepository(tarnhost::PathOf(arguments.repository),
@@ -61,7 +64,7 @@ int Run(const Arguments& arguments) {
 }  // namespace
 
 void AddVerify(CLI::App& app, Action& action) {
-  auto arguments = std::make_shared<Arguments>();
+  auto arguments = std::make_shared<VerifyArguments>();
   CLI::App* command = app.add_subcommand(
       "verify", "Read a repository whole and check every checksum and every invariant");
   command->footer("Example:\n  tarn verify street.tarn");

@@ -1,5 +1,4 @@
 // tarn: opens point clouds too large for memory, and selects points in them.
-#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -11,35 +10,14 @@
 #include "apps/tarn/Console.h"
 #include "apps/tarn/Messages.h"
 #include "apps/tarn/Progress.h"
-#include "host/select/QueryText.h"
+#include "apps/tarn/Usage.h"
 
 namespace {
 
-/// Wrong usage in the form of every other failure, with the help that answers it.
-std::string UsageMessage(const CLI::App* app, const CLI::Error& error) {
-  std::string what = error.what();
-  while (!what.empty() && (what.back() == '\n' || what.back() == '.')) what.pop_back();
-  const std::vector<CLI::App*> chosen = app->get_subcommands();
-  const std::string command = chosen.empty() ? "tarn" : "tarn " + chosen.front()->get_name();
-  return "tarn: " + what + "\n  " + command + " --help tells how it is used\n";
-}
-
-/// Whether the first word is a command or an option. Else says which command it may have meant.
-bool KnowsCommand(const CLI::App& app, const std::string& word) {
-  if (word.starts_with('-')) return true;
-  std::vector<std::string> names;
-  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
-  if (std::ranges::find(names, word) != names.end()) return true;
-  const std::string nearest = tarnhost::FindNearest(word, names);
-  std::fprintf(stderr, "tarn: there is no command \"%s\"%s\n  tarn --help lists the commands\n",
-               word.c_str(),
-               nearest.empty() ? "" : ("; did you mean \"" + nearest + "\"?").c_str());
-  return false;
-}
-
 /// Parses the command line; an exit code when there is nothing to run.
 std::optional<int> Parse(CLI::App& app, const std::vector<std::string>& arguments) {
-  if (!arguments.empty() && !KnowsCommand(app, arguments.front())) return tarnapp::kWrongUsage;
+  if (!arguments.empty() && !tarnapp::KnowsCommand(app, arguments.front()))
+    return tarnapp::kWrongUsage;
   try {
     // Backwards, as the parser takes them.
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
@@ -60,9 +38,10 @@ int RunAction(const tarnapp::Action& action) {
   }
 }
 
-/// A full disk or a closed pipe on standard output is a failure, too.
+/// A full disk under standard output is a failure, too. A reader that has seen enough is none.
 int FlushOutput(int code) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
+  if (tarnapp::IsOutputAbandoned()) return code == tarnapp::kDone ? tarnapp::kReaderGone : code;
   std::fprintf(stderr, "tarn: standard output cannot be written to\n");
   return tarnapp::kFailed;
 }
@@ -76,7 +55,7 @@ int main(int argc, char** argv) {
   app.allow_windows_style_options(false);  // "/" begins a path, on every system
   app.set_version_flag("--version", "tarn " TARN_VERSION);
   app.require_subcommand(1);
-  app.failure_message(UsageMessage);
+  app.failure_message(tarnapp::UsageMessage);
   app.footer("tarn COMMAND --help tells more about a command.");
   tarnapp::Action action;
   tarnapp::AddImport(app, action);
@@ -90,6 +69,6 @@ int main(int argc, char** argv) {
   tarnapp::AddVerify(app, action);
   tarnapp::AddRepair(app, action);
   tarnapp::AddSynthesize(app, action);
-  if (const std::optional<int> code = Parse(app, tarnapp::GetArguments(argc, argv))) return *code;
-  return FlushOutput(RunAction(action));
+  const std::optional<int> answered = Parse(app, tarnapp::GetArguments(argc, argv));
+  return FlushOutput(answered ? *answered : RunAction(action));
 }

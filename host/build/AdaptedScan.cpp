@@ -99,10 +99,11 @@ class AdaptedScan final : public ScanDecorator {
       scratch.resize(count * oocpc::ValueBytes(from.type));
       Scan().ExtractDimension(origins_[dimension], records.data(), count, scratch.data());
       ConvertValues(from, to, scratch.data(), count, values.data());
-    } else if (tags_.source && IsSourceName(to.name, to.type)) {
+    } else if (to.type.value == oocpc::ValueType::kString) {
+      const bool isSource = tags_.source && IsSourceName(to.name, to.type);
+      const std::uint32_t number = isSource ? *tags_.source : tags_.emptyText;
       for (std::uint64_t i = 0; i < count; ++i) {
-        std::memcpy(values.data() + i * sizeof(*tags_.source), &*tags_.source,
-                    sizeof(*tags_.source));
+        std::memcpy(values.data() + i * sizeof(number), &number, sizeof(number));
       }
     } else if (tags_.firstIndex && IsSourceIndex(to.name, to.type)) {
       for (std::uint64_t i = 0; i < count; ++i) {

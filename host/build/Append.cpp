@@ -13,9 +13,12 @@
 #include <utility>
 
 #include "host/build/AdaptedScan.h"
+#include "host/build/CoordinateSystems.h"
+#include "host/build/NewStrings.h"
 #include "host/build/PointLayout.h"
 #include "host/build/RepositoryBuilder.h"
 #include "host/build/ScanInputs.h"
+#include "host/build/TemporaryDisk.h"
 #include "host/cloud/IterationCube.h"
 
 namespace tarnhost {
@@ -69,7 +72,7 @@ class Appender {
     std::unique_ptr<OOCPCRepositoryWriter> writer;
     const HRESULT code =
         OOCPCRepositoryWriter::OpenExisting(std::move(store), base_.catalogue, writer);
-    if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
+    if (oocpc::Failed(code)) return WhyNot(code, open);
     if (Outcome outcome = open(cloud_); !outcome.Ok()) return outcome;
     if (Outcome outcome = CheckTime(); !outcome.Ok()) return outcome;
     if (Outcome outcome = OpenInputs(report); !outcome.Ok()) return outcome;
@@ -79,7 +82,7 @@ class Appender {
     if (Outcome outcome = PlaceScans(); !outcome.Ok()) return outcome;
     PointSet points;
     if (Outcome outcome = PointSet::Join(std::move(scans_), points); !outcome.Ok()) return outcome;
-    points.SetSourceNames(std::move(sourceNames_));
+    points.SetNewStrings(strings_.Take());
     ImportOptions options = options_;
     options.timePoint = timePoint_;
     RepositoryBuilder builder(points, options, temporaryFolder_, *writer, base_);
@@ -89,6 +92,14 @@ class Appender {
   }
 
  private:
+  /// A reader tells which stream it is about.
+  [[nodiscard]] Outcome WhyNot(HRESULT code,
+                               const std::function<Outcome(std::unique_ptr<Cloud>&)>& open) const {
+    std::unique_ptr<Cloud> cloud;
+    Outcome opened = open(cloud);
+    return opened.Ok() ? Outcome::FromCode(code, options_.output.string()) : opened;
+  }
+
   /// Time points ascend, so that each tells which iteration was the newest one then.
   Outcome CheckTime() {
     if (Outcome outcome = cloud_->FindNewestIteration(iteration_); !outcome.Ok()) return outcome;
@@ -105,21 +116,24 @@ class Appender {
     if (timePoint_ > newest_.timePoint) return Outcome::Success();
     return Outcome::Failure(
         result::kIndexOutOfRange,
-        "the time point " + std::to_string(timePoint_) + " is not later than that of iteration " +
-            std::to_string(iteration_) + ", " + std::to_string(newest_.timePoint),
-        options_.output.string(), "give a later one, or none for the present");
+        "the time point is not later than that of iteration " + std::to_string(iteration_),
+        options_.output.string(),
+        "give a later one than tarn iterations lists, or none for the present");
   }
 
   Outcome OpenInputs(ImportReport& report) {
     std::vector<std::unique_ptr<ScanFile>> scans;
-    if (Outcome outcome = OpenScans(options_, scans, report); !outcome.Ok()) return outcome;
+    if (Outcome outcome = OpenScans(options_, temporaryFolder_, scans, report); !outcome.Ok())
+      return outcome;
+    TellOfOtherSystems(options_, CoordinateSystemOf(cloud_->GetSources()), scans);
     if (Outcome outcome = ListFormerSources(); !outcome.Ok()) return outcome;
     ScanWorkspace workspace{MemoryFor(options_) / 2, temporaryFolder_, {}};
     for (const auto& scan : scans) workspaceTotal_ += scan->GetPointCount();
     workspace.progress = [&](std::uint64_t done) {
       return !options_.progress ||
-             options_.progress({"decompressing", std::min(done, workspaceTotal_), workspaceTotal_});
+             options_.progress({"decoding", std::min(done, workspaceTotal_), workspaceTotal_});
     };
+    if (Outcome outcome = AnnounceScratch(scans); !outcome.Ok()) return outcome;
     for (auto& scan : scans) {
       WarnOfRepeat(*scan);
       newPoints_ += scan->GetPointCount();
@@ -129,6 +143,12 @@ class Appender {
     return Outcome::Success();
   }
 
+  /// How much disk the rest takes is known when it is known what of the cloud is dealt anew.
+  Outcome AnnounceScratch(std::span<const std::unique_ptr<ScanFile>> scans) const {
+    const std::uint64_t disk = CountScratchDisk(scans, MemoryFor(options_) / 2);
+    return disk == 0 ? Outcome::Success() : AnnounceTemporaryDisk(options_, temporaryFolder_, disk);
+  }
+
   /// The scan in the form of the cloud's points.
   Outcome Adapt(std::unique_ptr<ScanFile> scan) {
     PointLayout layout{cloud_->GetTransform(), {}};
@@ -136,13 +156,14 @@ class Appender {
     for (const CloudColumn& column : cloud_->GetColumns()) {
       layout.dimensions.push_back({column.name, column.type, column.description});
       if (IsSourceName(column.name, column.type)) {
-        tags.source = static_cast<std::uint32_t>(base_.stringCount + sourceNames_.size());
-        sourceNames_.push_back(NameSource(scan->GetPath(), takenNames_));
+        tags.source = strings_.NumberOf(NameSource(scan->GetPath(), takenNames_));
       } else if (IsSourceIndex(column.name, column.type)) {
         tags.firstIndex = nextIndex_;
       }
     }
     nextIndex_ += scan->GetPointCount();
+    strings_.NumberThoseOf(*scan);
+    if (LacksTexts(*scan, layout.dimensions)) tags.emptyText = strings_.NumberOf({});
     std::unique_ptr<ScanFile> adapted;
     Outcome outcome = AdaptScan(std::move(scan), layout, tags, adapted);
     scans_.push_back(std::move(adapted));
@@ -160,14 +181,15 @@ class Appender {
       std::string text;
       const HRESULT code = dictionary->GetString(i, text);
       if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
-      takenNames_.insert(std::move(text));
+      takenNames_.insert(text);
+      strings_.AddFormer(std::move(text));
     }
     return Outcome::Success();
   }
 
   /// Tells of a scan that was imported or appended before.
   void WarnOfRepeat(const ScanFile& scan) const {
-    if (!options_.warning) return;
+    if (!options_.notice) return;
     const bool isThere = std::ranges::any_of(cloud_->GetSources(), [&](const SourceRecord& source) {
       return source.fileName == scan.GetPath().filename().string() &&
              source.pointCount == scan.GetPointCount() &&
@@ -175,21 +197,22 @@ class Appender {
              source.trailingBytes.size() == scan.GetTrailingBytes().size();
     });
     if (!isThere) return;
-    options_.warning(scan.GetPath().string() +
-                     " seems to be in the cloud already (a source of this name, size and header); "
-                     "its points are appended once more");
+    options_.notice(scan.GetPath().string() +
+                    " seems to be in the cloud already (a source of this name, size and header); "
+                    "its points are appended once more");
   }
 
   Outcome FindEnds(const OOCPCRepositoryWriter& writer) {
     base_.ends.nodeCount = writer.GetLength(OOCPCAcceleratorContainer::kStreamName) /
                            OOCPCOctreeAcceleratorNode::kBytes;
-    base_.ends.blockCount =
-        writer.GetLength(oocpc::ColumnTableStreamName(0)) / oocpc::BlockEntry::kBytes;
-    if (base_.ends.blockCount == 0) return Outcome::Success();
     BlockReader reader;
     if (Outcome outcome = BlockReader::Open(*cloud_, {}, reader); !outcome.Ok()) return outcome;
+    OOCPCMetaDataContainer& positions = reader.GetPositions();
+    HRESULT code = positions.GetBlockCount(base_.ends.blockCount);
     oocpc::BlockEntry last;
-    const HRESULT code = reader.GetPositions().ReadBlockEntry(base_.ends.blockCount - 1, last);
+    if (!oocpc::Failed(code) && base_.ends.blockCount > 0) {
+      code = positions.ReadBlockEntry(base_.ends.blockCount - 1, last);
+    }
     if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
     base_.ends.pointCount = last.firstValue + last.valueCount;
     return Outcome::Success();
@@ -307,8 +330,8 @@ class Appender {
   std::uint64_t newPoints_ = 0;
   std::uint64_t workspaceTotal_ = 0;  ///< points of all scans
   std::vector<std::unique_ptr<ScanFile>> scans_;
-  std::uint64_t nextIndex_ = 0;           ///< place of the first point of the next scan
-  std::vector<std::string> sourceNames_;  ///< that are new
+  std::uint64_t nextIndex_ = 0;  ///< place of the first point of the next scan
+  NewStrings strings_;
   std::set<std::string> takenNames_;
   MortonCube former_;
   GrownCube grown_;
@@ -329,7 +352,7 @@ Outcome AppendScans(const ImportOptions& options, ImportReport& report) {
   try {
     std::unique_ptr<OOCPCFolderStreamStore> store;
     const HRESULT code = OOCPCFolderStreamStore::Open(options.output, store);
-    if (oocpc::Failed(code)) return Outcome::FromCode(code, options.output.string());
+    if (oocpc::Failed(code)) return ExplainNoRepository(code, options.output);
     const auto open = [&](std::unique_ptr<Cloud>& cloud) {
       return Cloud::Open(options.output, cloud);
     };

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <numeric>
+#include <string_view>
 
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/build/PointCoder.h"
@@ -14,8 +15,24 @@
 
 namespace tarnhost {
 
+using oocpc::BlockEncodings;
 using oocpc::ColumnType;
 using oocpc::ValueType;
+
+namespace {
+
+/// What filters ask for most often should be quick to read before it is small. Floating point has
+/// no light encoding that is any smaller than its values.
+BlockEncodings EncodingsFor(const Dimension& dimension) {
+  constexpr std::array<std::string_view, 4> kAskedForMost{"classification", "intensity",
+                                                          "return_number", "number_of_returns"};
+  const bool isAsked = std::ranges::find(kAskedForMost, dimension.name) != kAskedForMost.end();
+  const bool isWhole =
+      dimension.type.value != ValueType::kFloat && dimension.type.value != ValueType::kDouble;
+  return isAsked && isWhole ? BlockEncodings::kLight : BlockEncodings::kAll;
+}
+
+}  // namespace
 
 void Extend(oocpc::Box3d& box, const oocpc::Box3d& other) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
@@ -59,6 +76,7 @@ oocpc::Box3d BoxInFrame(const StoredBox& stored, const PositionTransform& transf
 BlockBuilder::BlockBuilder(const PointSet& points, const oocpc::Vector3d& frameOffset)
     : points_(points), frameOffset_(frameOffset) {
   const auto& dimensions = points.GetDimensions();
+  for (const Dimension& dimension : dimensions) encodings_.push_back(EncodingsFor(dimension));
   const auto found = std::ranges::find(dimensions, "gps_time", &Dimension::name);
   if (found != dimensions.end() && found->type == ColumnType{ValueType::kDouble, 1}) {
     timeDimension_ = static_cast<std::size_t>(found - dimensions.begin());
@@ -120,7 +138,7 @@ void BlockBuilder::Build(const RecordView& source, std::span<const std::uint64_t
   for (std::size_t i = 0; i < dimensions.size(); ++i) {
     values.resize(count * oocpc::ValueBytes(dimensions[i].type));
     points_.ExtractDimension(i, records.data(), count, values.data());
-    block.columns.push_back(oocpc::EncodeBlock(dimensions[i].type, values));
+    block.columns.push_back(oocpc::EncodeBlock(dimensions[i].type, values, encodings_[i]));
   }
 }
 

@@ -41,6 +41,7 @@ class BlockBuilder {
 
   const PointSet& points_;
   oocpc::Vector3d frameOffset_;
+  std::vector<oocpc::BlockEncodings> encodings_;  ///< of each dimension
   std::optional<std::size_t> timeDimension_;
 };
 

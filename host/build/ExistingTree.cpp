@@ -217,13 +217,28 @@ bool ExistingTree::HasChangingChild(std::uint32_t node, unsigned octant) const {
   return child != kNone && nodes_[child].isTouched && !nodes_[child].isGone;
 }
 
+bool ExistingTree::StaysAsItIs(unsigned level, std::uint64_t indexInLevel) const {
+  const std::uint32_t node = FindInner(level, indexInLevel);
+  return node != kNone && !nodes_[node].isTouched;
+}
+
+bool ExistingTree::IsInRoot(unsigned level, std::uint64_t indexInLevel) const {
+  return level >= growth_ &&
+         indexInLevel >> (3 * (level - growth_)) == nodes_[0].record.indexInLevel;
+}
+
 std::uint64_t ExistingTree::CountHeld(std::uint64_t code, unsigned level,
                                       std::uint64_t indexInLevel) const {
-  if (held_.empty() || level < growth_ ||
-      indexInLevel >> (3 * (level - growth_)) != nodes_[0].record.indexInLevel) {
-    return 0;
-  }
+  if (held_.empty() || !IsInRoot(level, indexInLevel)) return 0;
   const auto [first, last] = std::equal_range(held_.begin(), held_.end(), code);
+  return static_cast<std::uint64_t>(last - first);
+}
+
+std::uint64_t ExistingTree::CountHeldIn(unsigned level, std::uint64_t indexInLevel) const {
+  if (held_.empty() || !IsInRoot(level, indexInLevel)) return 0;
+  const unsigned shift = 3 * (kMortonBits - level);
+  const auto first = std::ranges::lower_bound(held_, indexInLevel << shift);
+  const auto last = std::ranges::lower_bound(first, held_.end(), (indexInLevel + 1) << shift);
   return static_cast<std::uint64_t>(last - first);
 }
 

@@ -64,6 +64,11 @@ class ExistingTree {
   /// above it has taken. To be asked of a cell: the root's own or one below.
   [[nodiscard]] std::uint64_t CountHeld(std::uint64_t code, unsigned level,
                                         std::uint64_t indexInLevel) const;
+  /// The sum of these over all codes of a cell.
+  [[nodiscard]] std::uint64_t CountHeldIn(unsigned level, std::uint64_t indexInLevel) const;
+  /// Whether the cell is that of an inner node below which nothing changes, and which does not
+  /// change itself.
+  [[nodiscard]] bool StaysAsItIs(unsigned level, std::uint64_t indexInLevel) const;
   [[nodiscard]] unsigned GetGrowth() const { return growth_; }
   /// Codes, ascending, of the points that an inner node keeps or holds on to. By one thread for
   /// each node. A failure is kept: see GetFailure.
@@ -83,6 +88,7 @@ class ExistingTree {
   Outcome LoadNodes(std::uint64_t iteration, std::uint64_t corner);
   Outcome LoadParts(std::uint64_t iteration);
   void MarkPaths();
+  [[nodiscard]] bool IsInRoot(unsigned level, std::uint64_t indexInLevel) const;
   void DissolveRoot(std::vector<std::uint32_t>& dissolved);
   void DissolveTouched(std::vector<std::uint32_t>& dissolved);
   void DissolveAll(std::uint32_t node, std::vector<std::uint32_t>& dissolved);
@@ -99,6 +105,34 @@ class ExistingTree {
   std::unordered_map<std::uint64_t, std::uint32_t> places_;  ///< by level and cell
   mutable std::mutex mutex_;
   Outcome failure_;
+};
+
+/// Tells which points of a cell the former root holds on to: the first ones of each code, as many
+/// as CountHeld says. They are asked for along the Morton curve.
+class HeldPoints {
+ public:
+  HeldPoints(const ExistingTree& tree, unsigned level, std::uint64_t indexInLevel)
+      : tree_(tree), level_(level), indexInLevel_(indexInLevel) {}
+
+  /// Of the next point.
+  [[nodiscard]] bool Holds(std::uint64_t code) {
+    if (!hasCode_ || code != code_) {
+      hasCode_ = true;
+      code_ = code;
+      left_ = tree_.CountHeld(code, level_, indexInLevel_);
+    }
+    if (left_ == 0) return false;
+    --left_;
+    return true;
+  }
+
+ private:
+  const ExistingTree& tree_;
+  unsigned level_;
+  std::uint64_t indexInLevel_;
+  bool hasCode_ = false;
+  std::uint64_t code_ = 0;
+  std::uint64_t left_ = 0;  ///< that are still to come of this code
 };
 
 }  // namespace tarnhost

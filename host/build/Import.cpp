@@ -3,6 +3,7 @@
 
 #include <new>
 
+#include "host/build/CoordinateSystems.h"
 #include "host/build/RepositoryBuilder.h"
 #include "host/build/RepositoryPlace.h"
 #include "host/build/ScanInputs.h"
@@ -33,7 +34,9 @@ Outcome ImportIntoStore(const ImportOptions& options, std::unique_ptr<OOCPCIStre
                         const std::filesystem::path& temporaryFolder, ImportReport& report) {
   report = {};
   std::vector<std::unique_ptr<ScanFile>> scans;
-  if (Outcome outcome = OpenScans(options, scans, report); !outcome.Ok()) return outcome;
+  if (Outcome outcome = OpenScans(options, temporaryFolder, scans, report); !outcome.Ok())
+    return outcome;
+  TellOfOtherSystems(options, {}, scans);
   PointSet points;
   if (Outcome outcome = JoinScans(options, std::move(scans), points); !outcome.Ok()) return outcome;
   OOCPCRepositoryWriter writer(std::move(store));

@@ -32,8 +32,9 @@ struct ImportOptions {
   /// Told, before anything is written there, how many bytes of temporary disk the import is going
   /// to take in which folder; not called when it takes none. May be empty.
   std::function<void(std::uint64_t, const std::filesystem::path&)> temporaryNotice;
-  /// Told what is no failure but may be a mistake, a sentence without final stop. May be empty.
-  std::function<void(const std::string&)> warning;
+  /// Told what is no failure but should be known: files named twice, points without a place that
+  /// are left out. A sentence without final stop, as soon as it is known. May be empty.
+  std::function<void(const std::string&)> notice;
 };
 
 struct ImportReport {
@@ -44,8 +45,6 @@ struct ImportReport {
   std::uint64_t blockCount = 0;
   std::uint64_t sourceBytes = 0;  ///< of the scan files
   std::uint64_t storedBytes = 0;  ///< of all streams
-  /// What the user should know of how scans were read, with their names: points left out, mostly.
-  std::vector<std::string> notices;
 };
 
 /// Imports scans as the first update iteration of a new repository.

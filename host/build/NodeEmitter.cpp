@@ -29,6 +29,8 @@ void NodeEmitter::OpenDownTo(const Piece& piece,
                              std::span<const std::vector<std::uint8_t>> takenRecords) {
   for (unsigned level = 0; level < piece.level; ++level) {
     if (level == open_.size()) {
+      // Its parent refers to it as it is; nothing was taken for it or for nodes below it.
+      if (existing_ != nullptr && existing_->StaysAsItIs(level, piece.CellOf(level))) return;
       OpenNode above;
       above.node.level = level;
       above.node.indexInLevel = piece.CellOf(level);
@@ -45,6 +47,7 @@ void NodeEmitter::OpenDownTo(const Piece& piece,
 Outcome NodeEmitter::EmitEqual(const Piece& piece, const EqualPoints& points) {
   if (Outcome outcome = CloseTo(piece); !outcome.Ok()) return outcome;
   OpenDownTo(piece, points.takenRecords);
+  if (points.count == 0) return Outcome::Success();
   std::uint64_t index = 0;
   Outcome outcome = DealEqual(points, 0, points.count, piece.level, piece.indexInLevel, index);
   if (outcome.Ok() && !open_.empty()) open_.back().node.children[piece.indexInLevel & 7u] = index;

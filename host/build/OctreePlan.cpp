@@ -126,18 +126,12 @@ class Planner {
   std::span<CodedPoint> HoldPoints(std::span<CodedPoint> points, const PlannedNode& node,
                                    std::vector<std::uint64_t>& own) const {
     if (node.level != existing_->GetGrowth()) return points;
+    HeldPoints held(*existing_, node.level, node.indexInLevel);
     std::size_t left = 0;
-    std::uint64_t code = 0;
-    std::uint64_t held = 0;  // that are still to come of this code
     for (std::size_t i = 0; i < points.size(); ++i) {
       const CodedPoint point = points[i];
-      if (i == 0 || point.code != code) {
-        code = point.code;
-        held = existing_->CountHeld(code, node.level, node.indexInLevel);
-      }
-      if (held > 0) {
+      if (held.Holds(point.code)) {
         own.push_back(point.point);
-        --held;
       } else {
         points[left++] = point;
       }

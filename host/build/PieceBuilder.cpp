@@ -44,7 +44,10 @@ BuiltPiece PieceBuilder::Build(const Piece& piece, LoadedPiece& loaded,
   }
   const std::span<CodedPoint> points =
       places.empty() ? loaded.points : Without(loaded.points, std::move(places));
-  if (points.empty() && piece.level > 0 && existing_ == nullptr) return built;
+  // Where a former root holds on to everything, its nodes below stay as they are.
+  const bool isSettled =
+      existing_ == nullptr || existing_->StaysAsItIs(piece.level, piece.indexInLevel);
+  if (points.empty() && piece.level > 0 && isSettled) return built;
   built.plan =
       PlanSubtree(points, {piece.level, piece.indexInLevel, std::move(above)}, grid_, existing_);
   built.blocks.resize(built.plan.nodes.size());
@@ -62,15 +65,10 @@ void PieceBuilder::HoldPoints(const Piece& piece, const LoadedPiece& loaded,
   std::vector<bool> isTaken(loaded.points.size());
   for (const std::uint32_t place : places) isTaken[place] = true;
   auto& out = built.takenRecords[existing_->GetGrowth()];
-  std::uint64_t code = 0;
-  std::uint64_t held = 0;  // that are still to come of this code
+  HeldPoints held(*existing_, piece.level, piece.indexInLevel);
   for (std::uint32_t i = 0; i < loaded.points.size(); ++i) {
-    if (i == 0 || loaded.points[i].code != code) {
-      code = loaded.points[i].code;
-      held = existing_->CountHeld(code, piece.level, piece.indexInLevel);
-    }
-    if (isTaken[i] || held == 0) continue;
-    --held;
+    const std::uint64_t code = loaded.points[i].code;
+    if (isTaken[i] || !held.Holds(code)) continue;
     places.push_back(i);
     above.push_back(code);
     const std::uint8_t* record = loaded.records.At(loaded.points[i].point);

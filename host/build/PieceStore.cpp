@@ -10,17 +10,24 @@
 #include <utility>
 
 #include "host/build/FirstFailure.h"
+#include "host/build/RecordPacking.h"
 
 namespace tarnhost {
 
 namespace {
 
-/// Points dealt at once.
+/// Points that are dealt at once in memory.
 constexpr std::uint64_t kRun = 1u << 15;
 
 /// What a thread sorts with.
 std::vector<CodedPoint>& SortScratch() {
   thread_local std::vector<CodedPoint> scratch;
+  return scratch;
+}
+
+/// What a thread reads chunks into.
+std::vector<std::uint8_t>& ReadScratch() {
+  thread_local std::vector<std::uint8_t> scratch;
   return scratch;
 }
 
@@ -64,22 +71,30 @@ GroupedRows GroupByPiece(std::span<const std::uint32_t> pieces) {
 /// A run of points, their records side by side with those of the same piece.
 struct DealtRun {
   std::uint64_t end = 0;
-  std::vector<std::uint8_t> records;
+  std::unique_ptr<std::uint8_t[]> bytes;
+  std::span<const std::uint8_t> records;
   std::vector<GroupedRows::Group> groups;
 };
 
 DealtRun Deal(const PointSet& points, std::uint64_t first, std::uint64_t count,
               const PieceTree& pieces, const PointCoder& coder) {
   const std::size_t recordBytes = points.GetRecordBytes();
-  std::vector<std::uint8_t> records(count * recordBytes);
-  points.ReadRecords(first, count, records.data());
+  // Not cleared: each of the two is overwritten as a whole.
+  const std::size_t bytes = count * recordBytes;
+  const auto buffer = std::make_unique_for_overwrite<std::uint8_t[]>(bytes);
+  const std::span<const std::uint8_t> records(buffer.get(), bytes);
+  points.ReadRecords(first, count, buffer.get());
   std::vector<std::uint64_t> codes(count);
   coder.CodesOfRecords(records, recordBytes, codes);
   std::vector<std::uint32_t> pieceOf(count);
   for (std::size_t i = 0; i < count; ++i) pieceOf[i] = pieces.FindPiece(codes[i]);
   GroupedRows grouped = GroupByPiece(pieceOf);
-  DealtRun run{first + count, std::vector<std::uint8_t>(records.size()), std::move(grouped.groups)};
-  std::uint8_t* to = run.records.data();
+  DealtRun run{first + count,
+               std::make_unique_for_overwrite<std::uint8_t[]>(bytes),
+               {},
+               std::move(grouped.groups)};
+  run.records = {run.bytes.get(), bytes};
+  std::uint8_t* to = run.bytes.get();
   for (const std::uint32_t row : grouped.rows) {
     CopyRecord(to, records.data() + row * recordBytes, recordBytes);
     to += recordBytes;
@@ -88,12 +103,11 @@ DealtRun Deal(const PointSet& points, std::uint64_t first, std::uint64_t count,
 }
 
 Outcome AppendRun(const DealtRun& run, std::size_t recordBytes, FilePieceStore& store) {
-  const std::span<const std::uint8_t> records(run.records);
   for (std::size_t i = 0; i < run.groups.size(); ++i) {
     const std::size_t begin = run.groups[i].begin * recordBytes;
     const std::size_t end =
-        i + 1 < run.groups.size() ? run.groups[i + 1].begin * recordBytes : records.size();
-    Outcome outcome = store.Append(run.groups[i].piece, records.subspan(begin, end - begin));
+        i + 1 < run.groups.size() ? run.groups[i + 1].begin * recordBytes : run.records.size();
+    Outcome outcome = store.Append(run.groups[i].piece, run.records.subspan(begin, end - begin));
     if (!outcome.Ok()) return outcome;
   }
   return Outcome::Success();
@@ -167,62 +181,108 @@ Outcome FilePieceStore::Finish() {
 Outcome FilePieceStore::Flush(std::uint32_t piece) {
   std::vector<std::uint8_t>& buffer = buffers_[piece];
   if (buffer.empty()) return Outcome::Success();
-  Chunk chunk{0, buffer.size()};
-  if (Outcome outcome = file_->Append(buffer, chunk.offset); !outcome.Ok()) return outcome;
+  const std::size_t records = buffer.size() / recordBytes_;
+  const RecordPacking packing(buffer, recordBytes_);
+  const std::size_t headBytes = RecordPacking::GetEncodedBytes(recordBytes_);
+  if (headBytes + records * packing.GetPackedBytes() < buffer.size()) {
+    packed_.clear();
+    packing.Encode(packed_);
+    packed_.resize(headBytes + records * packing.GetPackedBytes());
+    packing.Pack(buffer, std::span(packed_).subspan(headBytes));
+  } else {
+    packed_.swap(buffer);
+  }
+  Chunk chunk{0, static_cast<std::uint32_t>(packed_.size()), static_cast<std::uint32_t>(records)};
+  if (Outcome outcome = file_->Append(packed_, chunk.offset); !outcome.Ok()) return outcome;
   chunks_[piece].push_back(chunk);
   std::vector<std::uint8_t>().swap(buffer);
   return Outcome::Success();
 }
 
-Outcome FilePieceStore::Load(std::uint32_t piece, LoadedPiece& loaded) {
-  std::size_t bytes = 0;
-  for (const Chunk& chunk : chunks_[piece]) bytes += chunk.bytes;
-  loaded.ownRecords.resize(bytes);
-  std::span<std::uint8_t> to(loaded.ownRecords);
-  for (const Chunk& chunk : chunks_[piece]) {
-    if (Outcome outcome = file_->Read(chunk.offset, to.first(chunk.bytes)); !outcome.Ok()) {
-      return outcome;
-    }
-    to = to.subspan(chunk.bytes);
+Outcome FilePieceStore::ReadChunk(const Chunk& chunk, std::uint64_t first,
+                                  std::span<std::uint8_t> out) const {
+  if (chunk.bytes == chunk.records * recordBytes_) {
+    return file_->Read(chunk.offset + first * recordBytes_, out);
   }
-  loaded.records = RecordView(loaded.ownRecords.data(), recordBytes_);
-  std::vector<std::uint64_t> codes(bytes / recordBytes_);
-  coder_.CodesOfRecords(loaded.ownRecords, recordBytes_, codes);
-  loaded.ownPoints.resize(codes.size());
-  for (std::size_t row = 0; row < codes.size(); ++row) loaded.ownPoints[row] = {codes[row], row};
-  loaded.points = loaded.ownPoints;
+  const std::size_t headBytes = RecordPacking::GetEncodedBytes(recordBytes_);
+  const std::size_t packedBytes = (chunk.bytes - headBytes) / chunk.records;
+  const bool isWhole = first == 0 && out.size() == chunk.records * recordBytes_;
+  std::vector<std::uint8_t>& bytes = ReadScratch();
+  bytes.resize(isWhole ? chunk.bytes : headBytes);
+  if (Outcome outcome = file_->Read(chunk.offset, bytes); !outcome.Ok()) return outcome;
+  const auto packing = RecordPacking::Decode(std::span(bytes).first(headBytes), recordBytes_);
+  // What is not as it was written would lead out of the chunk.
+  if (packing.GetPackedBytes() != packedBytes) {
+    return Outcome::FromCode(oocpc::result::kIoError, file_->GetPath().string());
+  }
+  if (!isWhole) {
+    bytes.resize(headBytes + out.size() / recordBytes_ * packedBytes);
+    Outcome outcome = file_->Read(chunk.offset + headBytes + first * packedBytes,
+                                  std::span(bytes).subspan(headBytes));
+    if (!outcome.Ok()) return outcome;
+  }
+  packing.Unpack(std::span(bytes).subspan(headBytes), out);
+  return Outcome::Success();
+}
+
+/// Lets the disk fetch what a thread is going to load while this one works.
+void FilePieceStore::ReadAhead(std::uint32_t piece) const {
+  const auto threads = static_cast<std::uint32_t>(tbb::this_task_arena::max_concurrency());
+  if (chunks_.size() - piece <= threads) return;
+  for (const Chunk& chunk : chunks_[piece + threads]) file_->ReadAhead(chunk.offset, chunk.bytes);
+}
+
+Outcome FilePieceStore::Load(std::uint32_t piece, LoadedPiece& loaded) {
+  ReadAhead(piece);
+  std::size_t count = 0;
+  for (const Chunk& chunk : chunks_[piece]) count += chunk.records;
+  // Not cleared: all of it is read into.
+  loaded.ownRecords = std::make_unique_for_overwrite<std::uint8_t[]>(count * recordBytes_);
+  const std::span<const std::uint8_t> records(loaded.ownRecords.get(), count * recordBytes_);
+  std::uint8_t* to = loaded.ownRecords.get();
+  for (const Chunk& chunk : chunks_[piece]) {
+    const std::size_t bytes = chunk.records * recordBytes_;
+    if (Outcome outcome = ReadChunk(chunk, 0, {to, bytes}); !outcome.Ok()) return outcome;
+    to += bytes;
+  }
+  loaded.records = RecordView(records.data(), recordBytes_);
+  const auto codes = std::make_unique_for_overwrite<std::uint64_t[]>(count);
+  coder_.CodesOfRecords(records, recordBytes_, {codes.get(), count});
+  loaded.ownPoints = std::make_unique_for_overwrite<CodedPoint[]>(count);
+  for (std::size_t row = 0; row < count; ++row) loaded.ownPoints[row] = {codes[row], row};
+  loaded.points = {loaded.ownPoints.get(), count};
   SortByCode(loaded.points, SortScratch());
   return Outcome::Success();
 }
 
 Outcome FilePieceStore::ReadRecords(std::uint32_t piece, std::uint64_t first,
                                     std::span<std::uint8_t> out) const {
-  std::uint64_t skip = first * recordBytes_;
   for (const Chunk& chunk : chunks_[piece]) {
     if (out.empty()) break;
-    if (skip >= chunk.bytes) {
-      skip -= chunk.bytes;
+    if (first >= chunk.records) {
+      first -= chunk.records;
       continue;
     }
-    const auto bytes =
-        static_cast<std::size_t>(std::min<std::uint64_t>(out.size(), chunk.bytes - skip));
-    Outcome outcome = file_->Read(chunk.offset + skip, out.first(bytes));
+    const std::uint64_t here =
+        std::min<std::uint64_t>(out.size() / recordBytes_, chunk.records - first);
+    Outcome outcome = ReadChunk(chunk, first, out.first(here * recordBytes_));
     if (!outcome.Ok()) return outcome;
-    out = out.subspan(bytes);
-    skip = 0;
+    out = out.subspan(here * recordBytes_);
+    first = 0;
   }
   return Outcome::Success();
 }
 
 Outcome DealIntoFile(const PointSet& points, const PieceTree& pieces, const PointCoder& coder,
-                     const std::function<bool(std::uint64_t)>& report, FilePieceStore& store) {
+                     std::uint64_t rowPoints, const std::function<bool(std::uint64_t)>& report,
+                     FilePieceStore& store) {
   using Rows = std::pair<std::uint64_t, std::uint64_t>;
   std::uint64_t next = 0;
   FirstFailure failure;
   const auto read = [&](tbb::flow_control& control) {
     const std::uint64_t first = next;
     if (first >= points.GetPointCount() || !failure.HasNone()) control.stop();
-    next = std::min(first + kRun, points.GetPointCount());
+    next = std::min(first + rowPoints, points.GetPointCount());
     return Rows(first, next - first);
   };
   const auto deal = [&](const Rows& rows) {

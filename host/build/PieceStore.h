@@ -26,8 +26,8 @@ struct LoadedPiece {
   RecordView records;
 
   // Memory that the two above may lie in.
-  std::vector<CodedPoint> ownPoints;
-  std::vector<std::uint8_t> ownRecords;
+  std::unique_ptr<CodedPoint[]> ownPoints;
+  std::unique_ptr<std::uint8_t[]> ownRecords;
 };
 
 /// Pieces may be loaded from several threads at once, each by one.
@@ -58,7 +58,8 @@ class MemoryPieceStore final : public PieceStore {
   std::vector<std::uint8_t> isSorted_;  ///< of each piece
 };
 
-/// Points in one temporary file, which is written from start to end.
+/// Points in one temporary file, which is written from start to end: chunks of records of one
+/// piece, without the bytes that those of a chunk share.
 class FilePieceStore final : public PieceStore {
  public:
   /// Each piece gathers up to `bufferBytes` in memory before they are written.
@@ -76,23 +77,29 @@ class FilePieceStore final : public PieceStore {
 
  private:
   struct Chunk {
-    std::uint64_t offset;
-    std::size_t bytes;
+    std::uint64_t offset;   ///< in the file
+    std::uint32_t bytes;    ///< in the file: as many as the records have, or less when packed
+    std::uint32_t records;  ///< that are in it
   };
 
   Outcome Flush(std::uint32_t piece);
+  void ReadAhead(std::uint32_t piece) const;
+  /// Reads the records [first, first + ...) of a chunk, as many as `out` has room for.
+  Outcome ReadChunk(const Chunk& chunk, std::uint64_t first, std::span<std::uint8_t> out) const;
 
   std::unique_ptr<TemporaryFile> file_;
   std::size_t recordBytes_;
   std::size_t bufferBytes_;
   PointCoder coder_;
   std::vector<std::vector<std::uint8_t>> buffers_;
+  std::vector<std::uint8_t> packed_;  ///< scratch of Flush
   std::vector<std::vector<Chunk>> chunks_;
 };
 
-/// Deals all points of a set to the pieces of a store in a file. `report` is told how many are
-/// dealt; false stops (kStopped).
+/// Deals all points of a set to the pieces of a store in a file, `rowPoints` at once. `report` is
+/// told how many are dealt; false stops (kStopped).
 Outcome DealIntoFile(const PointSet& points, const PieceTree& pieces, const PointCoder& coder,
-                     const std::function<bool(std::uint64_t)>& report, FilePieceStore& store);
+                     std::uint64_t rowPoints, const std::function<bool(std::uint64_t)>& report,
+                     FilePieceStore& store);
 
 }  // namespace tarnhost

@@ -96,6 +96,15 @@ std::vector<Dimension> DimensionsOf(const ScanTags& tags) {
   return dimensions;
 }
 
+bool LacksTexts(const ScanFile& scan, std::span<const Dimension> dimensions) {
+  return std::ranges::any_of(dimensions, [&](const Dimension& dimension) {
+    return dimension.type.value == ValueType::kString &&
+           !IsSourceName(dimension.name, dimension.type) &&
+           std::ranges::find(scan.GetDimensions(), dimension.name, &Dimension::name) ==
+               scan.GetDimensions().end();
+  });
+}
+
 bool HaveOneLayout(const ScanFile& a, const ScanFile& b) {
   return a.GetTransform().scale == b.GetTransform().scale &&
          a.GetTransform().offset == b.GetTransform().offset &&

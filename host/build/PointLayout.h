@@ -21,7 +21,12 @@ struct PointLayout {
 struct ScanTags {
   std::optional<std::uint32_t> source;      ///< number of its name in the dictionary
   std::optional<std::uint64_t> firstIndex;  ///< place of its first point
+  /// Number of the empty text, for dimensions of texts that the scan lacks.
+  std::uint32_t emptyText = 0;
 };
+
+/// Whether a scan lacks one of the dimensions of texts, but for the one that names its file.
+[[nodiscard]] bool LacksTexts(const ScanFile& scan, std::span<const Dimension> dimensions);
 
 /// The dimensions that tags add.
 [[nodiscard]] std::vector<Dimension> DimensionsOf(const ScanTags& tags);

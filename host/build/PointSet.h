@@ -21,10 +21,10 @@ class PointSet {
   /// Takes the scans over, which have one layout (kScansDiffer); see JoinScans for others.
   static Outcome Join(std::vector<std::unique_ptr<ScanFile>> scans, PointSet& set);
 
-  /// Names of the scans that have no number in the dictionary of strings yet, in the order of the
-  /// numbers that they get; none when points do not tell what scan they are of.
-  void SetSourceNames(std::vector<std::string> names) { sourceNames_ = std::move(names); }
-  [[nodiscard]] const std::vector<std::string>& GetSourceNames() const { return sourceNames_; }
+  /// Texts that have no number in the cloud's dictionary yet, in the order of the numbers that they
+  /// get: names of scans, and what the points hold.
+  void SetNewStrings(std::vector<std::string> strings) { newStrings_ = std::move(strings); }
+  [[nodiscard]] const std::vector<std::string>& GetNewStrings() const { return newStrings_; }
 
   // As ScanFile, one scan after the other; progress counts the points of all.
   Outcome Prepare(ScanWorkspace& workspace);
@@ -58,7 +58,7 @@ class PointSet {
   void ForEachScan(std::uint64_t first, std::uint64_t count, const Read& read) const;
 
   std::vector<std::unique_ptr<ScanFile>> scans_;
-  std::vector<std::string> sourceNames_;
+  std::vector<std::string> newStrings_;
   std::vector<std::uint64_t> firstPoints_{0};  ///< of each scan, and the total at the end
 };
 

@@ -16,16 +16,25 @@ constexpr std::size_t kFewestSlots = 1024;
 /// Bits of the filter for each slot, and their number as a power of two.
 constexpr unsigned kFilterDepth = 2;
 constexpr std::size_t kFilterBits = std::size_t{1} << kFilterDepth;
-/// Of the first axis; those of the others are one and two bits higher.
-constexpr std::uint64_t kAxisBits = SpreadBits((std::uint64_t{1} << kMortonBits) - 1);
+constexpr std::uint64_t kAxisMask = (std::uint64_t{1} << kMortonBits) - 1;
+
+/// The coordinates of a code one beside the other, x lowest.
+std::uint64_t PlaceOf(std::uint64_t code) {
+  return CollectBits(code) | CollectBits(code >> 1) << kMortonBits |
+         CollectBits(code >> 2) << (2 * kMortonBits);
+}
+
+std::uint64_t CoordinateOf(std::uint64_t place, unsigned axis) {
+  return place >> (axis * kMortonBits) & kAxisMask;
+}
 
 /// Squared distance in finest cells.
 std::uint64_t SquaredDistance(std::uint64_t a, std::uint64_t b) {
   std::uint64_t sum = 0;
   for (unsigned axis = 0; axis < 3; ++axis) {
-    const auto difference = static_cast<std::int64_t>(CollectBits(a >> axis)) -
-                            static_cast<std::int64_t>(CollectBits(b >> axis));
-    sum += static_cast<std::uint64_t>(difference * difference);
+    // The square of the difference modulo 2^64 is that of it.
+    const std::uint64_t difference = CoordinateOf(a, axis) - CoordinateOf(b, axis);
+    sum += difference * difference;
   }
   return sum;
 }
@@ -33,9 +42,11 @@ std::uint64_t SquaredDistance(std::uint64_t a, std::uint64_t b) {
 }  // namespace
 
 void PointSpacing::Start(unsigned cellLevel, std::size_t expected) {
-  bitsBelow_ = kMortonBits - cellLevel;
-  cellBits_ = (std::uint64_t{1} << (3 * cellLevel)) - 1;
-  reach_ = (std::uint64_t{1} << bitsBelow_) * 2 / 5;
+  cellEdge_ = std::uint64_t{1} << (kMortonBits - cellLevel);
+  const std::uint64_t axisBits = kAxisMask & ~(cellEdge_ - 1);
+  cellMask_ = axisBits | axisBits << kMortonBits | axisBits << (2 * kMortonBits);
+  const std::uint64_t reach = cellEdge_ * 2 / 5;
+  squaredReach_ = reach * reach;
   count_ = 0;
   slots_.assign(std::max(kFewestSlots, std::bit_ceil(3 * expected)), kFree);
   ClearFilter();
@@ -43,7 +54,7 @@ void PointSpacing::Start(unsigned cellLevel, std::size_t expected) {
 
 void PointSpacing::Add(std::uint64_t code) {
   if (2 * (count_ + 1) > slots_.size()) Grow();
-  Put(code);
+  Put(PlaceOf(code));
   ++count_;
 }
 
@@ -51,8 +62,8 @@ void PointSpacing::Grow() {
   const std::vector<std::uint64_t> old =
       std::exchange(slots_, std::vector<std::uint64_t>(2 * slots_.size(), kFree));
   ClearFilter();
-  for (const std::uint64_t code : old) {
-    if (code != kFree) Put(code);
+  for (const std::uint64_t place : old) {
+    if (place != kFree) Put(place);
   }
 }
 
@@ -71,48 +82,50 @@ std::size_t PointSpacing::SlotOf(std::uint64_t hash) const {
   return static_cast<std::size_t>(hash >> (filterShift_ + kFilterDepth));
 }
 
-void PointSpacing::Put(std::uint64_t code) {
-  const std::uint64_t hash = HashOf(code >> (3 * bitsBelow_));
+void PointSpacing::Put(std::uint64_t place) {
+  const std::uint64_t hash = HashOf(place & cellMask_);
   const std::uint64_t bit = hash >> filterShift_;
   filter_[bit >> 6] |= std::uint64_t{1} << (bit & 63u);
   std::size_t slot = SlotOf(hash);
   while (slots_[slot] != kFree) slot = (slot + 1) & (slots_.size() - 1);
-  slots_[slot] = code;
+  slots_[slot] = place;
 }
 
 bool PointSpacing::IsTooClose(std::uint64_t code) const {
+  const std::uint64_t place = PlaceOf(code);
   // Less than half a cell reaches into one neighbour along each axis: the one on the side on which
-  // the point lies. Cells are counted on in place, among the bits of the other axes.
-  const std::uint64_t cell = code >> (3 * bitsBelow_);
-  const std::uint64_t sides = code >> (3 * (bitsBelow_ - 1));
-  std::array<std::array<std::uint64_t, 2>, 3> places;
-  std::array<unsigned, 3> counts;
+  // the point lies. How far it is to the neighbour tells whether anything there can be too close.
+  std::array<std::uint64_t, 3> steps;
+  std::array<std::uint64_t, 3> squares;
   for (unsigned axis = 0; axis < 3; ++axis) {
-    const std::uint64_t mask = (kAxisBits << axis) & cellBits_;
-    const std::uint64_t unit = std::uint64_t{1} << axis;
-    const std::uint64_t place = cell & mask;
-    const bool above = (sides >> axis & 1u) != 0;
-    places[axis][0] = place;
-    places[axis][1] = above ? ((place | ~mask) + unit) & mask : (place - unit) & mask;
-    counts[axis] = place == (above ? mask : 0) ? 1 : 2;  // no cells beyond the cube
+    const std::uint64_t coordinate = CoordinateOf(place, axis);
+    const std::uint64_t inside = coordinate & (cellEdge_ - 1);
+    const bool above = 2 * inside >= cellEdge_;
+    const std::uint64_t way = above ? cellEdge_ - inside : inside + 1;
+    const bool leavesCube = above ? coordinate + way > kAxisMask : coordinate < way;
+    steps[axis] = (above ? cellEdge_ : 0 - cellEdge_) << (axis * kMortonBits);
+    squares[axis] = leavesCube ? squaredReach_ : way * way;
   }
-  for (unsigned z = 0; z < counts[2]; ++z) {
-    for (unsigned y = 0; y < counts[1]; ++y) {
-      for (unsigned x = 0; x < counts[0]; ++x) {
-        if (HasNear(places[0][x] | places[1][y] | places[2][z], code)) return true;
-      }
+  for (unsigned corner = 0; corner < 8; ++corner) {
+    std::uint64_t cell = place & cellMask_;
+    std::uint64_t square = 0;
+    for (unsigned axis = 0; axis < 3; ++axis) {
+      if ((corner >> axis & 1u) == 0) continue;
+      cell += steps[axis];
+      square += squares[axis];
     }
+    if (square < squaredReach_ && HasNear(cell, place)) return true;
   }
   return false;
 }
 
-bool PointSpacing::HasNear(std::uint64_t cell, std::uint64_t code) const {
+bool PointSpacing::HasNear(std::uint64_t cell, std::uint64_t place) const {
   const std::uint64_t hash = HashOf(cell);
   if (!MayHold(hash)) return false;
   for (std::size_t slot = SlotOf(hash); slots_[slot] != kFree;
        slot = (slot + 1) & (slots_.size() - 1)) {
-    if (slots_[slot] >> (3 * bitsBelow_) != cell) continue;
-    if (SquaredDistance(slots_[slot], code) < reach_ * reach_) return true;
+    if ((slots_[slot] & cellMask_) != cell) continue;
+    if (SquaredDistance(slots_[slot], place) < squaredReach_) return true;
   }
   return false;
 }

@@ -18,10 +18,10 @@ class PointSpacing {
   [[nodiscard]] bool IsTooClose(std::uint64_t code) const;
 
  private:
-  static constexpr std::uint64_t kFree = ~std::uint64_t{0};  // codes have 63 bits
+  static constexpr std::uint64_t kFree = ~std::uint64_t{0};  // places have 63 bits
 
-  [[nodiscard]] bool HasNear(std::uint64_t cell, std::uint64_t code) const;
-  void Put(std::uint64_t code);
+  [[nodiscard]] bool HasNear(std::uint64_t cell, std::uint64_t place) const;
+  void Put(std::uint64_t place);
   void Grow();
   void ClearFilter();
   [[nodiscard]] std::size_t SlotOf(std::uint64_t hash) const;
@@ -36,9 +36,9 @@ class PointSpacing {
   std::vector<std::uint64_t> filter_;
   unsigned filterShift_ = 0;
   std::size_t count_ = 0;
-  unsigned bitsBelow_ = 0;      // per axis, of a code within a cell
-  std::uint64_t cellBits_ = 0;  // of the number of a cell
-  std::uint64_t reach_ = 0;     // in finest cells
+  std::uint64_t cellEdge_ = 0;      // in finest cells
+  std::uint64_t cellMask_ = 0;      // of a place: the bits that tell its cell
+  std::uint64_t squaredReach_ = 0;  // in finest cells
 };
 
 }  // namespace tarnhost

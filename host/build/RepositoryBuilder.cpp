@@ -18,25 +18,18 @@
 #include <functional>
 #include <mutex>
 
-#include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/build/FirstFailure.h"
 #include "host/build/LodBuilder.h"
+#include "host/build/TemporaryDisk.h"
 #include "host/cloud/SourceRecord.h"
+#include "host/common/SharedProgress.h"
 #include "host/common/System.h"
 
 namespace tarnhost {
 
 namespace {
 
-/// Points read at once.
-constexpr std::uint64_t kRowPoints = 1u << 15;
-/// Bounds of the points of a piece. Fewer would make more nodes above them than are worth it; more
-/// would not fit into the caches of the processors.
-constexpr std::uint64_t kFewestPiecePoints = 1u << 17;
-constexpr std::uint64_t kMostPiecePoints = 1u << 20;
-/// What building a point takes besides its record: its code, sorted and sampled, and its values.
-constexpr std::uint64_t kBuildBytes = 96;
 constexpr std::uint64_t kLeastMemory = 64u << 20;
 /// Coordinates below this need no local frame: 32-bit floats tell them apart to a millimetre.
 constexpr double kNearOrigin = 10000;
@@ -48,26 +41,6 @@ std::size_t ThreadCount() {
 }
 
 using PointRows = tbb::blocked_range<std::uint64_t>;
-
-/// Progress that several threads make.
-class SharedProgress {
- public:
-  explicit SharedProgress(std::function<bool(std::uint64_t)> report)
-      : report_(std::move(report)), goesOn_(report_(0)) {}
-
-  [[nodiscard]] bool GoesOn() const { return goesOn_; }
-  void Add(std::uint64_t points) {
-    const std::uint64_t done = done_ += points;
-    const std::unique_lock<std::mutex> lock(mutex_, std::try_to_lock);
-    if (lock.owns_lock() && goesOn_) goesOn_ = report_(done);
-  }
-
- private:
-  std::function<bool(std::uint64_t)> report_;
-  std::atomic<bool> goesOn_;
-  std::atomic<std::uint64_t> done_ = 0;
-  std::mutex mutex_;
-};
 
 }  // namespace
 
@@ -109,8 +82,9 @@ RepositoryBuilder::RepositoryBuilder(PointSet& points, const ImportOptions& opti
       temporaryFolder_(std::move(temporaryFolder)),
       writer_(writer),
       memoryBytes_(MemoryFor(options)),
+      plan_(MemoryPlan::Make(memoryBytes_, points.GetRecordBytes(), ThreadCount())),
       timePoint_(options.timePoint ? *options.timePoint : CurrentTimePoint()),
-      pieces_(MostPointsOfPiece()) {
+      pieces_(plan_.mostPiecePoints) {
   coder_.transform = points.GetTransform();
 }
 
@@ -128,9 +102,18 @@ bool RepositoryBuilder::Report(const char* stage, std::uint64_t done) const {
   return !options_.progress || options_.progress({stage, done, points_.GetPointCount()});
 }
 
+/// With no more threads than the memory is enough for.
 Outcome RepositoryBuilder::Run(ImportReport& report) {
+  return tbb::task_arena(static_cast<int>(plan_.threads)).execute([&] { return Build(report); });
+}
+
+Outcome RepositoryBuilder::Build(ImportReport& report) {
+  if (Outcome outcome = CheckMemory(); !outcome.Ok()) return outcome;
   if (!FitsIntoMemory()) {
-    if (Outcome outcome = CheckTemporarySpace(); !outcome.Ok()) return outcome;
+    const std::uint64_t disk = CountScratchDisk(points_.GetScans(), memoryBytes_ / 2) +
+                               CountSortingDisk(points_.GetPointCount(), points_.GetRecordBytes());
+    Outcome outcome = AnnounceTemporaryDisk(options_, temporaryFolder_, disk);
+    if (!outcome.Ok()) return outcome;
   }
   if (Outcome outcome = PreparePoints(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CountPoints(); !outcome.Ok()) return outcome;
@@ -149,7 +132,7 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
   if (Outcome outcome = WriteNodes(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteLod(emitter); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteSources(); !outcome.Ok()) return outcome;
-  if (Outcome outcome = WriteSourceNames(); !outcome.Ok()) return outcome;
+  if (Outcome outcome = WriteNewStrings(); !outcome.Ok()) return outcome;
   if (Outcome outcome = WriteIteration(emitter); !outcome.Ok()) return outcome;
   const HRESULT code = writer_.Commit(base_ == nullptr ? Describe() : DescribeAppended());
   if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
@@ -165,7 +148,7 @@ Outcome RepositoryBuilder::Run(ImportReport& report) {
 /// pieces are built, which then take that memory.
 Outcome RepositoryBuilder::PreparePoints() {
   ScanWorkspace workspace{memoryBytes_ / 2, temporaryFolder_, {}};
-  workspace.progress = [this](std::uint64_t done) { return Report("decompressing", done); };
+  workspace.progress = [this](std::uint64_t done) { return Report("decoding", done); };
   return points_.Prepare(workspace);
 }
 
@@ -175,9 +158,17 @@ bool RepositoryBuilder::FitsIntoMemory() const {
   return points_.GetPointCount() * bytes <= memoryBytes_ / 2;
 }
 
-std::uint64_t RepositoryBuilder::MostPointsOfPiece() const {
-  const std::uint64_t bytes = (points_.GetRecordBytes() + kBuildBytes) * (ThreadCount() + 1);
-  return std::clamp(memoryBytes_ / 2 / bytes, kFewestPiecePoints, kMostPiecePoints);
+/// Points can be so long that those of a single node take more than was allowed. Nobody who has not
+/// set a limit is held up by it.
+Outcome RepositoryBuilder::CheckMemory() const {
+  if (options_.memoryBytes == 0 || plan_.leastMemoryBytes <= memoryBytes_ || FitsIntoMemory()) {
+    return Outcome::Success();
+  }
+  return Outcome::Failure(oocpc::result::kOutOfMemory,
+                          "points of " + std::to_string(points_.GetRecordBytes()) + " bytes need " +
+                              std::to_string(plan_.leastMemoryBytes) + " bytes of memory, and " +
+                              std::to_string(memoryBytes_) + " are allowed",
+                          options_.output.string(), "allow more memory");
 }
 
 Outcome RepositoryBuilder::CountPoints() {
@@ -222,21 +213,23 @@ bool RepositoryBuilder::CountCodes(StoredBox& found) {
   SharedProgress progress([this](std::uint64_t done) { return Report("reading", done); });
   const auto count = [&](const PointRows& range, StoredBox box) {
     if (!progress.GoesOn()) return box;
-    std::vector<std::int32_t> xyz(3 * range.size());
-    std::vector<std::uint64_t> ownCodes(codes_ ? 0 : range.size());
-    const std::span<std::uint64_t> codes =
-        codes_ ? std::span(codes_.get() + range.begin(), range.size()) : std::span(ownCodes);
+    // Not cleared: both are overwritten as a whole.
+    const auto xyz = std::make_unique_for_overwrite<std::int32_t[]>(3 * range.size());
+    const auto ownCodes =
+        std::make_unique_for_overwrite<std::uint64_t[]>(codes_ ? 0 : range.size());
+    const std::span<std::uint64_t> codes(codes_ ? codes_.get() + range.begin() : ownCodes.get(),
+                                         range.size());
     if (copiedRecords_ == nullptr) {
-      points_.ReadPositions(range.begin(), range.size(), xyz.data());
+      points_.ReadPositions(range.begin(), range.size(), xyz.get());
     } else {
       std::uint8_t* const records = copiedRecords_.get() + range.begin() * recordBytes;
       if (!areCopied_) points_.ReadRecords(range.begin(), range.size(), records);
       for (std::size_t i = 0; i < range.size(); ++i) {
-        std::memcpy(xyz.data() + 3 * i, records + i * recordBytes, 3 * sizeof(std::int32_t));
+        std::memcpy(xyz.get() + 3 * i, records + i * recordBytes, 3 * sizeof(std::int32_t));
       }
     }
-    box.Extend(xyz.data(), range.size());
-    coder_.CodesOf(xyz.data(), codes);
+    box.Extend(xyz.get(), range.size());
+    coder_.CodesOf(xyz.get(), codes);
     pieces_.Count(codes);
     progress.Add(range.size());
     return box;
@@ -246,7 +239,7 @@ bool RepositoryBuilder::CountCodes(StoredBox& found) {
     return a;
   };
   // Runs of one size: what they are read into should not grow with the cloud.
-  found = tbb::parallel_reduce(PointRows(0, points_.GetPointCount(), kRowPoints), StoredBox(),
+  found = tbb::parallel_reduce(PointRows(0, points_.GetPointCount(), plan_.rowPoints), StoredBox(),
                                count, join, tbb::simple_partitioner());
   areCopied_ = true;
   if (copiedRecords_ != nullptr) points_.Release();  // nothing of the scans' points is read again
@@ -276,7 +269,7 @@ Outcome RepositoryBuilder::DealInMemory() {
 Outcome RepositoryBuilder::DealThroughFile() {
   const std::size_t count = pieces_.GetPieces().size();
   const std::uint64_t buffer = std::clamp<std::uint64_t>(
-      memoryBytes_ / 4 / std::max<std::size_t>(count, 1), 1u << 14, 1u << 22);
+      memoryBytes_ / 4 / std::max<std::size_t>(count, 1), 1u << 12, 1u << 22);
   std::unique_ptr<TemporaryFile> records;
   std::unique_ptr<TemporaryFile> candidates;
   Outcome outcome = TemporaryFile::Create(temporaryFolder_, records);
@@ -286,7 +279,7 @@ Outcome RepositoryBuilder::DealThroughFile() {
                                                 buffer, coder_);
   candidates_ = std::make_unique<CandidateStore>(count, std::move(candidates));
   const auto report = [&](std::uint64_t done) { return Report("sorting", done); };
-  outcome = DealIntoFile(points_, pieces_, coder_, report, *store);
+  outcome = DealIntoFile(points_, pieces_, coder_, plan_.rowPoints, report, *store);
   points_.Release();
   fileStore_ = store.get();
   store_ = std::move(store);
@@ -295,22 +288,27 @@ Outcome RepositoryBuilder::DealThroughFile() {
 
 Outcome RepositoryBuilder::SampleTop() {
   const std::vector<Piece>& pieces = pieces_.GetPieces();
+  const ExistingTree* const existing = base_ == nullptr ? nullptr : base_->tree;
   FirstFailure failure;
   std::mutex putting;
-  tbb::parallel_for(std::size_t{0}, pieces.size(), [&](std::size_t i) {
+  const auto sample = [&](std::size_t i) {
     if (pieces[i].level == 0 || !failure.HasNone()) return;
     std::vector<LevelCandidates> candidates;
     Outcome outcome;
     if (IsTooLarge(pieces[i])) {
-      candidates = CandidatesOfEqualPoints(pieces[i], grid_);
+      candidates = CandidatesOfEqualPoints(pieces[i], grid_, existing);
     } else {
       LoadedPiece loaded;
       outcome = store_->Load(static_cast<std::uint32_t>(i), loaded);
-      if (outcome.Ok()) candidates = FindCandidates(pieces[i], loaded.points, grid_);
+      if (outcome.Ok()) candidates = FindCandidates(pieces[i], loaded.points, grid_, existing);
     }
     const std::lock_guard<std::mutex> lock(putting);
     if (outcome.Ok()) outcome = candidates_->Put(i, candidates);
     if (!outcome.Ok()) failure.Note(std::move(outcome));
+  };
+  const std::size_t threads = std::min(plan_.piecesAtOnce, ThreadCount());
+  tbb::task_arena(static_cast<int>(threads)).execute([&] {
+    tbb::parallel_for(std::size_t{0}, pieces.size(), sample);
   });
   return failure.Get();
 }
@@ -371,18 +369,18 @@ Outcome RepositoryBuilder::BuildPieces(NodeEmitter& emitter) {
     }
     if (!outcome.Ok()) failure.Note(std::move(outcome));
   };
-  const std::size_t lines = ThreadCount() + 1;
   tbb::parallel_pipeline(
-      lines, tbb::make_filter<void, Started>(tbb::filter_mode::serial_in_order, start) &
-                 tbb::make_filter<Started, Numbered>(tbb::filter_mode::parallel, build) &
-                 tbb::make_filter<Numbered, void>(tbb::filter_mode::serial_in_order, emit));
+      plan_.piecesAtOnce,
+      tbb::make_filter<void, Started>(tbb::filter_mode::serial_in_order, start) &
+          tbb::make_filter<Started, Numbered>(tbb::filter_mode::parallel, build) &
+          tbb::make_filter<Numbered, void>(tbb::filter_mode::serial_in_order, emit));
   return failure.Get().Ok() ? emitter.Finish() : failure.Get();
 }
 
 /// Only where no Morton bit tells points apart are there more than are built at once.
 bool RepositoryBuilder::IsTooLarge(const Piece& piece) const {
   return fileStore_ != nullptr && piece.level == kMortonBits &&
-         piece.pointCount > MostPointsOfPiece();
+         piece.pointCount > plan_.mostPiecePoints;
 }
 
 /// Adds the points of a piece that a former root above it holds on to: the first that are left.
@@ -434,21 +432,6 @@ Outcome RepositoryBuilder::EmitTooLarge(std::uint32_t number, std::span<const Ta
                                    std::span(records).subspan(done * recordBytes));
   };
   return emitter.EmitEqual(pieces_.GetPieces()[number], points);
-}
-
-/// The temporary file holds all records; the repository grows beside it.
-Outcome RepositoryBuilder::CheckTemporarySpace() const {
-  const std::uint64_t needed = points_.GetPointCount() * points_.GetRecordBytes();
-  std::uint64_t free = 0;
-  const HRESULT asked = oocpc::detail::GetFreeBytes(temporaryFolder_, free);
-  if (options_.temporaryNotice) options_.temporaryNotice(needed, temporaryFolder_);
-  if (oocpc::Failed(asked) || free >= needed) return Outcome::Success();
-  return Outcome::Failure(
-      oocpc::result::kNoSpace,
-      "the import needs " + std::to_string(needed) + " bytes of temporary disk, and " +
-          std::to_string(free) + " are free",
-      temporaryFolder_.string(),
-      "make room there, choose another disk for the repository, or allow more memory");
 }
 
 /// What could not be read of the points that are there already.
@@ -519,6 +502,8 @@ Outcome RepositoryBuilder::WriteLod(const NodeEmitter& emitter) {
 }
 
 Outcome RepositoryBuilder::WriteSources() {
+  const std::string stream =
+      base_ == nullptr ? SourceRecord::kStreamName : FindSourceStream(base_->catalogue.information);
   for (const auto& scan : points_.GetScans()) {
     if (base_ != nullptr && base_->dissolvedCount > 0 && scan == points_.GetScans().back()) break;
     const SourceRecord record{scan->GetPath().filename().string(), scan->GetPointCount(),
@@ -527,18 +512,18 @@ Outcome RepositoryBuilder::WriteSources() {
     const std::span<const std::uint8_t> parts[] = {head, record.leadingBytes, record.trailingBytes};
     for (const auto part : parts) {
       std::uint64_t position = 0;
-      const HRESULT code = writer_.Append(SourceRecord::kStreamName, part, position);
+      const HRESULT code = writer_.Append(stream, part, position);
       if (oocpc::Failed(code)) return Outcome::FromCode(code, options_.output.string());
     }
   }
   return Outcome::Success();
 }
 
-Outcome RepositoryBuilder::WriteSourceNames() {
-  if (points_.GetSourceNames().empty()) return Outcome::Success();
+Outcome RepositoryBuilder::WriteNewStrings() {
+  if (points_.GetNewStrings().empty()) return Outcome::Success();
   std::vector<std::uint8_t> strings;
-  for (const std::string& name : points_.GetSourceNames()) {
-    OOCPCStringRepositoryContainer::EncodeString(name, strings);
+  for (const std::string& text : points_.GetNewStrings()) {
+    OOCPCStringRepositoryContainer::EncodeString(text, strings);
   }
   std::uint64_t position = 0;
   const HRESULT code =
@@ -547,9 +532,9 @@ Outcome RepositoryBuilder::WriteSourceNames() {
                              : Outcome::Success();
 }
 
-/// The dictionary with the names that are new.
+/// The dictionary with the texts that are new.
 void RepositoryBuilder::DescribeStrings(OOCPCCatalogue& catalogue) const {
-  const std::size_t added = points_.GetSourceNames().size();
+  const std::size_t added = points_.GetNewStrings().size();
   if (added == 0) return;
   const std::uint64_t before = base_ == nullptr ? 0 : base_->stringCount;
   catalogue.SetChunk(oocpc::chunk_type::kStringRepository,

@@ -10,6 +10,7 @@
 
 #include "host/build/BlockBuilder.h"
 #include "host/build/Import.h"
+#include "host/build/MemoryPlan.h"
 #include "host/build/NodeEmitter.h"
 #include "host/build/PieceStore.h"
 #include "host/build/PieceTree.h"
@@ -63,16 +64,16 @@ class RepositoryBuilder {
   Outcome Run(ImportReport& report);
 
  private:
+  Outcome Build(ImportReport& report);
   [[nodiscard]] bool Report(const char* stage, std::uint64_t done) const;
   Outcome PreparePoints();
   [[nodiscard]] bool FitsIntoMemory() const;
-  [[nodiscard]] std::uint64_t MostPointsOfPiece() const;
+  [[nodiscard]] Outcome CheckMemory() const;
   Outcome CountPoints();
   bool CountCodes(StoredBox& found);
   Outcome DealPoints();
   Outcome DealInMemory();
   Outcome DealThroughFile();
-  [[nodiscard]] Outcome CheckTemporarySpace() const;
   Outcome SampleTop();
   Outcome BuildPieces(NodeEmitter& emitter);
   [[nodiscard]] bool IsTooLarge(const Piece& piece) const;
@@ -82,7 +83,7 @@ class RepositoryBuilder {
   Outcome WriteNodes(const NodeEmitter& emitter);
   Outcome WriteLod(const NodeEmitter& emitter);
   Outcome WriteSources();
-  Outcome WriteSourceNames();
+  Outcome WriteNewStrings();
   Outcome WriteIteration(const NodeEmitter& emitter);
   [[nodiscard]] Outcome CheckExisting() const;
   [[nodiscard]] Outcome CheckPoints(const NodeEmitter& emitter) const;
@@ -101,6 +102,7 @@ class RepositoryBuilder {
   AppendBase* base_ = nullptr;     ///< null: a new repository
   std::uint64_t bytesBefore_ = 0;  ///< in all streams
   std::uint64_t memoryBytes_;
+  MemoryPlan plan_;
   std::uint64_t timePoint_;
   PointCoder coder_;
   PieceTree pieces_;

@@ -5,8 +5,7 @@
 #include <string>
 
 #include "OOCPointCloud/repository/FileSystem.h"
-#include "OOCPointCloud/support/SystemErrors.h"
-#include "host/common/System.h"
+#include "host/common/ImportFolders.h"
 
 namespace tarnhost {
 
@@ -19,29 +18,14 @@ using oocpc::detail::GetFileKind;
 
 namespace {
 
-/// What the names of all folders begin with in which a repository is built for a place.
-fs::path BuildingPrefix(const fs::path& place) {
-  fs::path prefix = ".";
-  prefix += place.filename();
-  prefix += ".importing-";
-  return prefix;
-}
-
-fs::path BuildingName(const fs::path& place) {
-  fs::path name = BuildingPrefix(place);
-  name += std::to_string(GetProcessNumber());
-  return name;
-}
-
 fs::path ParentOf(const fs::path& place) {
   return place.has_parent_path() ? place.parent_path() : fs::path(".");
 }
 
 /// Whether a file in a repository's folder is one that writers of repositories make.
-bool IsOwnFile(const fs::directory_entry& entry) {
-  std::error_code ignored;
-  if (!fs::is_regular_file(entry.symlink_status(ignored))) return false;
-  const std::string name = entry.path().filename().string();
+bool IsOwnFile(const fs::path& path) {
+  if (oocpc::detail::GetOwnKind(path) != FileKind::kFile) return false;
+  const std::string name = path.filename().string();
   const std::string main = OOCPCFolderStreamStore::kMainFileName;
   const std::string copy = OOCPCFolderStreamStore::kMainCopyFileName;
   return name == main || name == copy || name == main + ".new" || name == copy + ".new" ||
@@ -50,16 +34,12 @@ bool IsOwnFile(const fs::directory_entry& entry) {
          (name.starts_with("DEF_") && OOCPCIsStreamName(name));
 }
 
-bool IsNumber(std::string_view text) {
-  return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
-}
-
 }  // namespace
 
 RepositoryPlace::RepositoryPlace(const fs::path& output)
     // Without a trailing separator, so that it has a name.
     : place_(output.has_filename() ? output : output.parent_path()),
-      building_(ParentOf(place_) / BuildingName(place_)) {}
+      building_(BuildingFolderOf(place_)) {}
 
 RepositoryPlace::~RepositoryPlace() {
   // What cannot be removed is left for the next import.
@@ -93,28 +73,30 @@ Outcome RepositoryPlace::CheckPlace(bool overwrite) {
 
 /// What lies in a repository's folder goes with it: nothing may that is not its own.
 Outcome RepositoryPlace::CheckForForeignFiles() const {
-  std::error_code error;
-  for (fs::directory_iterator entry(place_, error); !error && entry != fs::directory_iterator();
-       entry.increment(error)) {
-    if (IsOwnFile(*entry)) continue;
+  std::vector<fs::path> paths;
+  const HRESULT listed = oocpc::detail::ListFolder(place_, paths);
+  if (Failed(listed)) return Outcome::FromCode(listed, place_.string());
+  for (const fs::path& path : paths) {
+    if (IsOwnFile(path)) continue;
     return Outcome::Failure(
         result::kAlreadyExists,
         "the folder of the repository holds something else, too, which would be "
         "lost: " +
-            entry->path().filename().string(),
+            path.filename().string(),
         place_.string(), "move it elsewhere first");
   }
-  return error ? Outcome::FromCode(oocpc::ResultFromErrno(error.value()), place_.string())
-               : Outcome::Success();
+  return Outcome::Success();
 }
 
 Outcome RepositoryPlace::CheckInputs(const std::vector<fs::path>& inputs) const {
-  std::error_code error;
-  const fs::path place = fs::weakly_canonical(place_, error);
-  if (error) return Outcome::Success();  // what is wrong with the place is told elsewhere
+  fs::path place;
+  // What is wrong with the place, or with an input, is told elsewhere.
+  if (Failed(oocpc::detail::ResolvePath(place_, place))) return Outcome::Success();
   for (const fs::path& input : inputs) {
-    const fs::path inside = fs::weakly_canonical(input, error).lexically_relative(place);
-    if (error || inside.empty() || *inside.begin() == "..") continue;
+    fs::path resolved;
+    if (Failed(oocpc::detail::ResolvePath(input, resolved))) continue;
+    const fs::path inside = resolved.lexically_relative(place);
+    if (inside.empty() || *inside.begin() == "..") continue;
     return Outcome::Failure(result::kAlreadyExists,
                             "a source lies in the place that the repository would take",
                             input.string(), "move it elsewhere, or choose another place");
@@ -125,17 +107,9 @@ Outcome RepositoryPlace::CheckInputs(const std::vector<fs::path>& inputs) const 
 /// A folder is left over when nobody holds its lock. One without a lock is one that is being made
 /// right now, or, under the number of this very process, that of a process that is gone.
 void RepositoryPlace::RemoveLeftovers() const {
-  const std::string prefix = BuildingPrefix(place_).string();
-  std::vector<fs::path> paths;
-  // What cannot be listed is in nobody's way either.
-  static_cast<void>(oocpc::detail::ListFolder(ParentOf(place_), paths));
-  for (const fs::path& path : paths) {
-    const std::string name = path.filename().string();
-    if (!name.starts_with(prefix) || !IsNumber(std::string_view(name).substr(prefix.size()))) {
-      continue;
-    }
+  for (const fs::path& path : ListImportFolders(place_)) {
     const bool isLocked = oocpc::detail::IsNameTaken(path / OOCPCFolderStreamStore::kLockFileName);
-    if (!isLocked && name != building_.filename()) continue;
+    if (!isLocked && path.filename() != building_.filename()) continue;
     std::unique_ptr<OOCPCFolderStreamStore> leftover;
     if (Failed(OOCPCFolderStreamStore::Open(path, leftover))) continue;
     // What cannot be removed is in nobody's way.
@@ -145,6 +119,7 @@ void RepositoryPlace::RemoveLeftovers() const {
 }
 
 Outcome RepositoryPlace::Create(bool overwrite, std::unique_ptr<OOCPCFolderStreamStore>& store) {
+  if (Outcome outcome = PutBackSetAside(place_); !outcome.Ok()) return outcome;
   if (Outcome outcome = CheckPlace(overwrite); !outcome.Ok()) return outcome;
   RemoveLeftovers();
   const HRESULT code = OOCPCFolderStreamStore::Create(building_, store);

@@ -16,7 +16,8 @@ namespace tarnhost {
 ///
 /// The repository is built in a hidden folder beside its place, ".NAME.importing-PID", and appears
 /// in one step. An import that was killed leaves such a folder; the next one into the same place
-/// removes it.
+/// removes it. Where the system exchanges folders in steps only, an import that was killed between
+/// them leaves the repository that it was to replace aside: the next one puts it back first.
 class RepositoryPlace {
  public:
   explicit RepositoryPlace(const std::filesystem::path& output);

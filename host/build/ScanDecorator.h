@@ -16,6 +16,7 @@ class ScanDecorator : public ScanFile {
     return scan_->GetTransform();
   }
   Outcome Prepare(ScanWorkspace& workspace) override { return scan_->Prepare(workspace); }
+  [[nodiscard]] std::uint64_t GetScratchBytes() const override { return scan_->GetScratchBytes(); }
   void Release() override { scan_->Release(); }
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override {
     scan_->ReadPositions(first, count, xyz);

@@ -7,20 +7,22 @@
 #include <utility>
 
 #include "OOCPointCloud/repository/FileSystem.h"
-#include "OOCPointCloud/support/SystemErrors.h"
 #include "host/build/AdaptedScan.h"
+#include "host/build/NewStrings.h"
 #include "host/build/PointLayout.h"
+#include "host/build/RepositoryBuilder.h"
 
 namespace tarnhost {
 
 namespace fs = std::filesystem;
 namespace result = oocpc::result;
+using oocpc::detail::FileKind;
+using oocpc::detail::GetFileKind;
 
 namespace {
 
 Outcome NoScansIn(const fs::path& folder) {
-  std::error_code ignored;
-  if (fs::is_regular_file(folder / OOCPCFolderStreamStore::kMainFileName, ignored)) {
+  if (GetFileKind(folder / OOCPCFolderStreamStore::kMainFileName) == FileKind::kFile) {
     return Outcome::Failure(result::kScanNotRecognised,
                             "this is a repository, not a folder of scans", folder.string(),
                             "write it into a scan with tarn export first");
@@ -32,15 +34,12 @@ Outcome NoScansIn(const fs::path& folder) {
 /// Appends the scans of a folder.
 Outcome ListFolder(const fs::path& folder, std::vector<fs::path>& files) {
   std::vector<fs::path> found;
-  std::error_code error;
-  for (fs::directory_iterator entry(folder, error); !error && entry != fs::directory_iterator();
-       entry.increment(error)) {
-    const std::string name = entry->path().filename().string();
-    std::error_code ignored;
-    if (name.starts_with('.') || !HasScanEnding(name) || entry->is_directory(ignored)) continue;
-    found.push_back(entry->path());
-  }
-  if (error) return Outcome::FromCode(oocpc::ResultFromErrno(error.value()), folder.string());
+  const HRESULT listed = oocpc::detail::ListFolder(folder, found);
+  if (oocpc::Failed(listed)) return Outcome::FromCode(listed, folder.string());
+  std::erase_if(found, [](const fs::path& path) {
+    const std::string name = path.filename().string();
+    return name.starts_with('.') || !HasScanEnding(name) || GetFileKind(path) == FileKind::kFolder;
+  });
   if (found.empty()) return NoScansIn(folder);
   std::ranges::sort(found, {}, [](const fs::path& path) { return path.filename().string(); });
   files.insert(files.end(), found.begin(), found.end());
@@ -63,7 +62,7 @@ Outcome CheckTagNames(const ScanFile& scan, const ScanTags& tags) {
 }
 
 /// Gives scans of several layouts the one that holds them all.
-Outcome AdaptScans(const std::vector<ScanTags>& tags,
+Outcome AdaptScans(std::vector<ScanTags>& tags, NewStrings& strings,
                    std::vector<std::unique_ptr<ScanFile>>& scans) {
   PointLayout layout;
   if (Outcome outcome = FindCommonLayout(scans, layout); !outcome.Ok()) return outcome;
@@ -71,6 +70,7 @@ Outcome AdaptScans(const std::vector<ScanTags>& tags,
     layout.dimensions.push_back(std::move(dimension));
   }
   for (std::size_t i = 0; i < scans.size(); ++i) {
+    if (LacksTexts(*scans[i], layout.dimensions)) tags[i].emptyText = strings.NumberOf({});
     std::unique_ptr<ScanFile> adapted;
     Outcome outcome = AdaptScan(std::move(scans[i]), layout, tags[i], adapted);
     if (!outcome.Ok()) return outcome;
@@ -81,13 +81,12 @@ Outcome AdaptScans(const std::vector<ScanTags>& tags,
 
 /// Tells of files that are named more than once.
 void WarnOfRepeats(const ImportOptions& options, const std::vector<fs::path>& files) {
-  if (!options.warning) return;
+  if (!options.notice) return;
   std::set<fs::path> seen;
   for (const fs::path& file : files) {
-    std::error_code error;
-    const fs::path place = fs::weakly_canonical(file, error);
-    if (!error && !seen.insert(place).second) {
-      options.warning(file.string() + " is named more than once; its points are, too");
+    fs::path place;
+    if (!oocpc::Failed(oocpc::detail::ResolvePath(file, place)) && !seen.insert(place).second) {
+      options.notice(file.string() + " is named more than once; its points are, too");
     }
   }
 }
@@ -96,8 +95,7 @@ void WarnOfRepeats(const ImportOptions& options, const std::vector<fs::path>& fi
 
 Outcome ListScans(const std::vector<fs::path>& inputs, std::vector<fs::path>& files) {
   for (const fs::path& input : inputs) {
-    std::error_code ignored;
-    if (!fs::is_directory(input, ignored)) {
+    if (GetFileKind(input) != FileKind::kFolder) {
       files.push_back(input);
     } else if (Outcome outcome = ListFolder(input, files); !outcome.Ok()) {
       return outcome;
@@ -124,41 +122,43 @@ Outcome JoinScans(const ImportOptions& options, std::vector<std::unique_ptr<Scan
                   PointSet& set) {
   const bool namesSources = options.nameSources || scans.size() > 1;
   std::vector<ScanTags> tags;
-  std::vector<std::string> names;
+  NewStrings strings;
   std::set<std::string> taken;
   std::uint64_t points = 0;
   for (const auto& scan : scans) {
     ScanTags& tag = tags.emplace_back();
-    if (namesSources) {
-      tag.source = static_cast<std::uint32_t>(names.size());
-      names.push_back(NameSource(scan->GetPath(), taken));
-    }
+    if (namesSources) tag.source = strings.NumberOf(NameSource(scan->GetPath(), taken));
     if (options.keepOrder) tag.firstIndex = points;
     points += scan->GetPointCount();
     if (Outcome outcome = CheckTagNames(*scan, tag); !outcome.Ok()) return outcome;
   }
+  for (const auto& scan : scans) strings.NumberThoseOf(*scan);
   if (std::ranges::all_of(scans, [&](const auto& s) { return HaveOneLayout(*scans[0], *s); })) {
     for (std::size_t i = 0; i < scans.size(); ++i) scans[i] = TagScan(std::move(scans[i]), tags[i]);
-  } else if (Outcome outcome = AdaptScans(tags, scans); !outcome.Ok()) {
+  } else if (Outcome outcome = AdaptScans(tags, strings, scans); !outcome.Ok()) {
     return outcome;
   }
-  set.SetSourceNames(std::move(names));
+  set.SetNewStrings(strings.Take());
   return PointSet::Join(std::move(scans), set);
 }
 
-Outcome OpenScans(const ImportOptions& options, std::vector<std::unique_ptr<ScanFile>>& scans,
-                  ImportReport& report) {
+Outcome OpenScans(const ImportOptions& options, const std::filesystem::path& temporaryFolder,
+                  std::vector<std::unique_ptr<ScanFile>>& scans, ImportReport& report) {
+  ScanOptions scanOptions = options.scanOptions;
+  scanOptions.progress = options.progress;
+  scanOptions.memoryBytes = MemoryFor(options) / 2;
+  scanOptions.temporaryFolder = temporaryFolder;
   std::vector<fs::path> files;
   if (Outcome outcome = ListScans(options.inputs, files); !outcome.Ok()) return outcome;
   for (const fs::path& file : files) {
     std::unique_ptr<ScanFile> scan;
-    if (Outcome outcome = OpenScan(file, options.scanOptions, scan); !outcome.Ok()) return outcome;
+    if (Outcome outcome = OpenScan(file, scanOptions, scan); !outcome.Ok()) return outcome;
     std::uint64_t bytes = 0;
     const HRESULT measured = oocpc::detail::GetFileLength(file, bytes);
     if (oocpc::Failed(measured)) return Outcome::FromCode(measured, file.string());
     report.sourceBytes += bytes;
     for (const std::string& notice : scan->GetNotices()) {
-      report.notices.push_back(file.string() + ": " + notice);
+      if (options.notice) options.notice(file.string() + ": " + notice);
     }
     scans.push_back(std::move(scan));
   }

@@ -21,9 +21,10 @@ Outcome ListScans(const std::vector<std::filesystem::path>& inputs,
                   std::vector<std::filesystem::path>& files);
 
 /// Opens all scans that the inputs name; tells the report how many there are and the sizes of their
-/// files. The errors of ListScans and of opening.
-Outcome OpenScans(const ImportOptions& options, std::vector<std::unique_ptr<ScanFile>>& scans,
-                  ImportReport& report);
+/// files. `temporaryFolder` is for what does not fit into memory meanwhile. The errors of ListScans
+/// and of opening; kStopped.
+Outcome OpenScans(const ImportOptions& options, const std::filesystem::path& temporaryFolder,
+                  std::vector<std::unique_ptr<ScanFile>>& scans, ImportReport& report);
 
 /// A name for a source: that of its file; if that is taken, with its folder; if that is taken, too,
 /// with a number. It is taken then.

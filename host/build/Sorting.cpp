@@ -11,10 +11,10 @@ namespace tarnhost {
 
 namespace {
 
-constexpr unsigned kDigitBits = 11;
+constexpr unsigned kDigitBits = 9;
 constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
 /// Digits that are sorted by counting: more would tell hardly any points apart that these do not.
-constexpr unsigned kCountedDigits = 3;
+constexpr unsigned kCountedDigits = 4;
 constexpr std::size_t kFewPoints = 256;
 
 bool ComesBefore(const CodedPoint& a, const CodedPoint& b) { return a.code < b.code; }

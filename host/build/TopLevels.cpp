@@ -35,7 +35,7 @@ class LevelCollector {
       }
       // Among equally near points the earlier ones stay.
       if (distances[i] < enough_) {
-        Insert({points[i].code, distances[i], index + static_cast<std::uint32_t>(i)});
+        Insert({points[i].code, distances[i], index + static_cast<std::uint32_t>(i), 0});
       }
     }
   }
@@ -65,18 +65,16 @@ unsigned CellLevelOf(const SamplingGrid& grid, unsigned level) {
   return std::min(grid.CellLevel(level), kMortonBits - 1);
 }
 
-}  // namespace
-
-std::vector<LevelCandidates> FindCandidates(const Piece& piece, std::span<const CodedPoint> points,
-                                            const SamplingGrid& grid) {
+/// The candidates for the levels [begin, end).
+std::vector<LevelCandidates> FindCandidates(std::span<const CodedPoint> points, unsigned begin,
+                                            unsigned end, const SamplingGrid& grid) {
   std::vector<LevelCollector> levels;
-  for (unsigned level = 0; level < piece.level; ++level) {
+  for (unsigned level = begin; level < end; ++level) {
     levels.emplace_back(CellLevelOf(grid, level), level + 1);
   }
-  for (std::size_t begin = 0; begin < points.size(); begin += LevelCollector::kBatch) {
-    const auto batch =
-        points.subspan(begin, std::min(LevelCollector::kBatch, points.size() - begin));
-    for (LevelCollector& level : levels) level.Add(batch, static_cast<std::uint32_t>(begin));
+  for (std::size_t at = 0; at < points.size(); at += LevelCollector::kBatch) {
+    const auto batch = points.subspan(at, std::min(LevelCollector::kBatch, points.size() - at));
+    for (LevelCollector& level : levels) level.Add(batch, static_cast<std::uint32_t>(at));
   }
   std::vector<LevelCandidates> candidates(levels.size());
   std::ranges::transform(levels, candidates.begin(),
@@ -84,14 +82,75 @@ std::vector<LevelCandidates> FindCandidates(const Piece& piece, std::span<const 
   return candidates;
 }
 
-std::vector<LevelCandidates> CandidatesOfEqualPoints(const Piece& piece, const SamplingGrid& grid) {
+/// Points without the first ones of each code, which a former root holds on to.
+struct UnheldPoints {
+  std::vector<CodedPoint> points;
+  std::vector<std::uint32_t> places;  ///< of each among all
+};
+
+UnheldPoints FindUnheld(const Piece& piece, std::span<const CodedPoint> points,
+                        const ExistingTree& existing) {
+  UnheldPoints unheld;
+  HeldPoints held(existing, piece.level, piece.indexInLevel);
+  for (std::uint32_t i = 0; i < points.size(); ++i) {
+    if (held.Holds(points[i].code)) continue;
+    unheld.points.push_back(points[i]);
+    unheld.places.push_back(i);
+  }
+  return unheld;
+}
+
+}  // namespace
+
+std::vector<LevelCandidates> FindCandidates(const Piece& piece, std::span<const CodedPoint> points,
+                                            const SamplingGrid& grid,
+                                            const ExistingTree* existing) {
+  if (existing == nullptr || existing->CountHeldIn(piece.level, piece.indexInLevel) == 0) {
+    std::vector<LevelCandidates> candidates = FindCandidates(points, 0, piece.level, grid);
+    for (LevelCandidates& level : candidates) {
+      for (Candidate& candidate : level) candidate.unheld = Candidate::kAll;
+    }
+    return candidates;
+  }
+  const unsigned growth = existing->GetGrowth();
+  const UnheldPoints unheld = FindUnheld(piece, points, *existing);
+  std::vector<LevelCandidates> candidates = FindCandidates(points, 0, growth, grid);
+  for (LevelCandidates& level : candidates) {
+    for (Candidate& candidate : level) {
+      const auto first =
+          std::ranges::lower_bound(unheld.points, candidate.code, {}, &CodedPoint::code);
+      const auto last = std::find_if(first, unheld.points.end(), [&](const CodedPoint& point) {
+        return point.code != candidate.code;
+      });
+      candidate.unheld = static_cast<std::uint32_t>(last - first);
+    }
+  }
+  for (LevelCandidates& level : FindCandidates(unheld.points, growth, piece.level, grid)) {
+    for (Candidate& candidate : level) {
+      candidate.index = unheld.places[candidate.index];
+      candidate.unheld = Candidate::kAll;
+    }
+    candidates.push_back(std::move(level));
+  }
+  return candidates;
+}
+
+std::vector<LevelCandidates> CandidatesOfEqualPoints(const Piece& piece, const SamplingGrid& grid,
+                                                     const ExistingTree* existing) {
   const std::uint64_t code = piece.indexInLevel << (3 * (kMortonBits - piece.level));
+  const std::uint64_t held =
+      existing == nullptr ? 0 : existing->CountHeld(code, piece.level, piece.indexInLevel);
+  const unsigned growth = existing == nullptr ? 0 : existing->GetGrowth();
   std::vector<LevelCandidates> candidates(piece.level);
   for (unsigned level = 0; level < piece.level; ++level) {
     const std::uint64_t distance = DistanceFromCentre(code, CellLevelOf(grid, level));
-    const std::uint64_t count = std::min<std::uint64_t>(level + 1, piece.pointCount);
-    for (std::uint32_t index = 0; index < count; ++index) {
-      candidates[level].push_back({code, distance, index});
+    const std::uint64_t first = level < growth ? 0 : held;
+    const std::uint64_t end = std::min<std::uint64_t>(first + level + 1, piece.pointCount);
+    const auto unheld = level < growth && held > 0
+                            ? static_cast<std::uint32_t>(piece.pointCount - held)
+                            : Candidate::kAll;
+    for (std::uint64_t index = first; index < end; ++index) {
+      candidates[level].push_back({code, distance, static_cast<std::uint32_t>(index), unheld});
     }
   }
   return candidates;
@@ -154,7 +213,7 @@ Outcome TopLevels::Next(std::vector<TakenPoint>& taken, std::vector<std::uint64_
 Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, std::size_t end,
                         std::vector<std::uint64_t> above) {
   std::uint64_t points = 0;
-  for (std::size_t i = begin; i < end; ++i) points += pieces_[i].pointCount - taken_[i].size();
+  for (std::size_t i = begin; i < end; ++i) points += CountLeft(i, level);
   std::vector<CellCandidate> best;
   if (Outcome outcome = FindBest(level, begin, end, best); !outcome.Ok()) return outcome;
   NodeSampler sampler(std::move(above));
@@ -173,7 +232,7 @@ Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, 
   sampler.Start(cellLevel, best.size(), points);
   for (const auto& [candidate, piece] : best) {
     if (sampler.Take(candidate.code)) {
-      taken_[piece].push_back({level, candidate.code, candidate.index});
+      taken_[piece].push_back({level, candidate.code, candidate.index, candidate.unheld});
     }
   }
   Node node{level, index, begin, end, {}};
@@ -182,6 +241,34 @@ Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, 
   }
   open_.push_back(std::move(node));
   return Outcome::Success();
+}
+
+/// The points of a code that a former root holds on to are the first ones, of those that the nodes
+/// above it have left: as many others of that code as these have taken. By code, for a node at a
+/// level from that root's on.
+std::unordered_map<std::uint64_t, std::uint32_t> TopLevels::CountHeldInstead(std::size_t piece,
+                                                                             unsigned level) const {
+  std::unordered_map<std::uint64_t, std::uint32_t> counts;
+  if (!IsBelowFormerRoot(level)) return counts;
+  for (const TakenPoint& point : taken_[piece]) {
+    if (point.level >= existing_->GetGrowth() || point.unheld == Candidate::kAll) continue;
+    std::uint32_t& count = counts[point.code];
+    count = std::min(count + 1, point.unheld);
+  }
+  return counts;
+}
+
+/// The points of a piece that a node of a level may take.
+std::uint64_t TopLevels::CountLeft(std::size_t piece, unsigned level) const {
+  std::uint64_t left = pieces_[piece].pointCount;
+  if (!IsBelowFormerRoot(level)) return left - taken_[piece].size();
+  left -= existing_->CountHeldIn(pieces_[piece].level, pieces_[piece].indexInLevel);
+  for (const TakenPoint& point : taken_[piece]) {
+    const bool mayBeHeld = point.level < existing_->GetGrowth() && point.unheld != Candidate::kAll;
+    if (!mayBeHeld) --left;
+  }
+  for (const auto& [code, count] : CountHeldInstead(piece, level)) left -= count;
+  return left;
 }
 
 /// The best point that is left in each cell of a node's level, along the Morton curve. Small cells
@@ -193,12 +280,19 @@ Outcome TopLevels::FindBest(unsigned level, std::size_t begin, std::size_t end,
   for (std::size_t piece = begin; piece < end; ++piece) {
     Outcome outcome = candidates_.Get(piece, level, candidates);
     if (!outcome.Ok()) return outcome;
-    std::vector<bool> isTaken(candidates.empty() ? 0 : pieces_[piece].pointCount);
+    if (candidates.empty()) continue;
+    std::vector<bool> isTaken(pieces_[piece].pointCount);
     for (const TakenPoint& point : taken_[piece]) isTaken[point.index] = true;
+    std::unordered_map<std::uint64_t, std::uint32_t> held = CountHeldInstead(piece, level);
     for (std::size_t i = 0; i < candidates.size();) {
       const std::uint64_t cell = candidates[i].code >> shift;
       bool found = false;
       for (; i < candidates.size() && candidates[i].code >> shift == cell; ++i) {
+        if (const auto instead = held.find(candidates[i].code);
+            instead != held.end() && instead->second > 0) {
+          --instead->second;
+          continue;
+        }
         if (found || isTaken[candidates[i].index]) continue;
         found = true;
         if (best.empty() || best.back().candidate.code >> shift != cell) {

@@ -6,6 +6,7 @@
 #include <deque>
 #include <memory>
 #include <span>
+#include <unordered_map>
 #include <vector>
 
 #include "host/build/OctreePlan.h"
@@ -19,6 +20,11 @@ struct Candidate {
   std::uint64_t code;
   std::uint64_t distance;  ///< from the centre of its cell of the node's level
   std::uint32_t index;     ///< among the piece's points along the Morton curve
+  /// How many of the piece's points of this code a former root does not hold on to; kAll where it
+  /// holds none.
+  std::uint32_t unheld;
+
+  static constexpr std::uint32_t kAll = ~std::uint32_t{0};
 };
 
 /// What one level above a piece may take of it: for each cell, along the Morton curve, the points
@@ -26,14 +32,16 @@ struct Candidate {
 /// take before.
 using LevelCandidates = std::vector<Candidate>;
 
-/// The candidates of a piece, whose sorted points are given, for each level above it.
+/// The candidates of a piece, whose sorted points are given, for each level above it. From the
+/// level of a former root on, what that holds on to is none: of each code, the first points.
 [[nodiscard]] std::vector<LevelCandidates> FindCandidates(const Piece& piece,
                                                           std::span<const CodedPoint> points,
-                                                          const SamplingGrid& grid);
+                                                          const SamplingGrid& grid,
+                                                          const ExistingTree* existing = nullptr);
 
 /// The same of a piece whose points all have the same code, without looking at them.
-[[nodiscard]] std::vector<LevelCandidates> CandidatesOfEqualPoints(const Piece& piece,
-                                                                   const SamplingGrid& grid);
+[[nodiscard]] std::vector<LevelCandidates> CandidatesOfEqualPoints(
+    const Piece& piece, const SamplingGrid& grid, const ExistingTree* existing = nullptr);
 
 /// Keeps the candidates of all pieces, in memory or in a temporary file. Put and Get are called by
 /// one thread at a time.
@@ -61,7 +69,8 @@ class CandidateStore {
 struct TakenPoint {
   unsigned level = 0;  ///< of the node
   std::uint64_t code = 0;
-  std::uint32_t index = 0;  ///< among the piece's points along the Morton curve
+  std::uint32_t index = 0;   ///< among the piece's points along the Morton curve
+  std::uint32_t unheld = 0;  ///< as of a Candidate
 };
 
 /// Decides, as PlanSubtree does for nodes within one piece, which points the nodes above the pieces
@@ -99,6 +108,12 @@ class TopLevels {
 
   Outcome Open(unsigned level, std::uint64_t index, std::size_t begin, std::size_t end,
                std::vector<std::uint64_t> above);
+  [[nodiscard]] bool IsBelowFormerRoot(unsigned level) const {
+    return existing_ != nullptr && level >= existing_->GetGrowth();
+  }
+  [[nodiscard]] std::uint64_t CountLeft(std::size_t piece, unsigned level) const;
+  [[nodiscard]] std::unordered_map<std::uint64_t, std::uint32_t> CountHeldInstead(
+      std::size_t piece, unsigned level) const;
   Outcome FindBest(unsigned level, std::size_t begin, std::size_t end,
                    std::vector<CellCandidate>& best) const;
 

@@ -17,16 +17,31 @@ namespace tarnhost {
 namespace {
 
 constexpr std::size_t kPositionBytes = 3 * sizeof(std::int32_t);
-constexpr std::uint64_t kRun = 1u << 14;
+constexpr std::uint64_t kPointsAtOnce = 1u << 14;
+
+bool IsText(const Dimension& dimension) {
+  return dimension.type.value == oocpc::ValueType::kString;
+}
+
+/// What stands for texts: their hashes.
+using TextHashes = std::vector<std::uint64_t>;
+
+std::uint64_t HashText(const std::string& text) {
+  return Hash64({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+}
 
 /// Sums over points, run by run.
 class Summer {
  public:
-  /// `dimensions` without the position.
-  explicit Summer(const std::vector<Dimension>& dimensions) : sums_(dimensions.size() + 1) {
+  /// `dimensions` without the position; `texts` those that values of texts number.
+  Summer(const std::vector<Dimension>& dimensions, const TextHashes& texts)
+      : texts_(texts), sums_(dimensions.size() + 1) {
     widths_.push_back(kPositionBytes);
+    areTexts_.push_back(false);
     for (const Dimension& dimension : dimensions) {
-      widths_.push_back(oocpc::ValueBytes(dimension.type));
+      areTexts_.push_back(IsText(dimension));
+      widths_.push_back(IsText(dimension) ? sizeof(std::uint64_t)
+                                          : oocpc::ValueBytes(dimension.type));
     }
     for (const std::size_t width : widths_) recordBytes_ += width;
   }
@@ -40,6 +55,7 @@ class Summer {
   /// Values of the next dimension.
   void Add(const std::uint8_t* values) {
     const std::size_t width = widths_[next_];
+    if (areTexts_[next_]) values = HashTexts(values);
     std::uint64_t sum = 0;
     for (std::size_t i = 0; i < count_; ++i, values += width) {
       sum += Hash64({values, width});
@@ -63,7 +79,22 @@ class Summer {
   }
 
  private:
+  /// The hashes of texts by their numbers.
+  const std::uint8_t* HashTexts(const std::uint8_t* numbers) {
+    hashes_.resize(count_ * sizeof(std::uint64_t));
+    for (std::size_t i = 0; i < count_; ++i) {
+      std::uint32_t number = 0;
+      std::memcpy(&number, numbers + i * sizeof(number), sizeof(number));
+      const std::uint64_t hash = number < texts_.size() ? texts_[number] : 0;
+      std::memcpy(hashes_.data() + i * sizeof(hash), &hash, sizeof(hash));
+    }
+    return hashes_.data();
+  }
+
+  const TextHashes& texts_;
   std::vector<std::size_t> widths_;  ///< the position's first
+  std::vector<bool> areTexts_;
+  std::vector<std::uint8_t> hashes_;
   std::vector<std::uint64_t> sums_;
   std::size_t recordBytes_ = 0;
   std::uint64_t recordSum_ = 0;
@@ -113,7 +144,8 @@ Checksums Nothing(const PositionTransform& transform, const std::vector<Dimensio
 }
 
 struct ScanPart {
-  explicit ScanPart(const std::vector<Dimension>& dimensions) : summer(dimensions) {}
+  ScanPart(const std::vector<Dimension>& dimensions, const TextHashes& texts)
+      : summer(dimensions, texts) {}
 
   void Sum(const ScanFile& scan, std::uint64_t first, std::size_t count) {
     const std::size_t bytes = scan.GetRecordBytes();
@@ -139,7 +171,8 @@ struct ScanPart {
 };
 
 struct CloudPart {
-  explicit CloudPart(const std::vector<Dimension>& dimensions) : summer(dimensions) {}
+  CloudPart(const std::vector<Dimension>& dimensions, const TextHashes& texts)
+      : summer(dimensions, texts) {}
 
   Outcome Sum(Cloud& cloud, const std::vector<Dimension>& dimensions,
               const OOCPCOctreeAcceleratorNode& node) {
@@ -170,6 +203,21 @@ struct CloudPart {
   std::vector<std::uint8_t> values;
 };
 
+/// The hashes of the texts of a cloud that has dimensions of texts.
+Outcome HashDictionary(Cloud& cloud, const std::vector<Dimension>& dimensions, TextHashes& hashes) {
+  if (std::ranges::none_of(dimensions, IsText)) return Outcome::Success();
+  const OOCPCStringRepositoryContainer* const dictionary =
+      cloud.GetPointCloud().GetDataRepository()->GetStringRepository();
+  const std::uint64_t count = dictionary == nullptr ? 0 : dictionary->GetCount();
+  std::string text;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const HRESULT code = dictionary->GetString(i, text);
+    if (oocpc::Failed(code)) return Outcome::FromCode(code, cloud.GetPath().string());
+    hashes.push_back(HashText(text));
+  }
+  return Outcome::Success();
+}
+
 }  // namespace
 
 Outcome SumScan(ScanFile& scan, ScanWorkspace& workspace, const ChecksumProgress& progress,
@@ -177,17 +225,20 @@ Outcome SumScan(ScanFile& scan, ScanWorkspace& workspace, const ChecksumProgress
   const std::vector<Dimension>& dimensions = scan.GetDimensions();
   const std::uint64_t total = scan.GetPointCount();
   workspace.progress = [&](std::uint64_t done) {
-    return !progress || progress({"decompressing", done, total});
+    return !progress || progress({"decoding", done, total});
   };
   if (Outcome outcome = scan.Prepare(workspace); !outcome.Ok()) return outcome;
   SharedState state(progress, total);
-  tbb::enumerable_thread_specific<ScanPart> parts([&] { return ScanPart(dimensions); });
-  tbb::parallel_for(std::uint64_t{0}, (total + kRun - 1) / kRun, [&](std::uint64_t run) {
-    if (!state.GoesOn()) return;
-    const std::uint64_t count = std::min(kRun, total - run * kRun);
-    parts.local().Sum(scan, run * kRun, static_cast<std::size_t>(count));
-    state.Add(count, Outcome::Success());
-  });
+  TextHashes texts;
+  for (const std::string& text : scan.GetStrings()) texts.push_back(HashText(text));
+  tbb::enumerable_thread_specific<ScanPart> parts([&] { return ScanPart(dimensions, texts); });
+  tbb::parallel_for(
+      std::uint64_t{0}, (total + kPointsAtOnce - 1) / kPointsAtOnce, [&](std::uint64_t run) {
+        if (!state.GoesOn()) return;
+        const std::uint64_t count = std::min(kPointsAtOnce, total - run * kPointsAtOnce);
+        parts.local().Sum(scan, run * kPointsAtOnce, static_cast<std::size_t>(count));
+        state.Add(count, Outcome::Success());
+      });
   scan.Release();
   if (Outcome outcome = state.GetFailure(); !outcome.Ok()) return outcome;
   sums = Nothing(scan.GetTransform(), dimensions);
@@ -210,7 +261,9 @@ Outcome SumCloud(Cloud& cloud, std::uint64_t iteration, const ChecksumProgress& 
     if (!IsSourceColumn(column)) dimensions.push_back({column.name, column.type, {}});
   }
   SharedState state(progress, record.pointCount);
-  tbb::enumerable_thread_specific<CloudPart> parts([&] { return CloudPart(dimensions); });
+  TextHashes texts;
+  if (Outcome outcome = HashDictionary(cloud, dimensions, texts); !outcome.Ok()) return outcome;
+  tbb::enumerable_thread_specific<CloudPart> parts([&] { return CloudPart(dimensions, texts); });
   tbb::parallel_for(std::size_t{0}, nodes.size(), [&](std::size_t i) {
     if (!state.GoesOn()) return;
     Outcome outcome = parts.local().Sum(cloud, dimensions, nodes[i]);

@@ -2,10 +2,12 @@
 #include "host/cloud/Cloud.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/cloud/NodeWalk.h"
+#include "host/common/ImportFolders.h"
 
 namespace tarnhost {
 
@@ -27,21 +29,28 @@ Outcome AttachFailure(HRESULT code, const std::filesystem::path& place, const st
 
 }  // namespace
 
-Outcome Cloud::Open(const std::filesystem::path& folder, std::unique_ptr<Cloud>& cloud) {
-  std::unique_ptr<OOCPCFolderRepository> repository;
-  const HRESULT code = OOCPCFolderRepository::Open(folder, repository);
-  if (oocpc::Failed(code) && oocpc::detail::GetFileKind(folder) == oocpc::detail::FileKind::kFile) {
+Outcome ExplainNoRepository(HRESULT code, const std::filesystem::path& folder) {
+  using oocpc::detail::FileKind;
+  if (oocpc::detail::GetFileKind(folder) == FileKind::kFile) {
     return Outcome::Failure(result::kNotARepository, "this is a file, not a repository",
                             folder.string(), "make a repository of a scan with tarn import first");
   }
-  const bool hasCopy =
-      oocpc::detail::GetFileKind(folder / OOCPCFolderStreamStore::kMainCopyFileName) ==
-      oocpc::detail::FileKind::kFile;
-  if (code == result::kNotARepository && hasCopy) {
+  const std::filesystem::path copy = folder / OOCPCFolderStreamStore::kMainCopyFileName;
+  if (code == result::kNotARepository && oocpc::detail::GetFileKind(copy) == FileKind::kFile) {
     return Outcome::Failure(code, "the main stream of the repository is missing", folder.string(),
                             "tarn repair brings it back from its copy");
   }
-  if (oocpc::Failed(code)) return Outcome::FromCode(code, folder.string());
+  if (code == result::kNotARepository && !FindSetAside(folder).empty()) {
+    return Outcome::Failure(code, "an import that was to replace this repository was cut short",
+                            folder.string(), "tarn repair puts the repository back");
+  }
+  return Outcome::FromCode(code, folder.string());
+}
+
+Outcome Cloud::Open(const std::filesystem::path& folder, std::unique_ptr<Cloud>& cloud) {
+  std::unique_ptr<OOCPCFolderRepository> repository;
+  const HRESULT code = OOCPCFolderRepository::Open(folder, repository);
+  if (oocpc::Failed(code)) return ExplainNoRepository(code, folder);
   return Attach(std::move(repository), folder, cloud);
 }
 
@@ -88,7 +97,7 @@ Outcome Cloud::LoadColumns() {
 }
 
 Outcome Cloud::LoadSources() {
-  const char* name = SourceRecord::kStreamName;
+  const std::string name = FindSourceStream(GetInformation());
   sourceStream_.reset(pointCloud_.GetDataRepository()->CreateInputStream(name));
   if (sourceStream_ == nullptr) return AttachFailure(result::kStreamMissing, path_, name);
   const std::uint64_t length = sourceStream_->GetLength();
@@ -102,6 +111,17 @@ Outcome Cloud::LoadSources() {
   }
   const HRESULT code = DecodeSourceRecords({view, static_cast<std::size_t>(length)}, sources_);
   return oocpc::Failed(code) ? AttachFailure(code, path_, name) : Outcome::Success();
+}
+
+Outcome Cloud::KeepSourcesOf(std::uint64_t iteration) {
+  OOCPCUpdateIteration record;
+  if (Outcome outcome = ReadIteration(iteration, record); !outcome.Ok()) return outcome;
+  if (iteration + 1 == GetIterationCount()) return Outcome::Success();
+  std::uint64_t left = record.pointCount;
+  auto later = sources_.begin();
+  for (; later != sources_.end() && later->pointCount <= left; ++later) left -= later->pointCount;
+  sources_.erase(later, sources_.end());
+  return Outcome::Success();
 }
 
 const OOCPCRepositoryInformation& Cloud::GetInformation() const {
@@ -145,23 +165,24 @@ Outcome Cloud::FindNewestIteration(std::uint64_t& iteration) const {
 }
 
 Outcome Cloud::FindIterationAt(std::uint64_t time, std::uint64_t& iteration) const {
-  // Time points ascend.
-  std::uint64_t begin = 0;
-  std::uint64_t end = GetIterationCount();
-  OOCPCUpdateIteration record;
-  while (begin < end) {
-    const std::uint64_t middle = begin + (end - begin) / 2;
-    if (Outcome outcome = ReadIteration(middle, record); !outcome.Ok()) return outcome;
-    if (record.timePoint <= time) {
-      begin = middle + 1;
+  // Time points ascend. A record that cannot be read matters only where it may be the one.
+  Outcome damage;
+  for (std::uint64_t i = GetIterationCount(); i-- > 0;) {
+    OOCPCUpdateIteration record;
+    Outcome read = ReadIteration(i, record);
+    if (!read.Ok()) {
+      read.what += ", iteration " + std::to_string(i);
+      damage = std::move(read);
+    } else if (record.timePoint > time) {
+      damage = Outcome::Success();
+    } else if (damage.Ok()) {
+      iteration = i;
+      return Outcome::Success();
     } else {
-      end = middle;
+      break;
     }
   }
-  if (begin > 0) {
-    iteration = begin - 1;
-    return Outcome::Success();
-  }
+  if (!damage.Ok()) return damage;
   return Outcome::Failure(result::kIndexOutOfRange,
                           "the cloud has no iteration of that time or before", path_.string(),
                           "tarn iterations tells the time points");

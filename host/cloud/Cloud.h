@@ -56,8 +56,12 @@ class Cloud {
   [[nodiscard]] std::uint32_t GetPositionsColumnId() const { return positionsColumnId_; }
   /// All columns but the positions, in the order in which they are stored.
   [[nodiscard]] const std::vector<CloudColumn>& GetColumns() const { return columns_; }
-  /// The sources; their bytes stay valid while the cloud is open.
+  /// The sources of all points, unless KeepSourcesOf left some out; their bytes stay valid while
+  /// the cloud is open.
   [[nodiscard]] const std::vector<SourceRecord>& GetSources() const { return sources_; }
+
+  /// Leaves out the sources whose points came after an iteration. Failures of ReadIteration.
+  Outcome KeepSourcesOf(std::uint64_t iteration);
 
   [[nodiscard]] std::uint64_t GetIterationCount() const;
   /// The record of one iteration; kIndexOutOfRange names those that there are.
@@ -65,7 +69,7 @@ class Cloud {
   /// The newest iteration; kNoUpdateIterations when there is none.
   Outcome FindNewestIteration(std::uint64_t& iteration) const;
   /// The newest iteration with no later time point, microseconds since 1970 UTC; kIndexOutOfRange
-  /// when there is none.
+  /// when there is none. An iteration that may be the one, but cannot be read, is a failure.
   Outcome FindIterationAt(std::uint64_t time, std::uint64_t& iteration) const;
   Outcome ReadRoot(std::uint64_t iteration, OOCPCOctreeAcceleratorNode& root);
   Outcome ReadNode(std::uint64_t index, OOCPCOctreeAcceleratorNode& node) const;
@@ -90,6 +94,9 @@ class Cloud {
   std::vector<std::uint8_t> sourceBytes_;
   std::vector<SourceRecord> sources_;
 };
+
+/// What it means for a user that a repository folder could not be opened, for this code.
+Outcome ExplainNoRepository(HRESULT code, const std::filesystem::path& folder);
 
 /// Reads blocks of a cloud through clones of its containers. One thread at a time per reader.
 class BlockReader {

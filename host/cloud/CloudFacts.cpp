@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 #include "OOCPointCloud/support/Bytes.h"
 
@@ -117,7 +118,10 @@ class Collector {
       if (Outcome outcome = EntryOf(reader_.GetContainer(i), node, entry); !outcome.Ok()) {
         return outcome;
       }
-      Widen(facts_.dimensions[i], entry);
+      // Of texts there are but their numbers, which say nothing.
+      if (facts_.dimensions[i].type.value != ValueType::kString) {
+        Widen(facts_.dimensions[i], entry);
+      }
       facts_.dimensions[i].storedBytes += entry.storedBytes;
     }
     return statistics_ ? AddValues(node) : Outcome::Success();
@@ -127,6 +131,7 @@ class Collector {
     std::vector<std::uint8_t> returns;
     for (std::size_t i = 0; i < facts_.dimensions.size(); ++i) {
       const DimensionFacts& dimension = facts_.dimensions[i];
+      if (dimension.type.value == ValueType::kString) continue;
       if (Outcome outcome = reader_.ReadColumn(i, node, values_); !outcome.Ok()) return outcome;
       AddSums(dimension.type, sums_[i]);
       const bool small = dimension.type == oocpc::ColumnType{ValueType::kUInt8, 1};
@@ -168,6 +173,7 @@ class Collector {
     }
     if (!statistics_ || facts_.pointCount == 0) return;
     for (std::size_t i = 0; i < sums_.size(); ++i) {
+      if (facts_.dimensions[i].type.value == ValueType::kString) continue;
       for (const double sum : sums_[i]) {
         facts_.dimensions[i].mean.push_back(sum / static_cast<double>(facts_.pointCount));
       }
@@ -242,6 +248,12 @@ std::string FindCoordinateSystem(const LasHeader& header, const SourceRecord& so
   return geoKeys;
 }
 
+std::string NameCoordinateSystem(const std::string& system) {
+  const std::size_t begin = system.find('"');
+  const std::size_t end = begin == std::string::npos ? begin : system.find('"', begin + 1);
+  return end == std::string::npos ? system : system.substr(begin + 1, end - begin - 1);
+}
+
 void CollectScanFacts(const ScanFile& scan, CloudFacts& facts) {
   facts = {};
   SourceRecord source;
@@ -273,13 +285,15 @@ void CollectScanFacts(const ScanFile& scan, CloudFacts& facts) {
 
 Outcome CollectIterations(Cloud& cloud, std::vector<IterationFacts>& iterations) {
   iterations.clear();
+  bool isAnySound = cloud.GetIterationCount() == 0;
   for (std::uint64_t i = 0; i < cloud.GetIterationCount(); ++i) {
     OOCPCUpdateIteration record;
-    if (Outcome outcome = cloud.ReadIteration(i, record); !outcome.Ok()) return outcome;
-    iterations.push_back(
-        {i, record.timePoint, record.pointCount, record.addedPointCount, record.addedBytes});
+    Outcome damage = cloud.ReadIteration(i, record);
+    isAnySound = isAnySound || damage.Ok();
+    iterations.push_back({i, record.timePoint, record.pointCount, record.addedPointCount,
+                          record.addedBytes, std::move(damage)});
   }
-  return Outcome::Success();
+  return isAnySound ? Outcome::Success() : iterations.front().damage;
 }
 
 Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, CloudFacts& facts) {
@@ -290,16 +304,19 @@ Outcome CollectFacts(Cloud& cloud, std::uint64_t iteration, bool statistics, Clo
   for (const OOCPCStreamLength& stream : cloud.GetInformation().streams) {
     facts.storedBytes += stream.committedBytes;
   }
+  bool areAllLas = true;
   for (const SourceRecord& source : cloud.GetSources()) {
     facts.sources.push_back({source.fileName, source.pointCount, ReadSourceHeader(source)});
     const std::optional<LasHeader>& las = facts.sources.back().las;
-    facts.sourceBytes += source.leadingBytes.size() + source.trailingBytes.size();
+    areAllLas = areAllLas && las.has_value();
     if (!las) continue;
-    facts.sourceBytes += source.pointCount * las->pointBytes;
+    facts.lasBytes += source.leadingBytes.size() + source.trailingBytes.size() +
+                      source.pointCount * las->pointBytes;
     if (facts.coordinateSystem.empty()) {
       facts.coordinateSystem = FindCoordinateSystem(*las, source);
     }
   }
+  if (!areAllLas) facts.lasBytes = 0;
   if (Outcome outcome = CollectIterations(cloud, facts.iterations); !outcome.Ok()) return outcome;
   if (Outcome outcome = CollectLevels(cloud, iteration, facts.levels); !outcome.Ok()) {
     return outcome;

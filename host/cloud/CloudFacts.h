@@ -41,6 +41,7 @@ struct IterationFacts {
   std::uint64_t pointCount = 0;
   std::uint64_t addedPointCount = 0;
   std::uint64_t addedBytes = 0;
+  Outcome damage;  ///< why its record cannot be read; then nothing but the index is known
 };
 
 /// One level of detail.
@@ -56,7 +57,7 @@ struct CloudFacts {
   std::uint64_t nodeCount = 0;
   std::uint32_t depth = 0;  ///< levels of the octree
   std::uint64_t storedBytes = 0;
-  std::uint64_t sourceBytes = 0;  ///< of the sources' points and records
+  std::uint64_t lasBytes = 0;  ///< of the sources as LAS files; 0 where one is of another kind
   std::string generator;
   oocpc::Vector3d frameOffset{};
   PositionTransform transform;
@@ -86,7 +87,7 @@ void CollectScanFacts(const ScanFile& scan, CloudFacts& facts);
 /// kStreamMissing, kStreamShort, and those of decoding.
 Outcome CollectLevels(Cloud& cloud, std::uint64_t iteration, std::vector<LevelFacts>& levels);
 
-/// The iterations alone.
+/// The iterations alone, those included whose record cannot be read; a failure where none can.
 Outcome CollectIterations(Cloud& cloud, std::vector<IterationFacts>& iterations);
 
 /// The header of a source, with its records, whatever became of its points.
@@ -94,5 +95,8 @@ std::optional<LasHeader> ReadSourceHeader(const SourceRecord& source);
 
 /// WKT, or "EPSG:n" out of GeoTIFF keys, or empty; from the records before or behind the points.
 std::string FindCoordinateSystem(const LasHeader& header, const SourceRecord& source);
+
+/// A coordinate system's name, for people: out of WKT the first quoted text.
+std::string NameCoordinateSystem(const std::string& system);
 
 }  // namespace tarnhost

@@ -7,7 +7,6 @@
 
 #include "host/cloud/CloudFacts.h"
 #include "host/cloud/MergedFrame.h"
-#include "host/cloud/OrderedRecords.h"
 #include "host/cloud/SourceColumns.h"
 #include "host/common/System.h"
 
@@ -172,16 +171,9 @@ class Exporter {
   }
 
   Outcome WriteInSourceOrder(const std::filesystem::path& output) {
-    std::uint64_t places = 0;
-    for (const SourceRecord& source : cloud_.GetSources()) places += source.pointCount;
     const std::size_t recordBytes = writer_->GetLayout().GetRecordBytes();
-    const std::filesystem::path folder =
-        output.has_parent_path() ? output.parent_path() : std::filesystem::path(".");
     std::unique_ptr<OrderedRecords> ordered;
-    Outcome outcome = OrderedRecords::Create(
-        places, recordBytes,
-        options_.memoryBytes == 0 ? GetMachineMemoryBytes() / 4 : options_.memoryBytes, folder,
-        ordered);
+    Outcome outcome = MakeSourceOrder(cloud_, recordBytes, options_.memoryBytes, output, ordered);
     if (!outcome.Ok()) return outcome;
     LasRecords all;  // what the header says of them
     all.Clear();
@@ -217,6 +209,18 @@ bool HasSourceOrder(const Cloud& cloud) {
   return std::ranges::any_of(cloud.GetColumns(), [](const CloudColumn& column) {
     return IsSourceIndex(column.name, column.type);
   });
+}
+
+Outcome MakeSourceOrder(const Cloud& cloud, std::size_t recordBytes, std::uint64_t memoryBytes,
+                        const std::filesystem::path& output,
+                        std::unique_ptr<OrderedRecords>& ordered) {
+  std::uint64_t places = 0;
+  for (const SourceRecord& source : cloud.GetSources()) places += source.pointCount;
+  const std::filesystem::path folder =
+      output.has_parent_path() ? output.parent_path() : std::filesystem::path(".");
+  return OrderedRecords::Create(places, recordBytes,
+                                memoryBytes == 0 ? GetMachineMemoryBytes() / 4 : memoryBytes,
+                                folder, ordered);
 }
 
 Outcome ExportLas(Cloud& cloud, const ExportOptions& options, const std::filesystem::path& output,

@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "host/cloud/Cloud.h"
+#include "host/cloud/OrderedRecords.h"
 #include "host/formats/LasWriter.h"
 
 namespace tarnhost {
@@ -30,6 +31,13 @@ Outcome CheckPointCount(const Cloud& cloud, std::uint64_t written, std::uint64_t
 
 /// Whether the cloud knows the place of each point in its source.
 [[nodiscard]] bool HasSourceOrder(const Cloud& cloud);
+
+/// Makes what puts records of the points of such a cloud into the order of their sources. A
+/// temporary file that it may need lies beside `output`. About `memoryBytes` at most; 0: a quarter
+/// of the machine's.
+Outcome MakeSourceOrder(const Cloud& cloud, std::size_t recordBytes, std::uint64_t memoryBytes,
+                        const std::filesystem::path& output,
+                        std::unique_ptr<OrderedRecords>& ordered);
 
 struct ExportOptions {
   std::uint64_t iteration = 0;

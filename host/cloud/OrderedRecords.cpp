@@ -16,7 +16,7 @@ constexpr std::uint64_t MemoryOf(std::size_t recordBytes) {
   return 2 * recordBytes + kPlaceBytes + 1;
 }
 /// Records given at once.
-constexpr std::size_t kRun = std::size_t{1} << 19;
+constexpr std::size_t kRunRecords = std::size_t{1} << 19;
 constexpr std::uint64_t kFewestBufferBytes = 1u << 12;
 constexpr std::uint64_t kMostBufferBytes = 1u << 22;
 
@@ -127,7 +127,7 @@ Outcome OrderedRecords::VisitRuns(
     const std::function<Outcome(std::span<const std::uint8_t>)>& visit) const {
   std::span<const std::uint8_t> rest(ordered.records);
   while (!rest.empty()) {
-    const std::size_t bytes = std::min(rest.size(), kRun * recordBytes_);
+    const std::size_t bytes = std::min(rest.size(), kRunRecords * recordBytes_);
     if (Outcome outcome = visit(rest.first(bytes)); !outcome.Ok()) return outcome;
     rest = rest.subspan(bytes);
   }

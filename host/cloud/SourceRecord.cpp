@@ -14,39 +14,54 @@ constexpr std::size_t kFixedHeadBytes = 2 + 4 + 3 * 8 + 3 * 4;
 
 }  // namespace
 
-HRESULT DecodeSourceRecord(std::span<const std::uint8_t>& rest, SourceRecord& record) {
-  if (rest.size() < kFixedHeadBytes) return result::kBadRecord;
-  const auto nameBytes = oocpc::LoadLittleEndian<std::uint32_t>(rest.data() + 2);
-  if (nameBytes > rest.size() - kFixedHeadBytes) return result::kBadRecord;
-  const std::size_t headBytes = kFixedHeadBytes + nameBytes;
-  std::span<const std::uint8_t> head;
+std::string FindSourceStream(const OOCPCRepositoryInformation& information) {
+  std::string name = SourceRecord::kStreamName;
+  for (const OOCPCStreamLength& stream : information.streams) {
+    if (stream.name.starts_with(name + "_")) return stream.name;
+  }
+  return name;
+}
+
+HRESULT DecodeSourceHead(std::span<const std::uint8_t> stream, SourceHead& head) {
+  if (stream.size() < kFixedHeadBytes) return result::kBadRecord;
+  const auto nameBytes = oocpc::LoadLittleEndian<std::uint32_t>(stream.data() + 2);
+  if (nameBytes > stream.size() - kFixedHeadBytes) return result::kBadRecord;
+  head.headBytes = kFixedHeadBytes + nameBytes;
+  std::span<const std::uint8_t> content;
   const HRESULT code =
-      oocpc::CheckSealedPayload(rest.data(), static_cast<std::uint32_t>(headBytes), head);
+      oocpc::CheckSealedPayload(stream.data(), static_cast<std::uint32_t>(head.headBytes), content);
   if (oocpc::Failed(code)) return code;
 
-  oocpc::ByteReader reader(head);
+  oocpc::ByteReader reader(content);
   std::uint16_t version = 0;
-  std::uint64_t leading = 0;
-  std::uint64_t trailing = 0;
-  std::uint32_t leadingChecksum = 0;
-  std::uint32_t trailingChecksum = 0;
-  if (!reader.Read(version) || !reader.ReadText(record.fileName) ||
-      !reader.Read(record.pointCount) || !reader.Read(leading) || !reader.Read(trailing) ||
-      !reader.Read(leadingChecksum) || !reader.Read(trailingChecksum)) {
+  if (!reader.Read(version) || !reader.ReadText(head.fileName) || !reader.Read(head.pointCount) ||
+      !reader.Read(head.leadingBytes) || !reader.Read(head.trailingBytes) ||
+      !reader.Read(head.leadingChecksum) || !reader.Read(head.trailingChecksum)) {
     return result::kBadRecord;
   }
   if (version > SourceRecord::kVersion) return result::kUnknownVersion;
-  if (version == 0) return result::kBadRecord;
-  rest = rest.subspan(headBytes);
-  if (leading > rest.size() || trailing > rest.size() - leading) return result::kBadRecord;
-  record.leadingBytes = rest.first(static_cast<std::size_t>(leading));
-  record.trailingBytes =
-      rest.subspan(static_cast<std::size_t>(leading), static_cast<std::size_t>(trailing));
-  if (oocpc::Crc32c(record.leadingBytes) != leadingChecksum ||
-      oocpc::Crc32c(record.trailingBytes) != trailingChecksum) {
+  return version == 0 ? result::kBadRecord : result::kOk;
+}
+
+HRESULT DecodeSourceRecord(std::span<const std::uint8_t>& rest, SourceRecord& record) {
+  SourceHead head;
+  const HRESULT code = DecodeSourceHead(rest, head);
+  if (oocpc::Failed(code)) return code;
+  record.fileName = head.fileName;
+  record.pointCount = head.pointCount;
+  rest = rest.subspan(head.headBytes);
+  if (head.leadingBytes > rest.size() || head.trailingBytes > rest.size() - head.leadingBytes) {
+    return result::kBadRecord;
+  }
+  const auto leading = static_cast<std::size_t>(head.leadingBytes);
+  const auto trailing = static_cast<std::size_t>(head.trailingBytes);
+  record.leadingBytes = rest.first(leading);
+  record.trailingBytes = rest.subspan(leading, trailing);
+  if (oocpc::Crc32c(record.leadingBytes) != head.leadingChecksum ||
+      oocpc::Crc32c(record.trailingBytes) != head.trailingChecksum) {
     return result::kChecksumMismatch;
   }
-  rest = rest.subspan(static_cast<std::size_t>(leading + trailing));
+  rest = rest.subspan(leading + trailing);
   return result::kOk;
 }
 

@@ -1,6 +1,7 @@
 // Reads everything in a repository and checks everything that can be checked.
 #include "host/cloud/Verify.h"
 
+#include <OOCPointCloud/OOCPCLODContainer.h>
 #include <OOCPointCloud/OOCPCRepositoryWriter.h>
 
 #include <algorithm>
@@ -30,18 +31,27 @@ std::uint32_t ColumnIdOf(const OOCPCMetaDataContainer& column) {
   return values == nullptr ? 0 : values->GetDescription().columnId;
 }
 
+void NoteKind(HRESULT code, const std::string& stream, VerifyReport& report) {
+  report.hasLevelFaults |=
+      stream == OOCPCLODContainer::kStreamName || stream.starts_with("DEF_OCTREE_LOD_NODES_");
+  // Damage does not bring these about: checksums are compared first.
+  report.needsLaterVersion |= code == result::kUnknownVersion || code == result::kUnknownEncoding;
+}
+
 /// A column under examination, and the streams that its faults are found in.
 struct ExaminedColumn {
   explicit ExaminedColumn(OOCPCMetaDataContainer& examined)
       : container(examined),
         data(oocpc::ColumnDataStreamName(ColumnIdOf(examined))),
         table(oocpc::ColumnTableStreamName(ColumnIdOf(examined))),
-        name("column " + std::string(examined.GetName()) + ": ") {}
+        name("column " + std::string(examined.GetName()) + ": "),
+        entryBytes(oocpc::BlockEntry::RecordBytes(examined.GetStoredType())) {}
 
   OOCPCMetaDataContainer& container;
   std::string data;
   std::string table;
   std::string name;
+  std::size_t entryBytes;
 };
 
 class Verifier {
@@ -83,6 +93,7 @@ class Verifier {
   void Add(HRESULT code, std::string stream, std::uint64_t record, std::uint64_t offset,
            std::string what) {
     ++report_.faultCount;
+    NoteKind(code, stream, report_);
     if (report_.faults.size() < VerifyReport::kMaximumFaults) {
       report_.faults.push_back({code, std::move(stream), record, offset, std::move(what)});
     }
@@ -138,7 +149,7 @@ class Verifier {
       Add(code, column.table, 0, 0, column.name + "the block table cannot be read");
       count = 0;
     } else if (!positions && count != blocks_.size()) {
-      Add(result::kBadRecord, column.table, count, count * oocpc::BlockEntry::kBytes,
+      Add(result::kBadRecord, column.table, count, count * column.entryBytes,
           column.name + "it has another number of blocks than the positions");
     }
     if (positions) blocks_.resize(count);
@@ -158,7 +169,7 @@ class Verifier {
     oocpc::BlockEntry entry;
     HRESULT code = column.container.ReadBlockEntry(block, entry);
     if (oocpc::Failed(code)) {
-      Add(code, column.table, block, block * oocpc::BlockEntry::kBytes,
+      Add(code, column.table, block, block * column.entryBytes,
           column.name + "the block's table entry is not sound");
       nextValue_.reset();
       return;
@@ -180,7 +191,7 @@ class Verifier {
       DescribePositions(column.container, block);
     } else if (block < blocks_.size() && blocks_[block].isListed &&
                blocks_[block].points != entry.valueCount) {
-      Add(result::kBadRecord, column.table, block, block * oocpc::BlockEntry::kBytes,
+      Add(result::kBadRecord, column.table, block, block * column.entryBytes,
           column.name + "the block has another number of values than there are positions");
     }
     if (column.container.GetStoredType().value == oocpc::ValueType::kString) {
@@ -192,7 +203,7 @@ class Verifier {
   void CheckNumbering(const ExaminedColumn& column, const oocpc::BlockEntry& entry,
                       std::uint64_t block) {
     if (nextValue_ && *nextValue_ != entry.firstValue) {
-      Add(result::kBadRecord, column.table, block, block * oocpc::BlockEntry::kBytes,
+      Add(result::kBadRecord, column.table, block, block * column.entryBytes,
           column.name + "the block's first value does not follow the blocks before");
     }
     nextValue_ = entry.firstValue + entry.valueCount;
@@ -202,10 +213,11 @@ class Verifier {
   void CheckRange(const ExaminedColumn& column, const oocpc::BlockEntry& entry,
                   std::uint64_t block) {
     const oocpc::BlockEntry again =
-        oocpc::EncodeBlock(column.container.GetStoredType(), values_).entry;
+        oocpc::EncodeBlock(column.container.GetStoredType(), values_, oocpc::BlockEncodings::kLight)
+            .entry;
     if (again.minimumBits != entry.minimumBits || again.maximumBits != entry.maximumBits ||
         again.hasNan != entry.hasNan) {
-      Add(result::kBadRecord, column.table, block, block * oocpc::BlockEntry::kBytes,
+      Add(result::kBadRecord, column.table, block, block * column.entryBytes,
           column.name + "the block's table entry states another range than its values have");
     }
   }
@@ -404,6 +416,11 @@ class Verifier {
 
 }  // namespace
 
+const char* WhatIsWrongWithCopy(HRESULT code) {
+  return code == result::kStreamMissing ? "the copy of the main stream is missing"
+                                        : "the copy of the main stream is not sound";
+}
+
 Outcome VerifyStreams(const RepositoryOpener& open, const std::filesystem::path& place,
                       const std::function<bool(const ProgressReport&)>& progress,
                       VerifyReport& report) {
@@ -418,6 +435,7 @@ Outcome VerifyStreams(const RepositoryOpener& open, const std::filesystem::path&
   const HRESULT again = open(repository);
   if (oocpc::Failed(again)) return Outcome::FromCode(again, place.string());
   report.faults = FindOpeningFaults(*repository, opened);
+  for (const Fault& fault : report.faults) NoteKind(fault.code, fault.stream, report);
   report.faultCount = report.faults.size();
   return Outcome::Success();
 }
@@ -425,28 +443,27 @@ Outcome VerifyStreams(const RepositoryOpener& open, const std::filesystem::path&
 Outcome VerifyRepository(const std::filesystem::path& folder,
                          const std::function<bool(const ProgressReport&)>& progress,
                          VerifyReport& report) {
-  if (oocpc::detail::GetFileKind(folder) == oocpc::detail::FileKind::kFile) {
-    std::unique_ptr<Cloud> none;
-    return Cloud::Open(folder, none);  // which says what to do with a file
-  }
   const auto open = [&](std::unique_ptr<OOCPCStreamRepository>& repository) {
     std::unique_ptr<OOCPCFolderRepository> opened;
     const HRESULT code = OOCPCFolderRepository::Open(folder, opened);
     repository = std::move(opened);
     return code;
   };
+  std::unique_ptr<OOCPCStreamRepository> found;
+  if (const HRESULT code = open(found); oocpc::Failed(code)) {
+    return ExplainNoRepository(code, folder);
+  }
   Outcome outcome = VerifyStreams(open, folder, progress, report);
-  const std::filesystem::path copy = folder / OOCPCFolderStreamStore::kMainCopyFileName;
-  if (!outcome.Ok() || !oocpc::detail::IsNameTaken(copy)) return outcome;
+  if (!outcome.Ok()) return outcome;
   // Writers make it whole or not at all.
+  const char* const copy = OOCPCFolderStreamStore::kMainCopyFileName;
   std::shared_ptr<const OOCPCByteSource> bytes;
   OOCPCCatalogue catalogue;
-  HRESULT code = OOCPCMapFile(copy, bytes);
+  HRESULT code = OOCPCMapFile(folder / copy, bytes);
   if (!oocpc::Failed(code)) code = OOCPCDecodeMainStream(bytes->GetBytes(), catalogue);
   if (oocpc::Failed(code)) {
     ++report.faultCount;
-    report.faults.push_back({code, OOCPCFolderStreamStore::kMainCopyFileName, 0, 0,
-                             "the copy of the main stream is not sound"});
+    report.faults.push_back({code, copy, 0, 0, WhatIsWrongWithCopy(code)});
   }
   return outcome;
 }

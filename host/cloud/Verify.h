@@ -28,6 +28,9 @@ struct VerifyReport {
   std::uint64_t bytes = 0;       ///< read
   std::vector<Fault> faults;     ///< causes before what they bring about, at most kMaximumFaults
   std::uint64_t faultCount = 0;  ///< all
+  /// Among them are some of levels of detail, or what a later version of this program wrote.
+  bool hasLevelFaults = false;
+  bool needsLaterVersion = false;
   /// For each iteration whether everything that it needs is sound: its record, its nodes, their
   /// blocks in all columns, and its levels of detail. Empty when the repository cannot be opened.
   std::vector<bool> intactIterations;
@@ -46,6 +49,9 @@ struct VerifyReport {
 Outcome VerifyRepository(const std::filesystem::path& folder,
                          const std::function<bool(const ProgressReport&)>& progress,
                          VerifyReport& report);
+
+/// For people: why a copy of the main stream does not do.
+[[nodiscard]] const char* WhatIsWrongWithCopy(HRESULT code);
 
 /// Opens a repository that is to be verified, anew at each call.
 using RepositoryOpener = std::function<HRESULT(std::unique_ptr<OOCPCStreamRepository>&)>;

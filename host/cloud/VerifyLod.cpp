@@ -147,8 +147,9 @@ bool LodVerifier::ReadRecords() {
       Take(i, record);
     }
   }
+  areSound = areSound && count == block_.entries.size();  // what is cut off was told above
   const std::uint32_t levels = records_.empty() ? 0 : records_.back().second.level + 1;
-  if (areSound && count == block_.entries.size() && block_.levelCount != levels) {
+  if (areSound && block_.levelCount != levels) {
     AddBlockFault(result::kBadRecord, "its block states another number of levels");
   }
   return areSound;

@@ -39,7 +39,7 @@ void CheckLengths(OOCPCStreamRepository& repository, const OOCPCRepositoryInform
 /// The bytes of a listed stream in their committed length.
 std::vector<std::uint8_t> ReadCommitted(OOCPCStreamRepository& repository,
                                         const OOCPCRepositoryInformation& information,
-                                        const char* name) {
+                                        const std::string& name) {
   const OOCPCStreamLength* listed = information.FindStream(name);
   if (listed == nullptr) return {};
   std::vector<std::uint8_t> bytes = ReadAll(repository.CreateInputStream(name));
@@ -62,14 +62,15 @@ void CheckDictionary(std::span<const std::uint8_t> bytes, std::vector<Fault>& fa
   }
 }
 
-void CheckSources(std::span<const std::uint8_t> bytes, std::vector<Fault>& faults) {
+void CheckSources(std::span<const std::uint8_t> bytes, const std::string& name,
+                  std::vector<Fault>& faults) {
   std::span<const std::uint8_t> rest = bytes;
   for (std::uint64_t number = 0; !rest.empty(); ++number) {
     const std::size_t at = bytes.size() - rest.size();
     SourceRecord record;
     const HRESULT code = DecodeSourceRecord(rest, record);
     if (!oocpc::Failed(code)) continue;
-    faults.push_back({code, SourceRecord::kStreamName, number, at, "the source is not sound"});
+    faults.push_back({code, name, number, at, "the source is not sound"});
     return;
   }
 }
@@ -99,7 +100,8 @@ std::vector<Fault> FindOpeningFaults(OOCPCStreamRepository& repository, const Ou
   CheckLengths(repository, information, faults);
   CheckDictionary(
       ReadCommitted(repository, information, OOCPCStringRepositoryContainer::kStreamName), faults);
-  CheckSources(ReadCommitted(repository, information, SourceRecord::kStreamName), faults);
+  const std::string sources = FindSourceStream(information);
+  CheckSources(ReadCommitted(repository, information, sources), sources, faults);
   if (faults.empty()) {
     faults.push_back({failure.code, OOCPCFolderStreamStore::kMainFileName, 0, 0, failure.what});
   }

@@ -30,6 +30,8 @@ class NamelessFile {
   [[nodiscard]] HRESULT Write(std::uint64_t offset, std::span<const std::uint8_t> bytes);
   /// Reads as many bytes as `out` has room for; kIoError when there are fewer.
   [[nodiscard]] HRESULT Read(std::uint64_t offset, std::span<std::uint8_t> out) const;
+  /// Says that these bytes are going to be read soon: the system may begin to fetch them.
+  void ReadAhead(std::uint64_t offset, std::uint64_t bytes) const;
 
  private:
   explicit NamelessFile(std::intptr_t handle) : handle_(handle) {}

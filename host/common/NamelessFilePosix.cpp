@@ -85,6 +85,13 @@ HRESULT NamelessFile::Read(std::uint64_t offset, std::span<std::uint8_t> out) co
   return result::kOk;
 }
 
+void NamelessFile::ReadAhead(std::uint64_t offset, std::uint64_t bytes) const {
+#if defined(POSIX_FADV_WILLNEED)
+  ::posix_fadvise(static_cast<int>(handle_), static_cast<off_t>(offset), static_cast<off_t>(bytes),
+                  POSIX_FADV_WILLNEED);
+#endif
+}
+
 HRESULT ZeroedMemory::Take(std::uint64_t bytes, std::unique_ptr<ZeroedMemory>& memory) {
   void* begin = nullptr;
   if (bytes > 0) {

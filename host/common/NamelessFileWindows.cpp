@@ -107,6 +107,9 @@ HRESULT NamelessFile::Read(std::uint64_t offset, std::span<std::uint8_t> out) co
   return result::kOk;
 }
 
+// There is no such advice for files that are not mapped.
+void NamelessFile::ReadAhead(std::uint64_t /*offset*/, std::uint64_t /*bytes*/) const {}
+
 HRESULT ZeroedMemory::Take(std::uint64_t bytes, std::unique_ptr<ZeroedMemory>& memory) {
   void* begin = nullptr;
   if (bytes > 0) {

@@ -35,6 +35,7 @@ struct ProgressReport {
   const char* stage = "";   ///< "reading", "building", "writing", …
   std::uint64_t done = 0;   ///< points handled in this stage
   std::uint64_t total = 0;  ///< points in this stage
+  const char* unit = "";    ///< of both, where they are no points: "bytes"
 };
 
 }  // namespace tarnhost

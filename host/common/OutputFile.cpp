@@ -26,6 +26,10 @@ Outcome FailureOf(int error, const fs::path& path) {
     return Outcome::Failure(oocpc::result::kAlreadyExists, "there is a folder of that name",
                             path.string(), "choose another name");
   }
+  if (error == EPIPE) {
+    return Outcome::Failure(oocpc::result::kIoError, "the reader of this pipe closed it",
+                            path.string(), "let it read to the end, or write a file");
+  }
   return Outcome::FromCode(oocpc::ResultFromErrno(error), path.string());
 }
 
@@ -98,6 +102,17 @@ Outcome OutputFile::Commit() {
   if (!oocpc::Failed(code)) return Outcome::Success();
   RemoveWritten();
   return Outcome::FromCode(code, target_.string());
+}
+
+Outcome CheckOutput(const fs::path& target, bool overwrite) {
+  const FileKind kind = GetFileKind(target);
+  if (kind == FileKind::kOther) return Outcome::Success();
+  if (kind == FileKind::kFile && !overwrite) {
+    return Outcome::Failure(oocpc::result::kAlreadyExists, "there already is a file of that name",
+                            target.string(), "choose another name, or replace it with --overwrite");
+  }
+  std::unique_ptr<OutputFile> file;
+  return OutputFile::Create(target, file);
 }
 
 }  // namespace tarnhost

@@ -43,4 +43,9 @@ class OutputFile {
   std::uint64_t length_ = 0;
 };
 
+/// Whether a file can be written there, to be asked before long work; leaves nothing. What is there
+/// and no regular file (a pipe, a device) can. kAlreadyExists for a folder, and unless `overwrite`
+/// for a file; otherwise the failures of OutputFile::Create.
+Outcome CheckOutput(const std::filesystem::path& target, bool overwrite);
+
 }  // namespace tarnhost

@@ -25,6 +25,14 @@ class TemporaryFile {
   /// Reads as many bytes as `out` has room for.
   Outcome Read(std::uint64_t offset, std::span<std::uint8_t> out) const;
 
+  /// Says that these bytes are going to be read soon.
+  void ReadAhead(std::uint64_t offset, std::uint64_t bytes) const {
+    file_->ReadAhead(offset, bytes);
+  }
+
+  /// What messages call it.
+  [[nodiscard]] const std::filesystem::path& GetPath() const { return path_; }
+
  private:
   TemporaryFile(std::unique_ptr<NamelessFile> file, std::filesystem::path path)
       : file_(std::move(file)), path_(std::move(path)) {}

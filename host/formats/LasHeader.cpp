@@ -120,8 +120,10 @@ void ReadNewerPart(const std::uint8_t* file, LasHeader& header) {
 Outcome CheckVersion(std::span<const std::uint8_t> file, const std::string& where,
                      LasHeader& header) {
   if (file.size() < 4 || std::memcmp(file.data(), "LASF", 4) != 0) {
-    return Outcome::Failure(result::kScanNotRecognised, "this is not a LAS file", where,
-                            "give a LAS or LAZ file of version 1.0 to 1.4");
+    return Outcome::Failure(result::kScanNotRecognised,
+                            "this is not a LAS file, nor of another kind that is known", where,
+                            "give LAS, LAZ, PLY, PCD or E57, or say what the columns of a text "
+                            "are: --columns x,y,z,…");
   }
   if (file.size() < LasHeaderBytes(0)) {
     return Truncated("the file ends within its header", where);

@@ -226,6 +226,7 @@ void LasRecordLayout::Gather(const LasField& field, const std::uint8_t* record,
 
 void LasRecordLayout::ExtractRows(std::size_t dimension, const std::uint8_t* records,
                                   std::size_t stride, std::size_t count, std::uint8_t* out) const {
+  if (count == 0) return;  // there may be nothing at `records`
   const LasField& field = fields_[dimension];
   const std::uint8_t* from = records + field.offsetBytes;
   if (field.bits != 0) {

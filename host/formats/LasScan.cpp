@@ -39,7 +39,8 @@ void LasScan::ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t
   const std::size_t stride = GetRecordBytes();
   const std::span<const std::uint8_t> records(records_ + first * stride, count * stride);
   std::copy(records.begin(), records.end(), out);
-  OOCPCForgetPages(records);
+  // Whole records are read last, and by whoever keeps them.
+  OOCPCForgetPages(records, OOCPCNextUse::kUnlikely);
 }
 
 std::span<const std::uint8_t> LasScan::GetMappedRecords() const {

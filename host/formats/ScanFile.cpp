@@ -64,14 +64,18 @@ Outcome OpenScan(const std::filesystem::path& path, const ScanOptions& options,
                  std::unique_ptr<ScanFile>& scan) {
   std::shared_ptr<const OOCPCByteSource> bytes;
   if (Outcome outcome = MapScan(path, bytes); !outcome.Ok()) return outcome;
-  if (E57Pages::IsE57(bytes->GetBytes())) return OpenE57(path, std::move(bytes), scan);
+  if (bytes->GetBytes().empty()) {
+    return Outcome::Failure(oocpc::result::kScanNotRecognised, "the file is empty", path.string(),
+                            "copy or download it again");
+  }
+  if (E57Pages::IsE57(bytes->GetBytes())) return OpenE57(path, std::move(bytes), options, scan);
   const bool isLas = IsLas(bytes->GetBytes());
   if (!isLas && (!options.columns.empty() || HasTextEnding(path)) && !IsPly(bytes->GetBytes()) &&
       !IsPcd(bytes->GetBytes())) {
     return OpenText(path, std::move(bytes), options, scan);
   }
-  if (IsPly(bytes->GetBytes())) return OpenPly(path, std::move(bytes), scan);
-  if (IsPcd(bytes->GetBytes())) return OpenPcd(path, std::move(bytes), scan);
+  if (IsPly(bytes->GetBytes())) return OpenPly(path, std::move(bytes), options, scan);
+  if (IsPcd(bytes->GetBytes())) return OpenPcd(path, std::move(bytes), options, scan);
   if (LazScan::IsCompressed(bytes->GetBytes())) {
     std::unique_ptr<LazScan> laz;
     Outcome outcome = LazScan::Open(path, std::move(bytes), laz);

@@ -12,6 +12,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -84,6 +85,8 @@ class ScanFile {
   /// Makes the points ready to be read, as often as wanted; without it they must not be. A
   /// compressed scan is decompressed here, once, and tells here what of it is damaged.
   virtual Outcome Prepare(ScanWorkspace& /*workspace*/) { return Outcome::Success(); }
+  /// How much Prepare() takes, in memory or on the disk.
+  [[nodiscard]] virtual std::uint64_t GetScratchBytes() const { return 0; }
   /// Gives back what Prepare() took. Points must not be read any more; all else stays.
   virtual void Release() {}
   /// Stored integers of the points [first, first + count): three per point.
@@ -108,6 +111,11 @@ class ScanFile {
   [[nodiscard]] virtual bool GetStatedBox(StoredBox& /*box*/) const { return false; }
   /// What the user should know of how the file was read, sentences; points that were left out.
   [[nodiscard]] virtual std::vector<std::string> GetNotices() const { return {}; }
+  /// The texts that values of string dimensions are: each value is a number among them, from 0.
+  [[nodiscard]] virtual std::span<const std::string> GetStrings() const { return {}; }
+  /// From now on, the value of text i is `numbers[i]`, its number in the dictionary of a cloud.
+  /// Only before Prepare().
+  virtual void NumberStrings(const std::vector<std::uint32_t>& /*numbers*/) {}
   /// Everything of the file that is not point records, so that it can be written again:
   /// all bytes before the point records, and all bytes after them. Of what is no LAS file, the
   /// header as it stands there, and nothing.
@@ -115,16 +123,23 @@ class ScanFile {
   [[nodiscard]] virtual std::span<const std::uint8_t> GetTrailingBytes() const = 0;
 };
 
-/// What a file cannot say of itself.
+/// What a file cannot say of itself, and what may be used to open it.
 struct ScanOptions {
   /// Names of a text file's columns, "-" or "_" for one to leave out; empty: as the file says.
   std::vector<std::string> columns;
-  std::uint64_t skipLines = 0;  ///< at the start of a text file
+  std::uint64_t skipLines = 0;      ///< at the start of a text file
+  std::optional<char> separator{};  ///< of a text file's words, ' ' for any blanks; none: found out
+  /// Told how far files are that have to be read to be opened; may be empty, false stops. Called by
+  /// one thread at a time.
+  std::function<bool(const ProgressReport&)> progress{};
+  /// Most memory to take while a file is read to be opened; 0: a quarter of the machine's.
+  std::uint64_t memoryBytes = 0;
+  std::filesystem::path temporaryFolder{};  ///< for what does not fit; empty: the system's
 };
 
 /// Opens a scan by what it is: LAS and LAZ of any version 1.0 to 1.4, point formats 0 to 10; PLY,
 /// PCD, E57; and text, by the ending of its name or where the options name columns. Everything that
-/// the file states is checked against its size. See docs/scan-formats.md.
+/// the file states is checked against its size. kStopped. See docs/scan-formats.md.
 Outcome OpenScan(const std::filesystem::path& path, const ScanOptions& options,
                  std::unique_ptr<ScanFile>& scan);
 inline Outcome OpenScan(const std::filesystem::path& path, std::unique_ptr<ScanFile>& scan) {

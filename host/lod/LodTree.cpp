@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "host/cloud/CloudFacts.h"
+
 namespace tarnhost {
 
 namespace result = oocpc::result;
@@ -15,6 +17,14 @@ namespace {
 /// More levels than any cloud has: a spacing that is not reached ends here.
 constexpr std::uint32_t kDeepestLevel = 64;
 
+/// Why levels of detail cannot be loaded, with the stream that it is about where that can be found.
+Outcome WhyNot(Cloud& cloud, std::uint64_t iteration, HRESULT code) {
+  OOCPCLODBlock block;
+  std::vector<OOCPCLODNodeRecord> records;
+  Outcome read = ReadLevelRecords(cloud, iteration, block, records);
+  return read.Ok() ? Outcome::FromCode(code, cloud.GetPath().string()) : read;
+}
+
 }  // namespace
 
 Outcome LodTree::Open(Cloud& cloud, std::uint64_t iteration, std::unique_ptr<LodTree>& tree) {
@@ -22,7 +32,7 @@ Outcome LodTree::Open(Cloud& cloud, std::uint64_t iteration, std::unique_ptr<Lod
   if (Outcome outcome = cloud.ReadIteration(iteration, record); !outcome.Ok()) return outcome;
   std::unique_ptr<LodTree> opened(new LodTree(cloud, iteration));
   const HRESULT code = cloud.GetPointCloud().GetLODNodeCache(iteration, opened->cache_);
-  if (oocpc::Failed(code)) return Outcome::FromCode(code, cloud.GetPath().string());
+  if (oocpc::Failed(code)) return WhyNot(cloud, iteration, code);
   if (!(opened->cache_->GetScale() > 0)) {
     return Outcome::Failure(result::kBadRecord, "the level of detail states no spacing",
                             cloud.GetPath().string(), "run tarn verify on it");

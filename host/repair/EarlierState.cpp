@@ -8,7 +8,11 @@
 #include <OOCPointCloud/OOCPCMetaDataContainer.h>
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
+#include <utility>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "host/cloud/SourceRecord.h"
 #include "host/cloud/VerifyOpening.h"
 
@@ -16,9 +20,9 @@ namespace tarnhost {
 
 namespace chunk_type = oocpc::chunk_type;
 
-namespace {
+using oocpc::detail::IsNameTaken;
 
-constexpr std::string_view kTableEnding = "_BLOCKS";
+namespace {
 
 /// Copies chunk for chunk, since chunks are moved but never copied by accident.
 OOCPCCatalogue CopyOf(const OOCPCCatalogue& catalogue) {
@@ -31,6 +35,13 @@ OOCPCCatalogue CopyOf(const OOCPCCatalogue& catalogue) {
     copy.chunks.emplace_back(chunk.type, chunk.payload);
   }
   return copy;
+}
+
+std::vector<OOCPCStreamLength> ListOf(const std::map<std::string, std::uint64_t>& lengths) {
+  std::vector<OOCPCStreamLength> streams;
+  streams.reserve(lengths.size());
+  for (const auto& [name, bytes] : lengths) streams.push_back({name, bytes});
+  return streams;
 }
 
 }  // namespace
@@ -46,11 +57,19 @@ std::uint64_t EarlierState::CountIterations() const {
   return count;
 }
 
+HRESULT EarlierState::Open(const std::string& name,
+                           std::shared_ptr<const OOCPCByteSource>& source) {
+  auto& known = sources_[name];
+  const HRESULT code = known == nullptr ? OOCPCMapFile(folder_ / name, known) : oocpc::result::kOk;
+  source = known;
+  return code;
+}
+
 std::span<const std::uint8_t> EarlierState::GetBytes(const std::string& name) {
   const OOCPCStreamLength* listed = catalogue_.information.FindStream(name);
   if (listed == nullptr) return {};
-  auto& source = sources_[name];
-  if (source == nullptr && oocpc::Failed(OOCPCMapFile(folder_ / name, source))) return {};
+  std::shared_ptr<const OOCPCByteSource> source;
+  if (oocpc::Failed(Open(name, source))) return {};
   const std::span<const std::uint8_t> bytes = source->GetBytes();
   return bytes.first(
       static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), listed->committedBytes)));
@@ -65,25 +84,41 @@ bool EarlierState::ReadIteration(std::uint64_t iteration, OOCPCUpdateIteration& 
 }
 
 bool EarlierState::CutColumns(std::uint64_t blockCount, Lengths& lengths) {
-  for (auto& [table, length] : lengths) {
-    if (!table.ends_with(kTableEnding)) continue;
-    const std::string data = table.substr(0, table.size() - kTableEnding.size());
-    const auto bytes = GetBytes(table);
-    std::uint8_t stored[oocpc::BlockEntry::kBytes];
-    if (blockCount > bytes.size() / sizeof(stored)) return false;
-    length = blockCount * sizeof(stored);
-    oocpc::BlockEntry last;
-    if (blockCount > 0) {
-      std::copy_n(bytes.data() + length - sizeof(stored), sizeof(stored), stored);
-      if (oocpc::Failed(oocpc::BlockEntry::Decode(stored, last))) return false;
+  constexpr oocpc::ColumnType kStoredPosition{oocpc::ValueType::kInt32, 3};
+  return std::ranges::all_of(catalogue_.chunks, [&](const OOCIndexChunk& chunk) {
+    const std::uint8_t* const payload = chunk.payload.data();
+    if (chunk.type == chunk_type::kStaticPositions) {
+      OOCPCPositionsDescription positions;
+      return !oocpc::Failed(positions.DecodeChunk(payload, chunk.size)) &&
+             CutColumn(positions.columnId, kStoredPosition, blockCount, lengths);
     }
-    const auto found = lengths.find(data);
-    if (found == lengths.end() || last.offsetBytes > found->second ||
-        last.storedBytes > found->second - last.offsetBytes) {
-      return false;
+    if (chunk.type == chunk_type::kStaticMetaData) {
+      OOCPCMetaDataDescription values;
+      return !oocpc::Failed(values.DecodeChunk(payload, chunk.size)) &&
+             CutColumn(values.columnId, values.type, blockCount, lengths);
     }
-    found->second = last.offsetBytes + last.storedBytes;
+    return true;
+  });
+}
+
+bool EarlierState::CutColumn(std::uint32_t id, oocpc::ColumnType type, std::uint64_t blockCount,
+                             Lengths& lengths) {
+  const auto table = lengths.find(oocpc::ColumnTableStreamName(id));
+  const auto data = lengths.find(oocpc::ColumnDataStreamName(id));
+  if (table == lengths.end() || data == lengths.end()) return false;
+  const auto entries = GetBytes(table->first);
+  const std::size_t entryBytes = oocpc::BlockEntry::RecordBytes(type);
+  if (blockCount > entries.size() / entryBytes) return false;
+  table->second = blockCount * entryBytes;
+  oocpc::BlockEntry last;
+  if (blockCount > 0) {
+    const auto record = entries.subspan((blockCount - 1) * entryBytes, entryBytes);
+    if (oocpc::Failed(oocpc::BlockEntry::Decode(record, last))) return false;
   }
+  if (last.offsetBytes > data->second || last.storedBytes > data->second - last.offsetBytes) {
+    return false;
+  }
+  data->second = last.offsetBytes + last.storedBytes;
   return true;
 }
 
@@ -105,26 +140,49 @@ std::uint64_t EarlierState::CutDictionary(Lengths& lengths) {
   return count;
 }
 
-/// The sources of the points that the state has; all sound ones where their points do not tell.
-void EarlierState::CutSources(std::uint64_t pointCount, Lengths& lengths) {
-  const auto found = lengths.find(SourceRecord::kStreamName);
+/// The sources of the points that the state has. Where some are lost, a further stream takes their
+/// place: what was committed stays as it is.
+void EarlierState::CutSources(std::uint64_t pointCount, Lengths& lengths, RepositoryState& state) {
+  const std::string name = FindSourceStream(catalogue_.information);
+  const auto found = lengths.find(name);
+  std::shared_ptr<const OOCPCByteSource> source;
   if (found == lengths.end()) return;
-  const auto bytes = GetBytes(found->first);
-  std::span<const std::uint8_t> rest = bytes;
-  std::uint64_t sound = 0;
-  std::uint64_t fitting = 0;
-  std::uint64_t points = 0;
-  while (!rest.empty()) {
-    SourceRecord record;
-    if (oocpc::Failed(DecodeSourceRecord(rest, record))) break;
-    points += record.pointCount;
-    sound = bytes.size() - rest.size();
-    if (points == pointCount) fitting = sound;
+  const HRESULT code = Open(name, source);
+  if (oocpc::Failed(code) && code != oocpc::result::kStreamMissing) return;
+  std::optional<std::uint64_t> allPoints;
+  OOCPCUpdateIteration newest;
+  if (ReadIteration(CountIterations() - 1, newest)) allPoints = newest.pointCount;
+  MendedSources mended = MendSources(GetBytes(name), found->second, pointCount, allPoints);
+  if (mended.lost.empty()) {
+    found->second = mended.wholeBytes;
+    return;
   }
-  found->second = fitting > 0 ? fitting : sound;
+  lengths.erase(found);
+  std::string other;
+  for (unsigned number = 2; other.empty() || IsNameTaken(folder_ / other); ++number) {
+    other = SourceRecord::kStreamName + ("_" + std::to_string(number));
+  }
+  lengths[other] = mended.stream.size();
+  state.added[other] = {0, std::move(mended.stream)};
+  state.lostSources = std::move(mended.lost);
 }
 
-bool EarlierState::EncodeMain(std::uint64_t last, std::vector<std::uint8_t>& main) {
+/// A main stream that names more than there is cannot be opened. Iterations that need what is gone
+/// are damaged, the others are not. A stream that is there, but cannot be read now, stays named.
+void EarlierState::CutToWhatIsThere(Lengths& lengths, RepositoryState& state) {
+  for (auto at = lengths.begin(); at != lengths.end();) {
+    auto& [name, length] = *at;
+    std::shared_ptr<const OOCPCByteSource> source;
+    const HRESULT code = Open(name, source);
+    const bool isGone = code == oocpc::result::kStreamMissing && !state.added.contains(name);
+    if (!oocpc::Failed(code)) length = std::min<std::uint64_t>(length, source->GetBytes().size());
+    if (isGone && length == 0) state.added[name] = {};
+    at = isGone && length > 0 ? lengths.erase(at) : std::next(at);
+  }
+}
+
+bool EarlierState::Find(std::uint64_t last, RepositoryState& state) {
+  state = {};
   Lengths lengths;
   for (const OOCPCStreamLength& stream : catalogue_.information.streams) {
     lengths[stream.name] = stream.committedBytes;
@@ -152,7 +210,7 @@ bool EarlierState::EncodeMain(std::uint64_t last, std::vector<std::uint8_t>& mai
   set(OOCPCAcceleratorContainer::kStreamName, record.acceleratorPayload.sizeBytes);
   set(OOCPCLODContainer::kStreamName, lodBytes);
   if (!CutColumns(record.blockCount, lengths)) return false;
-  CutSources(record.pointCount, lengths);
+  CutSources(record.pointCount, lengths, state);
 
   OOCPCCatalogue catalogue = CopyOf(catalogue_);
   OOCPCUpdateIterationDescription iterations;
@@ -171,9 +229,48 @@ bool EarlierState::EncodeMain(std::uint64_t last, std::vector<std::uint8_t>& mai
     catalogue.SetChunk(chunk_type::kStringRepository,
                        OOCPCStringRepositoryContainer::EncodeChunk(CutDictionary(lengths)));
   }
-  std::vector<OOCPCStreamLength> streams;
-  for (const auto& [name, bytes] : lengths) streams.push_back({name, bytes});
-  main = OOCPCEncodeMainStream(catalogue, std::move(streams));
+  CutToWhatIsThere(lengths, state);
+  state.main = OOCPCEncodeMainStream(catalogue, ListOf(lengths));
+  return true;
+}
+
+bool EarlierState::AddLevels(const BuiltLod& lod, RepositoryState& state) {
+  OOCPCCatalogue catalogue;
+  OOCPCUpdateIteration record;
+  const std::uint64_t iteration = CountIterations();
+  const std::string lodName = OOCPCLODContainer::kStreamName;
+  const std::string records = OOCPCUpdateIterationContainer::kStreamName;
+  const OOCPCStreamLength* const blocks = catalogue_.information.FindStream(lodName);
+  if (iteration == 0 || blocks == nullptr || !ReadIteration(iteration - 1, record)) return false;
+  if (oocpc::Failed(OOCPCDecodeMainStream(state.main, catalogue))) return false;
+  // What is gone of the blocks stays in its place as zeros: the records of older iterations must
+  // not lead to blocks of other ones.
+  AddedBytes& added = state.added[lodName];
+  added.position = GetBytes(lodName).size();
+  added.bytes.assign(static_cast<std::size_t>(blocks->committedBytes - added.position), 0);
+  lod.block.Encode(added.bytes);
+  state.added[OOCPCLODNodeStreamName(iteration)] = {0, lod.records};
+  record.timePoint += 1;
+  record.acceleratorPayload.beginBytes = record.acceleratorPayload.sizeBytes;
+  record.lodPayload = {blocks->committedBytes, added.position + added.bytes.size()};
+  record.addedPointCount = 0;
+  record.addedBytes = added.bytes.size() + lod.records.size() + OOCPCUpdateIteration::kRecordBytes;
+  AddedBytes& last = state.added[records];
+  last.position = iteration * OOCPCUpdateIteration::kRecordBytes;
+  record.Stream(last.bytes);
+
+  Lengths lengths;
+  for (const OOCPCStreamLength& stream : catalogue.information.streams) {
+    lengths[stream.name] = stream.committedBytes;
+  }
+  for (const auto& [name, bytes] : state.added) lengths[name] = bytes.position + bytes.bytes.size();
+  OOCPCUpdateIterationDescription iterations;
+  iterations.iterationCount = iteration + 1;
+  catalogue.SetChunk(chunk_type::kUpdateIterations, iterations.EncodeChunk());
+  OOCPCLODDescription levels;
+  levels.blockCount = iteration + 1;
+  catalogue.SetChunk(chunk_type::kLevelOfDetail, levels.EncodeChunk());
+  state.main = OOCPCEncodeMainStream(catalogue, ListOf(lengths));
   return true;
 }
 

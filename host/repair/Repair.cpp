@@ -1,12 +1,17 @@
 // Brings a damaged repository back to its newest intact iteration.
 #include "host/repair/Repair.h"
 
+#include <OOCPointCloud/OOCPCLODContainer.h>
 #include <OOCPointCloud/OOCPCRepositoryWriter.h>
 
+#include <algorithm>
 #include <new>
+#include <utility>
 
 #include "OOCPointCloud/repository/FileSystem.h"
+#include "host/common/ImportFolders.h"
 #include "host/repair/EarlierState.h"
+#include "host/repair/RebuildLevels.h"
 #include "host/repair/RepairView.h"
 
 namespace tarnhost {
@@ -33,6 +38,17 @@ class Repair {
     std::unique_ptr<OOCPCFolderStreamStore> store;
     if (Outcome outcome = Open(store); !outcome.Ok()) return outcome;
     if (Outcome outcome = ReadCatalogue(); !outcome.Ok()) return outcome;
+    if (Outcome outcome = FindState(); !outcome.Ok()) return outcome;
+    report_.changesMain = report_.fromCopy || isAnother_ || CopyIsDamaged();
+    if (!report_.changesMain || options_.dryRun) return Outcome::Success();
+    if (Outcome outcome = BackUp(); !outcome.Ok()) return outcome;
+    const HRESULT code = Commit(*store);
+    return Failed(code) ? Outcome::FromCode(code, folder_.string()) : Outcome::Success();
+  }
+
+ private:
+  /// No stream is mapped any longer when it is done: not every system lets mapped files be cut.
+  Outcome FindState() {
     EarlierState states(folder_, catalogue_);
     report_.iterationsBefore = states.CountIterations();
     OOCPCUpdateIteration record;
@@ -41,19 +57,18 @@ class Repair {
       report_.pointsBefore = record.pointCount;
     }
     if (Outcome outcome = FindIntact(states); !outcome.Ok()) return outcome;
-    if (states.ReadIteration(report_.iterationsAfter - 1, record)) {
+    const std::uint64_t last = std::min(report_.iterationsAfter, report_.iterationsBefore);
+    if (last > 0 && states.ReadIteration(last - 1, record)) {
       report_.pointsAfter = record.pointCount;
     }
-    report_.changesMain = report_.fromCopy || isAnother_ || CopyIsDamaged();
-    if (!report_.changesMain || options_.dryRun) return Outcome::Success();
-    if (Outcome outcome = BackUp(); !outcome.Ok()) return outcome;
-    const HRESULT code = store->ReplaceMain(main_);
-    return Failed(code) ? Outcome::FromCode(code, folder_.string()) : Outcome::Success();
+    return Outcome::Success();
   }
 
- private:
   /// A trial takes no lock: it must leave nothing behind.
   Outcome Open(std::unique_ptr<OOCPCFolderStreamStore>& store) const {
+    if (!options_.dryRun) {
+      if (Outcome outcome = PutBackSetAside(folder_); !outcome.Ok()) return outcome;
+    }
     const bool isThere = IsNameTaken(folder_ / OOCPCFolderStreamStore::kMainFileName) ||
                          IsNameTaken(folder_ / kMainCopyName);
     if (!isThere) return Outcome::FromCode(result::kNotARepository, folder_.string());
@@ -63,8 +78,8 @@ class Repair {
   }
 
   HRESULT ReadMain(const char* name) {
-    const HRESULT code = oocpc::detail::ReadWholeFile(folder_ / name, main_);
-    return Failed(code) ? code : OOCPCDecodeMainStream(main_, catalogue_);
+    const HRESULT code = oocpc::detail::ReadWholeFile(folder_ / name, state_.main);
+    return Failed(code) ? code : OOCPCDecodeMainStream(state_.main, catalogue_);
   }
 
   /// From the main stream, or where that is not sound, from its copy.
@@ -80,39 +95,78 @@ class Repair {
                             "take the repository from a backup or import it again");
   }
 
-  Outcome Verify(const Bytes& main, VerifyReport& report) const {
+  Outcome Verify(const RepositoryState& state, VerifyReport& report) const {
     const auto open = [&](std::unique_ptr<OOCPCStreamRepository>& repository) {
-      repository = std::make_unique<RepairView>(folder_, main);
+      repository = std::make_unique<RepairView>(folder_, state);
       return result::kOk;
     };
     return VerifyStreams(open, folder_, options_.progress, report);
   }
 
-  /// Puts the main stream with the newest intact iteration as its last into `main_`.
+  /// Puts the state with the newest intact iteration as its last into `state_`.
   Outcome FindIntact(EarlierState& states) {
     VerifyReport found;
-    if (Outcome outcome = Verify(main_, found); !outcome.Ok()) return outcome;
+    if (Outcome outcome = Verify(state_, found); !outcome.Ok()) return outcome;
     const HRESULT first = found.faults.empty() ? result::kBadRecord : found.faults[0].code;
     report_.faultCount += found.faultCount;
     report_.faults.insert(report_.faults.end(), found.faults.begin(), found.faults.end());
+    // Its bytes are sound, and must not be given up.
+    if (found.needsLaterVersion) {
+      return Outcome::Failure(result::kUnknownVersion,
+                              "a later version of this program wrote a part of it",
+                              folder_.string(), "repair it with that version");
+    }
     std::uint64_t count = report_.iterationsBefore;
     if (found.faultCount == 0 && count == 0) return Outcome::Success();
     if (count > 0 && TakeIfIntact(found, count - 1)) return Outcome::Success();
     for (; count > 0; --count) {
       const std::uint64_t last = count - 1;
-      if (last < found.intactIterations.size() && !found.intactIterations[last]) continue;
-      Bytes main;
+      const bool isNewest = count == report_.iterationsBefore;
+      const bool isKnownDamaged =
+          last < found.intactIterations.size() && !found.intactIterations[last];
+      if (isKnownDamaged && !(isNewest && found.hasLevelFaults)) continue;
+      RepositoryState state;
       VerifyReport report;
-      if (!states.EncodeMain(last, main)) continue;
-      if (Outcome outcome = Verify(main, report); !outcome.Ok()) return outcome;
-      if (!TakeIfIntact(report, last)) continue;
-      main_ = std::move(main);
+      if (!states.Find(last, state)) continue;
+      if (Outcome outcome = Verify(state, report); !outcome.Ok()) return outcome;
+      bool isTaken = TakeIfIntact(report, last);
+      if (!isTaken && isNewest && report.hasLevelFaults) {
+        Outcome outcome = AddLevels(states, state, isTaken);
+        if (!outcome.Ok()) return outcome;
+      }
+      if (!isTaken) continue;
+      state_ = std::move(state);
       isAnother_ = true;
-      report_.sourcesLost = report_.iterationsAfter == report_.iterationsBefore;
+      report_.lostSources = state_.lostSources;
       return Outcome::Success();
     }
     return Outcome::Failure(first, "no iteration is intact", folder_.string(),
                             "take the repository from a backup or import it again");
+  }
+
+  /// Where nothing else is wrong with the last iteration, a further one has its points, and levels
+  /// of detail that are made anew.
+  Outcome AddLevels(EarlierState& states, RepositoryState& state, bool& isTaken) {
+    std::unique_ptr<Cloud> cloud;
+    BuiltLod lod;
+    VerifyReport report;
+    const std::uint64_t number = report_.iterationsBefore;
+    Outcome outcome = Cloud::Attach(std::make_unique<RepairView>(folder_, state), folder_, cloud);
+    if (outcome.Ok()) outcome = RebuildLevels(*cloud, catalogue_, number, lod);
+    cloud.reset();
+    if (IsOfTheMachine(outcome.code)) return outcome;
+    // Else more than levels is damaged.
+    if (!outcome.Ok() || !states.AddLevels(lod, state)) return Outcome::Success();
+    outcome = Verify(state, report);
+    isTaken = outcome.Ok() && TakeIfIntact(report, number);
+    report_.hasOtherLevels = isTaken;
+    return outcome;
+  }
+
+  /// What another try may not meet again.
+  static bool IsOfTheMachine(HRESULT code) {
+    return code == result::kOutOfMemory || code == result::kAccessDenied ||
+           code == result::kIoError || code == result::kStopped;
   }
 
   bool TakeIfIntact(const VerifyReport& found, std::uint64_t last) {
@@ -128,16 +182,23 @@ class Repair {
   bool CopyIsDamaged() {
     Bytes copy;
     OOCPCCatalogue catalogue;
-    const fs::path place = folder_ / kMainCopyName;
-    if (!IsNameTaken(place)) return false;
-    HRESULT code = oocpc::detail::ReadWholeFile(place, copy);
+    HRESULT code = oocpc::detail::ReadWholeFile(folder_ / kMainCopyName, copy);
     if (!Failed(code)) code = OOCPCDecodeMainStream(copy, catalogue);
     if (!Failed(code)) return false;
-    if (report_.faultCount == 0) {
-      report_.faultCount = 1;
-      report_.faults.push_back({code, kMainCopyName, 0, 0, Outcome::FromCode(code).what});
-    }
+    ++report_.faultCount;
+    report_.faults.push_back({code, kMainCopyName, 0, 0, WhatIsWrongWithCopy(code)});
     return true;
+  }
+
+  /// What is added exists for nobody before the main stream names it.
+  HRESULT Commit(OOCPCFolderStreamStore& store) const {
+    for (const auto& [name, added] : state_.added) {
+      HRESULT code = store.Truncate(name, added.position);  // what an interrupted writer left
+      if (!Failed(code)) code = store.Append(name, added.bytes);
+      if (!Failed(code)) code = store.Sync(name);
+      if (Failed(code)) return code;
+    }
+    return store.ReplaceMain(state_.main);
   }
 
   Outcome BackUp() {
@@ -162,8 +223,8 @@ class Repair {
   const RepairOptions& options_;
   RepairReport& report_;
   fs::path folder_;
-  Bytes main_;
-  bool isAnother_ = false;  ///< main_ is not the one that was there
+  RepositoryState state_;
+  bool isAnother_ = false;  ///< it is not the one that was there
   OOCPCCatalogue catalogue_;
 };
 

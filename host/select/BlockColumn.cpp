@@ -19,7 +19,7 @@ Outcome BlockColumn::Enter(const OOCPCOctreeAcceleratorNode& node) {
 Outcome BlockColumn::ReadStored(std::span<const std::uint8_t>& stored) {
   if (!isChecked_) {
     HRESULT code = reader_.ReadStored(entry_, stored_);
-    if (!oocpc::Failed(code)) code = oocpc::CheckStoredBlock(type_, entry_, stored_);
+    if (!oocpc::Failed(code)) code = oocpc::CheckStoredBlock(entry_, stored_);
     if (oocpc::Failed(code)) return Fail(code);
     isChecked_ = true;
     ++counts_.blocksCompared;
@@ -33,7 +33,7 @@ Outcome BlockColumn::ReadValues(std::span<const std::uint8_t>& values) {
   if (!isDecoded_) {
     std::span<const std::uint8_t> bytes;
     HRESULT code = reader_.ReadStored(entry_, bytes);
-    if (!oocpc::Failed(code)) code = oocpc::DecodeBlock(type_, entry_, bytes, values_);
+    if (!oocpc::Failed(code)) code = oocpc::DecodeBlock(entry_, bytes, values_);
     if (oocpc::Failed(code)) return Fail(code);
     isDecoded_ = true;
     ++counts_.blocksDecoded;

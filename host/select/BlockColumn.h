@@ -17,6 +17,22 @@ struct ColumnCounts {
   std::uint64_t blocksDecoded = 0;
   std::uint64_t bytesRead = 0;     ///< stored bytes of both
   std::uint64_t bytesDecoded = 0;  ///< of values made of them
+
+  ColumnCounts& operator+=(const ColumnCounts& other) {
+    blocksCompared += other.blocksCompared;
+    blocksDecoded += other.blocksDecoded;
+    bytesRead += other.bytesRead;
+    bytesDecoded += other.bytesDecoded;
+    return *this;
+  }
+  /// What was counted since `before`.
+  friend ColumnCounts operator-(ColumnCounts now, const ColumnCounts& before) {
+    now.blocksCompared -= before.blocksCompared;
+    now.blocksDecoded -= before.blocksDecoded;
+    now.bytesRead -= before.bytesRead;
+    now.bytesDecoded -= before.bytesDecoded;
+    return now;
+  }
 };
 
 /// Reads a column block by block, each part when it is first asked for. Codes of ColumnReader, with

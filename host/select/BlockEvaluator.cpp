@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <chrono>
 
-#include "OOCPointCloud/support/Bytes.h"
 #include "host/select/IntervalTest.h"
 #include "host/select/MaskKernels.h"
+#include "host/select/StringTest.h"
 
 namespace tarnhost {
 
@@ -105,7 +105,9 @@ Outcome BlockEvaluator::FillLeaf(std::uint32_t leaf, Mask mask) {
   LeafCounts& counts = leafCounts_[leaf];
   ++counts.blocksTested;
   const Clock::time_point begin = timed_ ? Clock::now() : Clock::time_point();
+  const ColumnCounts before = columns_[described.column].GetCounts();
   Outcome outcome = TestLeaf(described, mask);
+  counts.reading += columns_[described.column].GetCounts() - before;
   if (described.negated) InvertMask(mask, count_);
   if (timed_) {
     const auto taken = Clock::now() - begin;
@@ -120,7 +122,7 @@ Outcome BlockEvaluator::TestLeaf(const PlanLeaf& leaf, Mask mask) {
     case LeafKind::kInterval:
       return TestInterval(columns_[leaf.column], leaf.interval, leaf.component, scratch_, mask);
     case LeafKind::kString:
-      return TestStrings(leaf, mask);
+      return TestStrings(columns_[leaf.column], leaf.strings, stringScratch_, mask);
     case LeafKind::kBox:
     case LeafKind::kSphere:
     case LeafKind::kFrustum:
@@ -141,19 +143,6 @@ Outcome BlockEvaluator::TestPositions(const PlanLeaf& leaf, Mask mask) {
   } else {
     const auto& frustum = static_cast<const OOCPCInsideFrustumQuery&>(*leaf.query);
     TestFrustum(xyz.data(), count_, plan_.positions, frustum.GetPlanes(), mask.data());
-  }
-  return Outcome::Success();
-}
-
-Outcome BlockEvaluator::TestStrings(const PlanLeaf& leaf, Mask mask) {
-  BlockColumn& column = columns_[leaf.column];
-  std::span<const std::uint8_t> indices;
-  if (Outcome outcome = column.ReadValues(indices); !outcome.Ok()) return outcome;
-  std::ranges::fill(mask, 0);
-  for (std::size_t i = 0; i < count_; ++i) {
-    const auto index = oocpc::LoadLittleEndian<std::uint32_t>(indices.data() + 4 * i);
-    if (index >= leaf.strings.selected.size()) return column.Fail(oocpc::result::kStringNotFound);
-    mask[i / 64] |= std::uint64_t{leaf.strings.selected[index]} << (i % 64);
   }
   return Outcome::Success();
 }

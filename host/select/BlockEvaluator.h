@@ -16,6 +16,7 @@ struct LeafCounts {
   std::uint64_t blocksAccepted = 0;  ///< every point does
   std::uint64_t blocksTested = 0;    ///< points were tested
   std::uint64_t nanoseconds = 0;     ///< of testing, decoding included; only when timed
+  ColumnCounts reading;              ///< what its tests read; what was read before is not counted
 };
 
 /// Evaluates whole blocks into bit masks. One thread at a time; threads have evaluators of their
@@ -42,7 +43,6 @@ class BlockEvaluator {
   Outcome FillLeaf(std::uint32_t leaf, Mask mask);
   Outcome TestLeaf(const PlanLeaf& leaf, Mask mask);
   Outcome TestPositions(const PlanLeaf& leaf, Mask mask);
-  Outcome TestStrings(const PlanLeaf& leaf, Mask mask);
   Mask ScratchMask(std::size_t depth);
 
   const SelectionPlan& plan_;
@@ -55,6 +55,7 @@ class BlockEvaluator {
   std::vector<std::uint64_t> mask_;
   std::vector<std::vector<std::uint64_t>> scratchMasks_;
   std::vector<std::uint8_t> scratch_;
+  std::vector<std::uint64_t> stringScratch_;
 };
 
 }  // namespace tarnhost

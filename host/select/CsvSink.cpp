@@ -69,7 +69,7 @@ int DecimalsOf(double scale) {
   return decimals <= kMostDecimals ? static_cast<int>(decimals) : -1;
 }
 
-Outcome CsvSink::Begin(Cloud& cloud) {
+void CsvSink::LookAt(Cloud& cloud) {
   cloud_ = &cloud;
   coordinates_ = SourceCoordinates(cloud);
   const PositionTransform& transform = cloud.GetTransform();
@@ -78,14 +78,9 @@ Outcome CsvSink::Begin(Cloud& cloud) {
     const int offset = DecimalsOf(transform.offset[axis]);
     decimals_[axis] = scale < 0 || offset < 0 ? -1 : std::max(scale, offset);
   }
-  if (Outcome outcome = OutputFile::Create(output_, file_); !outcome.Ok()) return outcome;
-  std::vector<std::string> names;
-  for (const CloudColumn& column : cloud.GetColumns()) names.push_back(column.name);
-  if (Outcome outcome = file_->Write(HeaderLine()); !outcome.Ok()) return outcome;
-  return values_.Open(cloud, std::move(names));
 }
 
-std::string CsvSink::HeaderLine() const {
+std::string CsvSink::Header(std::uint64_t /*count*/) const {
   std::string line = "x,y,z";
   for (std::size_t i = 0; i < cloud_->GetColumns().size(); ++i) {
     if (coordinates_.IsCoordinate(i)) continue;
@@ -96,25 +91,14 @@ std::string CsvSink::HeaderLine() const {
   return line + "\n";
 }
 
-Outcome CsvSink::Prepare(const OOCPCOctreeAcceleratorNode& node,
-                         std::span<const std::uint32_t> points, std::unique_ptr<SinkPart>& part) {
-  const SelectedValues* values = nullptr;
-  if (Outcome outcome = values_.Read(node, points, values); !outcome.Ok()) return outcome;
-  auto made = std::make_unique<BytesPart>();
-  for (std::size_t point = 0; point < points.size(); ++point) {
-    AppendCoordinates(*values, point, made->bytes);
-    for (std::size_t i = 0; i < values->GetColumnCount(); ++i) {
-      if (!coordinates_.IsCoordinate(i)) AppendColumn(*values, i, point, made->bytes);
+void CsvSink::AppendRows(const SelectedValues& values, std::string& rows) const {
+  for (std::size_t point = 0; point < values.GetCount(); ++point) {
+    AppendCoordinates(values, point, rows);
+    for (std::size_t i = 0; i < values.GetColumnCount(); ++i) {
+      if (!coordinates_.IsCoordinate(i)) AppendColumn(values, i, point, rows);
     }
-    made->bytes += '\n';
+    rows += '\n';
   }
-  part = std::move(made);
-  return Outcome::Success();
-}
-
-Outcome CsvSink::Consume(const OOCPCOctreeAcceleratorNode& /*node*/,
-                         std::span<const std::uint32_t> /*points*/, SinkPart* part) {
-  return file_->Write(static_cast<BytesPart&>(*part).bytes);
 }
 
 void CsvSink::AppendCoordinates(const SelectedValues& values, std::size_t point,
@@ -154,7 +138,5 @@ void CsvSink::AppendColumn(const SelectedValues& values, std::size_t column, std
     }
   }
 }
-
-Outcome CsvSink::End(const SelectReport& /*report*/) { return file_->Commit(); }
 
 }  // namespace tarnhost

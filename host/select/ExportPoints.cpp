@@ -1,27 +1,25 @@
 // Writes a whole cloud into a file of a format that is not LAS.
 #include "host/select/ExportPoints.h"
 
-#include "host/formats/converted/FieldNames.h"
 #include "host/select/Sinks.h"
 
 namespace tarnhost {
 
 bool IsPointFileName(const std::filesystem::path& output) {
-  const std::string ending = LowerCase(output.extension().string());
-  return ending == ".ply" || ending == ".pcd" || ending == ".csv";
+  return MakeTableSink(output) != nullptr;
 }
 
-Outcome ExportPoints(Cloud& cloud, std::uint64_t iteration, const std::filesystem::path& output,
-                     const std::function<bool(const ProgressReport&)>& progress,
-                     std::uint64_t& pointCount) {
-  std::unique_ptr<SelectionSink> sink;
-  if (Outcome outcome = MakeFileSink(output, sink); !outcome.Ok()) return outcome;
-  SelectOptions options;
-  options.text = "#true()";
-  options.iteration = iteration;
-  options.progress = progress;
+Outcome ExportPoints(Cloud& cloud, const ExportOptions& options,
+                     const std::filesystem::path& output, std::uint64_t& pointCount) {
+  const std::unique_ptr<TableSink> sink = MakeTableSink(output);
+  if (sink == nullptr) return Outcome::FromCode(oocpc::result::kScanUnsupported, output.string());
+  sink->KeepSourceOrder(options.memoryBytes, options.progress);
+  SelectOptions all;
+  all.text = "#true()";
+  all.iteration = options.iteration;
+  all.progress = options.progress;
   SelectReport report;
-  Outcome outcome = Select(cloud, options, sink.get(), report);
+  Outcome outcome = Select(cloud, all, sink.get(), report);
   pointCount = report.selected;
   return outcome;
 }

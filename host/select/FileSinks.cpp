@@ -20,22 +20,25 @@ struct TeePart final : SinkPart {
 
 }  // namespace
 
+std::unique_ptr<TableSink> MakeTableSink(const std::filesystem::path& output) {
+  const std::string ending = Ending(output);
+  if (ending == ".csv") return std::make_unique<CsvSink>(output);
+  if (ending == ".ply") return std::make_unique<PlySink>(output);
+  if (ending == ".pcd") return std::make_unique<PcdSink>(output);
+  return nullptr;
+}
+
 Outcome MakeFileSink(const std::filesystem::path& output, std::unique_ptr<SelectionSink>& sink) {
   const std::string ending = Ending(output);
   if (ending == ".las" || ending == ".laz") {
     sink = std::make_unique<LasSink>(output);
-  } else if (ending == ".csv") {
-    sink = std::make_unique<CsvSink>(output);
-  } else if (ending == ".ply") {
-    sink = std::make_unique<PlySink>(output);
-  } else if (ending == ".pcd") {
-    sink = std::make_unique<PcdSink>(output);
   } else {
-    return Outcome::Failure(oocpc::result::kScanUnsupported,
-                            "points cannot be written as \"" + ending + "\"", output.string(),
-                            "let the name end in .las, .laz, .ply, .pcd or .csv");
+    sink = MakeTableSink(output);
   }
-  return Outcome::Success();
+  if (sink != nullptr) return Outcome::Success();
+  return Outcome::Failure(oocpc::result::kScanUnsupported,
+                          "points cannot be written as \"" + ending + "\"", output.string(),
+                          "let the name end in .las, .laz, .ply, .pcd or .csv");
 }
 
 std::vector<std::string> ComponentNames(const CloudColumn& column) {

@@ -2,9 +2,9 @@
 #include "host/select/IntervalTest.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "OOCPointCloud/columns/BitPacking.h"
+#include "OOCPointCloud/columns/ComponentTypes.h"
 #include "host/select/MaskKernels.h"
 
 namespace tarnhost {
@@ -16,16 +16,6 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 using Mask = std::span<std::uint64_t>;
-
-/// A bound of the column's own type out of its widened bits.
-template <typename T>
-T Narrow(std::uint64_t bits) {
-  if constexpr (std::is_floating_point_v<T>) {
-    return static_cast<T>(std::bit_cast<double>(bits));
-  } else {
-    return static_cast<T>(bits);
-  }
-}
 
 /// An interval as offsets from a base that are not above `greatest`.
 struct OffsetInterval {
@@ -49,25 +39,10 @@ OffsetInterval OffsetsIn(const ValueInterval& interval, std::uint64_t baseBits,
   return offsets;
 }
 
+/// Offsets from `least` in so many bits each: `packed` has exactly their bytes.
 template <typename T>
-void TestBitPacked(Bytes stored, const BlockEntry& entry, const ValueInterval& interval,
-                   Mask mask) {
-  const std::uint64_t base = entry.minimumBits[0];
-  const std::uint64_t greatest = entry.maximumBits[0] - base;
-  const OffsetInterval offsets = OffsetsIn<T>(interval, base, greatest);
-  const unsigned bits = oocpc::OffsetBits(base, entry.maximumBits[0]);
-  if (offsets.isEmpty || bits == 0) {
-    std::ranges::fill(mask, 0);
-    if (!offsets.isEmpty) InvertMask(mask, entry.valueCount);
-    return;
-  }
-  TestPacked(stored, bits, entry.valueCount, offsets.low, offsets.high, mask.data());
-}
-
-/// One run: `packed` has exactly its offsets.
-template <typename T>
-void TestRun(Bytes packed, unsigned bits, T least, std::size_t count, const ValueInterval& interval,
-             Mask mask) {
+void TestOffsets(Bytes packed, unsigned bits, T least, std::size_t count,
+                 const ValueInterval& interval, Mask mask) {
   const std::uint64_t greatest = bits == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
   const OffsetInterval offsets = OffsetsIn<T>(interval, oocpc::WidenBits(least), greatest);
   const bool isFull = !offsets.isEmpty && offsets.low == 0 && offsets.high == greatest;
@@ -79,22 +54,61 @@ void TestRun(Bytes packed, unsigned bits, T least, std::size_t count, const Valu
   TestPacked(packed, bits, count, offsets.low, offsets.high, mask.data());
 }
 
-/// Runs of 128 values: the bits of an offset, the least value, the offsets. False when the bytes
-/// are not those of so many values.
+/// The components of a bit-packed block lie one behind the other, each with a base of its own.
 template <typename T>
-bool TestRuns(Bytes stored, std::size_t count, const ValueInterval& interval, Mask mask) {
-  constexpr std::size_t kRun = 128;
+void TestBitPacked(Bytes stored, const BlockEntry& entry, const ValueInterval& interval,
+                   std::size_t component, Mask mask) {
+  unsigned bits = 0;
+  Bytes packed;
+  for (std::size_t i = 0; i <= component; ++i) {
+    bits = oocpc::OffsetBits(entry.minimumBits[i], entry.maximumBits[i]);
+    const std::uint64_t bytes = oocpc::PackedBytes(entry.valueCount, bits);
+    packed = stored.first(bytes);
+    stored = stored.subspan(bytes);
+  }
+  TestOffsets(packed, bits, static_cast<T>(entry.minimumBits[component]), entry.valueCount,
+              interval, mask);
+}
+
+/// Values of one component in a run, at most.
+constexpr std::size_t kRun = 128;
+
+/// A run: the bits of an offset, the least value, the offsets.
+template <typename T>
+struct Run {
+  unsigned bits = 0;
+  T least{};
+  Bytes packed;
+};
+
+/// Takes a run of so many values from the front; false when it is not there.
+template <typename T>
+bool TakeRun(Bytes& stored, std::size_t values, Run<T>& run) {
   constexpr std::size_t kHead = 1 + sizeof(T);
-  for (std::size_t first = 0; first < count; first += kRun) {
-    const std::size_t values = std::min(kRun, count - first);
-    if (stored.size() < kHead || stored[0] > 8 * sizeof(T)) return false;
-    const unsigned bits = stored[0];
-    const T least = oocpc::LoadComponent<T>(stored.data() + 1);
-    const std::uint64_t bytes = oocpc::PackedBytes(values, bits);
-    if (stored.size() - kHead < bytes) return false;
-    TestRun(stored.subspan(kHead, bytes), bits, least, values, interval,
-            mask.subspan(first / 64, MaskWords(values)));
-    stored = stored.subspan(kHead + bytes);
+  if (stored.size() < kHead || stored[0] > 8 * sizeof(T)) return false;
+  run.bits = stored[0];
+  run.least = oocpc::LoadComponent<T>(stored.data() + 1);
+  const std::uint64_t bytes = oocpc::PackedBytes(values, run.bits);
+  if (stored.size() - kHead < bytes) return false;
+  run.packed = stored.subspan(kHead, bytes);
+  stored = stored.subspan(kHead + bytes);
+  return true;
+}
+
+/// The runs of each component lie behind those of the one before. False when the bytes are not
+/// those of so many values.
+template <typename T>
+bool TestRuns(Bytes stored, oocpc::ColumnType type, std::size_t count,
+              const ValueInterval& interval, std::size_t component, Mask mask) {
+  Run<T> run;
+  for (std::size_t i = 0; i < type.components; ++i) {
+    for (std::size_t first = 0; first < count; first += kRun) {
+      const std::size_t values = std::min(kRun, count - first);
+      if (!TakeRun(stored, values, run)) return false;
+      if (i != component) continue;
+      TestOffsets(run.packed, run.bits, run.least, values, interval,
+                  mask.subspan(first / 64, MaskWords(values)));
+    }
   }
   return stored.empty();
 }
@@ -112,40 +126,36 @@ Bytes GatherComponent(Bytes values, oocpc::ColumnType type, std::size_t componen
   return scratch;
 }
 
+/// Values as they are, decoded or stored so.
 template <typename T>
-Outcome TestDecoded(BlockColumn& column, const ValueInterval& interval, std::size_t component,
-                    std::vector<std::uint8_t>& scratch, Mask mask) {
-  Bytes values;
-  if (Outcome outcome = column.ReadValues(values); !outcome.Ok()) return outcome;
-  if (column.GetType().components > 1) {
-    values = GatherComponent<T>(values, column.GetType(), component, scratch);
-  }
-  TestInterval(values.data(), column.GetEntry().valueCount, Narrow<T>(interval.lowBits),
-               Narrow<T>(interval.highBits), mask.data());
-  return Outcome::Success();
+void TestValues(Bytes values, oocpc::ColumnType type, const ValueInterval& interval,
+                std::size_t component, std::vector<std::uint8_t>& scratch, Mask mask) {
+  const std::size_t count = values.size() / oocpc::ValueBytes(type);
+  if (type.components > 1) values = GatherComponent<T>(values, type, component, scratch);
+  TestInterval(values.data(), count, oocpc::NarrowBits<T>(interval.lowBits),
+               oocpc::NarrowBits<T>(interval.highBits), mask.data());
 }
 
 template <typename T>
 Outcome TestTyped(BlockColumn& column, const ValueInterval& interval, std::size_t component,
                   std::vector<std::uint8_t>& scratch, Mask mask) {
   const BlockEntry& entry = column.GetEntry();
-  const bool isRaw = entry.encoding == BlockEncoding::kRaw;
-  const bool isPacked = std::is_integral_v<T> && (entry.encoding == BlockEncoding::kBitPacked ||
-                                                  entry.encoding == BlockEncoding::kRuns);
-  if (column.GetType().components > 1 || !(isRaw || isPacked)) {
-    return TestDecoded<T>(column, interval, component, scratch, mask);
+  const oocpc::ColumnType type = column.GetType();
+  Bytes bytes;
+  if (!IsComparedAsStored(type, entry.encoding)) {
+    if (Outcome outcome = column.ReadValues(bytes); !outcome.Ok()) return outcome;
+    TestValues<T>(bytes, type, interval, component, scratch, mask);
+    return Outcome::Success();
   }
-  Bytes stored;
-  if (Outcome outcome = column.ReadStored(stored); !outcome.Ok()) return outcome;
-  if (isRaw) {
-    TestInterval(stored.data(), entry.valueCount, Narrow<T>(interval.lowBits),
-                 Narrow<T>(interval.highBits), mask.data());
+  if (Outcome outcome = column.ReadStored(bytes); !outcome.Ok()) return outcome;
+  if (entry.encoding == BlockEncoding::kRaw) {
+    TestValues<T>(bytes, type, interval, component, scratch, mask);
     return Outcome::Success();
   }
   if constexpr (std::is_integral_v<T>) {
     if (entry.encoding == BlockEncoding::kBitPacked) {
-      TestBitPacked<T>(stored, entry, interval, mask);
-    } else if (!TestRuns<T>(stored, entry.valueCount, interval, mask)) {
+      TestBitPacked<T>(bytes, entry, interval, component, mask);
+    } else if (!TestRuns<T>(bytes, type, entry.valueCount, interval, component, mask)) {
       return column.Fail(oocpc::result::kBadRecord);
     }
   }
@@ -153,6 +163,12 @@ Outcome TestTyped(BlockColumn& column, const ValueInterval& interval, std::size_
 }
 
 }  // namespace
+
+bool IsComparedAsStored(oocpc::ColumnType type, BlockEncoding encoding) {
+  if (encoding == BlockEncoding::kRaw) return true;
+  return !IsRealType(type.value) &&
+         (encoding == BlockEncoding::kBitPacked || encoding == BlockEncoding::kRuns);
+}
 
 Outcome TestInterval(BlockColumn& column, const ValueInterval& interval, std::size_t component,
                      std::vector<std::uint8_t>& scratch, std::span<std::uint64_t> mask) {

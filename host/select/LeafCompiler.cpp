@@ -179,6 +179,18 @@ Outcome LeafCompiler::CompileComparison(const OOCPCIQuery& query, CompiledLeaf& 
   return Outcome::Success();
 }
 
+namespace {
+
+void AddToRuns(std::uint64_t index, std::vector<StringRun>& runs) {
+  if (!runs.empty() && runs.back().last + 1 == index) {
+    runs.back().last = index;
+  } else {
+    runs.push_back({index, index});
+  }
+}
+
+}  // namespace
+
 Outcome LeafCompiler::CompileString(const OOCPCIQuery& query, const RecordField& field,
                                     CompiledLeaf& compiled) {
   const OOCPCStringRepositoryContainer* dictionary =
@@ -198,6 +210,7 @@ Outcome LeafCompiler::CompileString(const OOCPCIQuery& query, const RecordField&
     const char* const record = text.c_str();
     const auto size = static_cast<unsigned>(text.size());
     strings.selected[i] = query.Satisfy(&record, &size) ? 1 : 0;
+    if (strings.selected[i] != 0) AddToRuns(i, strings.runs);
     strings.countBefore[i + 1] = strings.countBefore[i] + strings.selected[i];
   }
   return Outcome::Success();

@@ -157,8 +157,11 @@ class Reader {
     if (at_ == text_.size()) return Fail("the text ends where a query was expected");
     if (keyword.empty()) {
       const std::string word = "#" + PeekWord();
+      const std::string example = text_.find('#') == std::string_view::npos
+                                      ? "for instance #num{type=double}(\"z\", >, 100)"
+                                      : "";
       return Fail("a query was expected: " + Listed(kKeywords) + ", or a query in parentheses",
-                  Contains(kKeywords, word) ? "did you mean " + Quoted(word) + "?" : "");
+                  Contains(kKeywords, word) ? "did you mean " + Quoted(word) + "?" : example);
     }
     const std::string nearest = FindNearest(keyword, kKeywords);
     return Fail(

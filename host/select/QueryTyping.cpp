@@ -141,7 +141,8 @@ class Fitter {
       if (known->type == clause.type) return Outcome::Success();
       return Refuse(clause.typeSpan.begin,
                     "\"" + clause.name + "\" is asked as " + ClauseTypeWord(clause.type) +
-                        " here and as " + ClauseTypeWord(known->type) + " before",
+                        " here and as " + ClauseTypeWord(known->type) +
+                        " before; here points are tested as records, which hold one value a name",
                     "use one type for one name throughout the query");
     }
     RecordField field;

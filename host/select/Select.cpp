@@ -91,6 +91,7 @@ class Selection {
     plan.leaves.resize(plan_.leaves.size());
     for (std::size_t i = 0; i < plan_.leaves.size(); ++i) {
       plan.leaves[i].text = DescribeLeaf(plan_, plan_.leaves[i]);
+      plan.leaves[i].reading.name = plan_.columns[plan_.leaves[i].column].name;
     }
     for (const PlanColumn& column : plan_.columns) plan.columns.push_back({.name = column.name});
     feed_.Report(plan.leaves);
@@ -98,6 +99,13 @@ class Selection {
   }
 
  private:
+  static void AddReading(const ColumnCounts& counts, ColumnReport& report) {
+    report.blocksCompared += counts.blocksCompared;
+    report.blocksDecoded += counts.blocksDecoded;
+    report.bytesRead += counts.bytesRead;
+    report.bytesDecoded += counts.bytesDecoded;
+  }
+
   static void AddCounts(const BlockEvaluator& evaluator, PlanReport& plan) {
     for (std::size_t i = 0; i < plan.leaves.size(); ++i) {
       const LeafCounts& counts = evaluator.GetLeafCounts()[i];
@@ -105,13 +113,10 @@ class Selection {
       plan.leaves[i].blocksAccepted += counts.blocksAccepted;
       plan.leaves[i].blocksTested += counts.blocksTested;
       plan.leaves[i].seconds += 1e-9 * static_cast<double>(counts.nanoseconds);
+      AddReading(counts.reading, plan.leaves[i].reading);
     }
     for (std::size_t i = 0; i < plan.columns.size(); ++i) {
-      const ColumnCounts& counts = evaluator.GetColumnCounts(i);
-      plan.columns[i].blocksCompared += counts.blocksCompared;
-      plan.columns[i].blocksDecoded += counts.blocksDecoded;
-      plan.columns[i].bytesRead += counts.bytesRead;
-      plan.columns[i].bytesDecoded += counts.bytesDecoded;
+      AddReading(evaluator.GetColumnCounts(i), plan.columns[i]);
     }
   }
 

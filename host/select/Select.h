@@ -23,6 +23,15 @@ struct SelectOptions {
   std::function<bool(const ProgressReport&)> progress;  ///< may be empty; false stops
 };
 
+/// What was read of a column.
+struct ColumnReport {
+  std::string name;
+  std::uint64_t blocksCompared = 0;  ///< in the form in which they are stored
+  std::uint64_t blocksDecoded = 0;
+  std::uint64_t bytesRead = 0;     ///< stored bytes of both
+  std::uint64_t bytesDecoded = 0;  ///< of values made of them
+};
+
 /// What became of one test of the query, and where its time went.
 struct LeafReport {
   std::string text;
@@ -33,14 +42,9 @@ struct LeafReport {
   std::uint64_t blocksAccepted = 0;
   std::uint64_t blocksTested = 0;  ///< blocks whose points were tested
   double seconds = 0;              ///< of testing points, over all threads
-};
-
-struct ColumnReport {
-  std::string name;
-  std::uint64_t blocksCompared = 0;  ///< in the form in which they are stored
-  std::uint64_t blocksDecoded = 0;
-  std::uint64_t bytesRead = 0;     ///< stored bytes of both
-  std::uint64_t bytesDecoded = 0;  ///< of values made of them
+  /// Of the one column that it asks. Where several tests ask the same column of a block, reading
+  /// counts for the first of them alone, so the reports of tests add up to those of columns.
+  ColumnReport reading;
 };
 
 struct PlanReport {

@@ -2,6 +2,7 @@
 #include "host/select/SelectedValues.h"
 
 #include <cstring>
+#include <numeric>
 
 namespace tarnhost {
 
@@ -44,7 +45,16 @@ void Compact(std::uint8_t* values, std::span<const std::uint32_t> points, std::s
 Outcome SelectedValues::Open(Cloud& cloud, const std::vector<std::string>& columns,
                              SelectedValues& values) {
   values.columns_.resize(columns.size());
-  return BlockReader::Open(cloud, columns, values.reader_);
+  if (Outcome outcome = BlockReader::Open(cloud, columns, values.reader_); !outcome.Ok()) {
+    return outcome;
+  }
+  values.valueBytes_.clear();
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    const bool isThere = !columns[i].empty();
+    values.valueBytes_.push_back(
+        isThere ? oocpc::ValueBytes(values.reader_.GetContainer(i).GetDeliveredType()) : 0);
+  }
+  return Outcome::Success();
 }
 
 Outcome SelectedValues::Read(const OOCPCOctreeAcceleratorNode& node,
@@ -62,11 +72,45 @@ Outcome SelectedValues::Read(const OOCPCOctreeAcceleratorNode& node,
   for (std::size_t i = 0; i < columns_.size(); ++i) {
     if (Outcome outcome = reader_.ReadColumn(i, node, columns_[i]); !outcome.Ok()) return outcome;
     if (isWhole || columns_[i].empty()) continue;
-    const std::size_t bytes = oocpc::ValueBytes(reader_.GetContainer(i).GetDeliveredType());
-    Compact(columns_[i].data(), points, bytes);
-    columns_[i].resize(points.size() * bytes);
+    Compact(columns_[i].data(), points, valueBytes_[i]);
+    columns_[i].resize(points.size() * valueBytes_[i]);
   }
   return Outcome::Success();
+}
+
+std::size_t SelectedValues::GetRecordBytes() const {
+  return std::accumulate(valueBytes_.begin(), valueBytes_.end(), kPositionBytes);
+}
+
+void SelectedValues::CopyRecords(std::vector<std::uint8_t>& records) const {
+  const std::size_t recordBytes = GetRecordBytes();
+  records.resize(GetCount() * recordBytes);
+  std::uint8_t* record = records.data();
+  for (std::size_t point = 0; point < GetCount(); ++point) {
+    std::memcpy(record, xyz_.data() + 3 * point, kPositionBytes);
+    record += kPositionBytes;
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      if (valueBytes_[i] == 0) continue;
+      std::memcpy(record, columns_[i].data() + point * valueBytes_[i], valueBytes_[i]);
+      record += valueBytes_[i];
+    }
+  }
+}
+
+void SelectedValues::TakeRecords(std::span<const std::uint8_t> records) {
+  const std::size_t count = records.size() / GetRecordBytes();
+  xyz_.resize(3 * count);
+  for (std::size_t i = 0; i < columns_.size(); ++i) columns_[i].resize(count * valueBytes_[i]);
+  const std::uint8_t* record = records.data();
+  for (std::size_t point = 0; point < count; ++point) {
+    std::memcpy(xyz_.data() + 3 * point, record, kPositionBytes);
+    record += kPositionBytes;
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+      if (valueBytes_[i] == 0) continue;
+      std::memcpy(columns_[i].data() + point * valueBytes_[i], record, valueBytes_[i]);
+      record += valueBytes_[i];
+    }
+  }
 }
 
 Outcome ThreadValues::Open(Cloud& cloud, std::vector<std::string> columns) {

@@ -27,11 +27,19 @@ class SelectedValues {
     return columns_[column];
   }
   [[nodiscard]] std::size_t GetColumnCount() const { return columns_.size(); }
+  /// The same values point by point: records of one length, with the position and every column.
+  [[nodiscard]] std::size_t GetRecordBytes() const;
+  void CopyRecords(std::vector<std::uint8_t>& records) const;
+  /// Takes the values of such records in place of those that were read.
+  void TakeRecords(std::span<const std::uint8_t> records);
 
  private:
+  static constexpr std::size_t kPositionBytes = 3 * sizeof(std::int32_t);
+
   BlockReader reader_;
   std::vector<std::int32_t> xyz_;
   std::vector<std::vector<std::uint8_t>> columns_;
+  std::vector<std::size_t> valueBytes_;  ///< of a point, in each column
 };
 
 /// The same for any number of threads, each of which reads with its own.

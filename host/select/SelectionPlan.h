@@ -22,10 +22,17 @@ struct PlanColumn {
   bool isPositions = false;
 };
 
+/// Indices of neighbouring strings, both included.
+struct StringRun {
+  std::uint64_t first = 0;
+  std::uint64_t last = 0;
+};
+
 /// Which strings of the dictionary satisfy a comparison.
 struct StringSet {
   std::vector<std::uint8_t> selected;      ///< 1 where the string of this index satisfies it
   std::vector<std::uint64_t> countBefore;  ///< satisfying strings before an index; one entry more
+  std::vector<StringRun> runs;             ///< the satisfying ones, ascending, as few as can be
 };
 
 enum class LeafKind : std::uint8_t {

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "host/cloud/OrderedRecords.h"
 #include "host/common/OutputFile.h"
 #include "host/formats/LasWriter.h"
 #include "host/select/RowPacker.h"
@@ -37,41 +40,22 @@ class LasSink final : public SelectionSink {
   ThreadValues values_;
 };
 
-/// Bytes that a sink made of a node's points and writes as they are.
-struct BytesPart final : SinkPart {
-  std::string bytes;
+/// What puts the points of a table into the order of their sources.
+struct SourceOrder {
+  std::uint64_t memoryBytes = 0;
+  std::function<bool(const ProgressReport&)> progress;
+  std::size_t placeColumn = 0;
+  SelectedValues values;  ///< of points in their order
+  std::unique_ptr<OrderedRecords> records;
 };
 
-/// Writes selected points as text: a line of names, then a line a point. Coordinates are the
-/// source's, with as many decimals as its scale has; other numbers as short as they can be read
-/// back without loss.
-class CsvSink final : public SelectionSink {
+/// Writes selected points as rows of a table behind a header, with all columns of the cloud.
+class TableSink : public SelectionSink {
  public:
-  explicit CsvSink(std::filesystem::path output) : output_(std::move(output)) {}
-  Outcome Begin(Cloud& cloud) override;
-  Outcome Prepare(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
-                  std::unique_ptr<SinkPart>& part) override;
-  Outcome Consume(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
-                  SinkPart* part) override;
-  Outcome End(const SelectReport& report) override;
-
- private:
-  void AppendCoordinates(const SelectedValues& values, std::size_t point, std::string& lines) const;
-  void AppendColumn(const SelectedValues& values, std::size_t column, std::size_t point,
-                    std::string& lines) const;
-  [[nodiscard]] std::string HeaderLine() const;
-
-  std::filesystem::path output_;
-  Cloud* cloud_ = nullptr;
-  std::unique_ptr<OutputFile> file_;
-  std::array<int, 3> decimals_{};
-  SourceCoordinates coordinates_;
-  ThreadValues values_;
-};
-
-/// Writes selected points as binary rows behind a header that states their number.
-class RowSink : public SelectionSink {
- public:
+  /// Writes the points in the order of their sources where the cloud knows it, with about so much
+  /// memory at most (0: a quarter of the machine's). To be called before Begin.
+  void KeepSourceOrder(std::uint64_t memoryBytes,
+                       std::function<bool(const ProgressReport&)> progress);
   Outcome Begin(Cloud& cloud) override;
   Outcome Prepare(const OOCPCOctreeAcceleratorNode& node, std::span<const std::uint32_t> points,
                   std::unique_ptr<SinkPart>& part) override;
@@ -80,18 +64,63 @@ class RowSink : public SelectionSink {
   Outcome End(const SelectReport& report) override;
 
  protected:
-  RowSink(std::filesystem::path output, RowRules rules)
-      : output_(std::move(output)), rules_(rules) {}
-  [[nodiscard]] const RowPacker& GetPacker() const { return packer_; }
+  explicit TableSink(std::filesystem::path output) : output_(std::move(output)) {}
+  /// Comes before all others.
+  virtual void LookAt(Cloud& cloud) = 0;
   /// The header for `count` points; of the same length for any number of them.
   [[nodiscard]] virtual std::string Header(std::uint64_t count) const = 0;
+  /// Called by several threads at once.
+  virtual void AppendRows(const SelectedValues& values, std::string& rows) const = 0;
 
  private:
+  Outcome PrepareOrder(Cloud& cloud, const std::vector<std::string>& columns);
+  Outcome WriteInOrder(std::uint64_t count);
+
   std::filesystem::path output_;
+  std::unique_ptr<OutputFile> file_;
+  std::string header_;  ///< as it was written at first
+  ThreadValues values_;
+  std::optional<SourceOrder> order_;
+};
+
+/// Makes the sink for a table by the ending of its name: .ply, .pcd or .csv; null for others.
+std::unique_ptr<TableSink> MakeTableSink(const std::filesystem::path& output);
+
+/// Writes selected points as text: a line of names, then a line a point. Coordinates are the
+/// source's, with as many decimals as its scale has; other numbers as short as they can be read
+/// back without loss.
+class CsvSink final : public TableSink {
+ public:
+  explicit CsvSink(std::filesystem::path output) : TableSink(std::move(output)) {}
+
+ private:
+  void LookAt(Cloud& cloud) override;
+  [[nodiscard]] std::string Header(std::uint64_t count) const override;
+  void AppendRows(const SelectedValues& values, std::string& rows) const override;
+  void AppendCoordinates(const SelectedValues& values, std::size_t point, std::string& lines) const;
+  void AppendColumn(const SelectedValues& values, std::size_t column, std::size_t point,
+                    std::string& lines) const;
+
+  Cloud* cloud_ = nullptr;
+  std::array<int, 3> decimals_{};
+  SourceCoordinates coordinates_;
+};
+
+/// Writes selected points as binary rows behind a header that states their number.
+class RowSink : public TableSink {
+ protected:
+  RowSink(std::filesystem::path output, RowRules rules)
+      : TableSink(std::move(output)), rules_(rules) {}
+  [[nodiscard]] const RowPacker& GetPacker() const { return packer_; }
+
+ private:
+  void LookAt(Cloud& cloud) override { packer_ = RowPacker(cloud, rules_); }
+  void AppendRows(const SelectedValues& values, std::string& rows) const override {
+    packer_.Append(values, rows);
+  }
+
   RowRules rules_;
   RowPacker packer_;
-  std::unique_ptr<OutputFile> file_;
-  ThreadValues columns_;
 };
 
 /// Writes selected points as binary little-endian PLY: x, y and z are the source's coordinates as

@@ -11,13 +11,16 @@ using oocpc::ValueType;
 
 SourceCoordinates::SourceCoordinates(const Cloud& cloud) : transform_(cloud.GetTransform()) {
   const std::vector<CloudColumn>& columns = cloud.GetColumns();
+  // A source without a name may stand for several that were lost.
+  const std::vector<SourceRecord>& sources = cloud.GetSources();
+  const bool isOneSource = sources.size() == 1 && !sources.front().fileName.empty();
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const auto exact =
         std::ranges::find(columns, std::string(1, "xyz"[axis]) + "_exact", &CloudColumn::name);
     if (exact == columns.end() || exact->type.components != 1) continue;
     if (exact->type.value != ValueType::kFloat && exact->type.value != ValueType::kDouble) continue;
-    axes_[axis] = {cloud.GetSources().size() == 1 ? exact->type.value : ValueType::kDouble,
-                   exact->type.value, static_cast<std::size_t>(exact - columns.begin())};
+    axes_[axis] = {isOneSource ? exact->type.value : ValueType::kDouble, exact->type.value,
+                   static_cast<std::size_t>(exact - columns.begin())};
   }
 }
 

@@ -31,10 +31,14 @@ Outcome StatsSink::Begin(Cloud& cloud) {
   cloud_ = &cloud;
   columns_.clear();
   dimensions_.clear();
+  strings_.clear();
   std::vector<std::string> names;
   for (const char* axis : {"x", "y", "z"}) dimensions_.push_back({axis, ValueType::kInt32, {}});
   for (const CloudColumn& column : cloud.GetColumns()) {
-    if (column.type.value == ValueType::kString) continue;
+    if (column.type.value == ValueType::kString) {
+      strings_.push_back(column.name);
+      continue;
+    }
     names.push_back(column.name);
     columns_.push_back(column);
     for (std::string& name : ComponentNames(column)) {

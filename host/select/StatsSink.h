@@ -29,8 +29,10 @@ class StatsSink final : public SelectionSink {
                   SinkPart* part) override;
   Outcome End(const SelectReport& report) override;
 
-  /// After End: x, y, z in source coordinates, then the columns. Strings have none.
+  /// After End: x, y, z in source coordinates, then the columns that hold numbers.
   [[nodiscard]] const std::vector<DimensionStats>& GetStats() const { return stats_; }
+  /// After Begin: the columns that hold strings, of which there are no statistics.
+  [[nodiscard]] const std::vector<std::string>& GetStringColumns() const { return strings_; }
 
  private:
   /// Of one component, over some points. Bounds are widened as block entries hold them.
@@ -58,6 +60,7 @@ class StatsSink final : public SelectionSink {
   std::vector<CloudColumn> columns_;  ///< those that have numbers
   std::vector<Dimension> dimensions_;
   std::vector<DimensionStats> stats_;
+  std::vector<std::string> strings_;
 };
 
 }  // namespace tarnhost

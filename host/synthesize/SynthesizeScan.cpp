@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "OOCPointCloud/repository/FileSystem.h"
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/formats/LasWriter.h"
 #include "host/synthesize/ScanPieces.h"
@@ -16,6 +17,7 @@ namespace tarnhost {
 namespace {
 
 namespace synth = synthesize;
+using oocpc::detail::FileKind;
 
 constexpr std::uint8_t kPointFormat = 7;
 constexpr double kScale = 0.001;
@@ -183,19 +185,19 @@ Outcome WriteScan(const SynthesizeOptions& options, LasWriter& writer) {
 /// Rather says at once than after hours that the disk is too small.
 Outcome CheckSpace(const SynthesizeOptions& options) {
   const std::uint64_t recordBytes = LasPointBytes(kPointFormat);
-  std::error_code error;
-  const bool isDevice = std::filesystem::exists(options.output, error) &&
-                        !std::filesystem::is_regular_file(options.output, error);
-  const auto space =
-      std::filesystem::space(std::filesystem::absolute(options.output, error).parent_path(), error);
-  if (isDevice || error || options.pointCount <= space.available / recordBytes) {
+  const FileKind kind = oocpc::detail::GetFileKind(options.output);
+  const bool isDevice = kind != FileKind::kNone && kind != FileKind::kFile;
+  const std::filesystem::path folder = options.output.parent_path();
+  std::uint64_t freeBytes = 0;
+  const HRESULT asked = oocpc::detail::GetFreeBytes(folder.empty() ? "." : folder, freeBytes);
+  if (isDevice || oocpc::Failed(asked) || options.pointCount <= freeBytes / recordBytes) {
     return Outcome::Success();
   }
-  return Outcome::Failure(
-      oocpc::result::kNoSpace,
-      std::to_string(options.pointCount) + " points of " + std::to_string(recordBytes) +
-          " bytes do not fit: " + std::to_string(space.available) + " bytes are free",
-      options.output.string(), "make room there, or ask for fewer points");
+  return Outcome::Failure(oocpc::result::kNoSpace,
+                          std::to_string(options.pointCount) + " points of " +
+                              std::to_string(recordBytes) +
+                              " bytes do not fit: " + std::to_string(freeBytes) + " bytes are free",
+                          options.output.string(), "make room there, or ask for fewer points");
 }
 
 }  // namespace

@@ -42,9 +42,12 @@ def main():
         first, second = os.path.join(folder, "Straße 点群.las"), os.path.join(folder, "b.las")
         run("here", "synthesize", "-o", first, "--points", "300000", "-q")
         run("there", "synthesize", "-o", second, "--points", "50000", "--seed", "7", "-q")
-        work = {who: os.path.join(folder, who) for who in programs}
+        # Below folders whose names make the path longer than Windows once allowed.
+        work = {who: os.path.join(folder, who, *4 * ["ordner-папка-" + 70 * "x"])
+                for who in programs}
         for who, place in work.items():
-            os.mkdir(place)
+            assert len(place) > 260
+            os.makedirs(place)
             at = lambda name, place=place: os.path.join(place, name)
             run(who, "import", first, "-o", at("Ωμέγα.tarn"), "--time", "5", "-q")
             run(who, "append", at("Ωμέγα.tarn"), second, "--time", "6", "-q")

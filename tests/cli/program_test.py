@@ -95,10 +95,60 @@ class ProgramTest(unittest.TestCase):
     def test_wrong_usage_is_said_in_the_form_of_every_failure(self):
         self.assert_fails(run("query", self.cloud), "tarn: TEXT is required", "tarn query --help",
                           code=2)
+        self.assert_fails(run(), "tarn: a command is required\n  tarn --help tells", code=2)
+
+    def test_counts_may_be_written_in_thousands_and_millions_everywhere(self):
+        scan = self.path("counted.las")
+        for points, count in (("2k", 2000), ("3K", 3000), ("0", 0), ("1000", 1000)):
+            done = run("synthesize", "-o", scan, "--points", points, "--overwrite")
+            self.assertEqual(done.stdout.split(" points")[0], f"{count:,}", done.stderr)
+        self.assertEqual(run("query", self.cloud, "#true()", "--count", "--limit", "7k").stdout,
+                         "7000\n")
+        self.assertEqual(run("query", self.cloud, "#true()", "--count", "--limit", "1m").stdout,
+                         "60000\n")
+        text, cloud = self.path("counted.txt"), self.path("counted.tarn")
+        with open(text, "w", encoding="utf-8") as file:
+            file.writelines(f"{i} 2 3\n" for i in range(1500))
+        self.assertEqual(run("import", text, "-o", cloud, "--skip", "1k", "-q").returncode, 0)
+        self.assertEqual(json.loads(run("info", cloud, "--json").stdout)["points"], 500)
+        wrong = ("k", "1.5M", "2kk", "3T", "-1k", "1 k", "99999999999999999G")
+        for command in (["synthesize", "-o", scan, "--overwrite", "--points"],
+                        ["query", self.cloud, "#true()", "--limit"],
+                        ["import", text, "-o", cloud, "--overwrite", "--skip"]):
+            for count in wrong:
+                command[-1] = command[-1].split("=")[0] + "=" + count
+                self.assert_fails(run(*command), f'"{count}" is no number such as', code=2)
 
     def test_unknown_command_is_answered_with_the_nearest(self):
         self.assert_fails(run("querry", self.cloud), 'no command "querry"', '"query"', code=2)
         self.assert_fails(run("bogus"), 'no command "bogus"', "tarn --help", code=2)
+
+    def test_unknown_option_is_named_with_the_nearest(self):
+        query, out = ["query", self.cloud, "#true()"], self.path("never.tarn")
+        for arguments, said in (
+                (query + ["--limt", 5], '"--limt"; did you mean "--limit"?'),
+                (query + ["--limt=5"], '"--limt"; did you mean "--limit"?'),
+                (["query", "--limt", 5, self.cloud, "#true()"], '"--limt"; did you mean "--limit"?'),
+                (query + ["--Count"], '"--Count"; did you mean "--count"?'),
+                (["import", self.scan, "--otput", out], '"--otput"; did you mean "--output"?'),
+                (["--verson"], '"--verson"; did you mean "--version"?'),
+                (query + ["--bogusness"], '"--bogusness"\n'), (query + ["-x"], '"-x"\n'),
+                (query + ["---"], '"---"\n'), (["-x", "info", self.cloud], '"-x"\n')):
+            done = run(*arguments)
+            self.assert_fails(done, "tarn: there is no option " + said, "--help", code=2)
+            self.assertEqual(done.stderr.count("\n"), 2, done.stderr)
+        self.assertFalse(os.path.exists(out))
+
+    def test_arguments_too_many_are_named_in_their_order(self):
+        self.assert_fails(run("info", self.cloud, "one"), 'tarn: one argument too many: "one"\n',
+                          "tarn info --help", code=2)
+        self.assert_fails(run("info", "--", self.cloud, "one", "--two"),
+                          'tarn: arguments too many: "one", "--two"\n', code=2)
+
+    def test_option_without_its_value_is_said_to_need_one(self):
+        self.assert_fails(run("export", self.cloud, "-o"), "tarn: --output needs a value\n", code=2)
+        self.assert_fails(run("query", self.cloud, "#true()", "--limit"),
+                          "tarn: --limit needs a value\n", code=2)
 
     def test_wrong_words_are_answered_with_the_words_there_are(self):
         picture = ["render", self.cloud, "-o", self.path("never.png")]
@@ -136,21 +186,56 @@ class ProgramTest(unittest.TestCase):
     def test_output_without_a_name_is_wrong_usage(self):
         self.assert_fails(run("import", self.scan, "-o", ""), "the name is empty", code=2)
 
-    def test_closed_output_is_said_and_fails(self):
+    @staticmethod
+    def run_abandoned(*arguments):
+        """Runs it with a standard output that nobody reads any more."""
         reading, writing = os.pipe()
         os.close(reading)
-        done = subprocess.run([TARN, "info", self.cloud, "--json"], stdout=writing,
-                              stderr=subprocess.PIPE, text=True, timeout=60)
-        os.close(writing)
-        self.assert_fails(done, "standard output")
+        with os.fdopen(writing, "wb") as output:
+            return subprocess.run([TARN, *arguments], stdout=output, stderr=subprocess.PIPE,
+                                  text=True, timeout=60)
+
+    def test_reader_that_closes_the_pipe_early_is_no_failure(self):
+        for command in (["info", self.cloud, "--json"], ["query", self.cloud, "#true()", "--count"],
+                        ["--help"], ["info", "--help"], ["--version"]):
+            done = self.run_abandoned(*command)
+            self.assertEqual((done.returncode, done.stderr), (141, ""), command)
+
+    def test_failure_is_said_and_its_code_given_although_nobody_reads_the_output(self):
+        copy = self.path("unread.tarn")
+        shutil.copytree(self.cloud, copy)
+        self.harm(os.path.join(copy, "DEF_COLUMN_0"), "alter")
+        self.assertEqual(self.run_abandoned("verify", copy, "--json").returncode, 1)
+        self.assert_fails(self.run_abandoned("info"), "REPOSITORY is required", code=2)
+
+    def test_reader_that_closes_the_pipe_after_a_line_has_it(self):
+        done = subprocess.run(["bash", "-c", '"$0" info "$1" --stats --json | head -1; '
+                               'echo "${PIPESTATUS[0]}"', TARN, self.cloud],
+                              capture_output=True, text=True, timeout=60)
+        line, code = done.stdout.split()
+        self.assertEqual((line, done.stderr), ("{", ""))
+        self.assertIn(code, ("0", "141"))  # head may have read all that there was
+
+    def test_named_pipe_that_is_closed_early_ends_the_writing_and_is_named(self):
+        pipe = self.path("pipe.csv")
+        os.mkfifo(pipe)
+        process = subprocess.Popen([TARN, "query", self.cloud, "#true()", "-o", pipe],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        with open(pipe, encoding="utf-8") as file:
+            self.assertTrue(file.readline().startswith("x,y,z,"))
+        _, said = process.communicate(timeout=60)
+        os.remove(pipe)
+        self.assertEqual(process.returncode, 1)
+        self.assertIn("tarn: the reader of this pipe closed it (" + pipe + ")", said)
 
     def test_progress_is_rewritten_on_a_terminal_and_plain_elsewhere(self):
         plain = run("export", self.cloud, "-o", self.path("plain.las"))
         self.assertEqual(plain.stderr, "writing …\n")
-        quiet = run("export", self.cloud, "-o", self.path("plain.las"), "-q")
+        quiet = run("export", self.cloud, "-o", self.path("plain.las"), "-q", "--overwrite")
         self.assertEqual((quiet.stdout, quiet.stderr), ("", ""))
         terminal, side = pty.openpty()
-        process = subprocess.Popen([TARN, "export", self.cloud, "-o", self.path("plain.las")],
+        process = subprocess.Popen([TARN, "export", self.cloud, "-o", self.path("plain.las"),
+                                    "--overwrite"],
                                    stdout=subprocess.DEVNULL, stderr=side)
         os.close(side)
         shown = b""
@@ -240,6 +325,9 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual([source["file"] for source in sources], ["a.las", "b.las", "street.las"])
         count = run("query", cloud, '#num{type=string}("source", ==, "b.las")', "--count")
         self.assertEqual(int(count.stdout), sources[1]["points"])
+        self.assertRegex(run("query", cloud, "#true()", "--stats").stdout, r"\nsource +\(strings\)\n")
+        facts = json.loads(run("query", cloud, "#true()", "--stats", "--json").stdout)
+        self.assertEqual(facts["strings_without_statistics"], ["source"])
 
     def test_import_of_a_folder_without_scans_says_so(self):
         empty = self.path("empty")
@@ -256,6 +344,11 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(run("export", cloud, "-o", out, "-q").returncode, 0)
         with open(self.scan, "rb") as before, open(out, "rb") as after:
             self.assertTrue(before.read() == after.read())
+        table = self.path("ordered.csv")
+        self.assertEqual(run("export", cloud, "-o", table, "-q").returncode, 0)
+        with open(table, encoding="utf-8") as file:
+            places = [int(line.rsplit(",", 1)[1]) for line in file.read().split("\n")[1:-1]]
+        self.assertEqual(places, list(range(60000)))
 
     def test_checksums_of_a_scan_and_of_its_repository_agree(self):
         scan = run("info", "--checksum", self.scan)
@@ -272,10 +365,78 @@ class ProgramTest(unittest.TestCase):
     def test_append_of_the_same_scan_is_warned_of(self):
         cloud = self.path("twice.tarn")
         self.assertEqual(run("import", self.scan, "-o", cloud, "-q").returncode, 0)
-        done = run("append", cloud, self.scan, "-q")
+        done = run("append", cloud, self.scan)
         self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertIn("tarn: warning: ", done.stderr)
+        self.assertIn("tarn: note: ", done.stderr)
         self.assertIn("seems to be in the cloud already", done.stderr)
+        quiet = run("append", cloud, self.scan, "-q")
+        self.assertEqual((quiet.returncode, quiet.stdout, quiet.stderr), (0, "", ""))
+
+    def test_synthesize_writes_laz_and_nothing_but_scans(self):
+        out, plain = self.path("made.laz"), self.path("made.las")
+        for name in (out, plain):
+            self.assertEqual(run("synthesize", "-o", name, "--points", 5000, "-q").returncode, 0)
+        self.assertLess(os.path.getsize(out), os.path.getsize(plain) / 2)
+        self.assertEqual(run("info", "--checksum", out).stdout,
+                         run("info", "--checksum", plain).stdout)
+        self.assert_fails(run("synthesize", "-o", self.path("made.png")), ".laz", code=2)
+
+    def test_written_files_are_kept_unless_overwritten(self):
+        commands = {".las": (["export", self.cloud], ["thin", self.cloud, "--level", 0],
+                             ["query", self.cloud, "#true()"], ["synthesize", "--points", 100]),
+                    ".copc.laz": (["export", self.cloud],),
+                    ".csv": (["export", self.cloud], ["query", self.cloud, "#true()", "--limit", 9]),
+                    ".png": (["render", self.cloud, "--size", "60x40", "--points", 1000],)}
+        for ending, made in commands.items():
+            out = self.path("kept" + ending)
+            for command in made:
+                with open(out, "w", encoding="utf-8") as file:
+                    file.write("mine")
+                command = command + ["-o", out]
+                if command[0] != "query":
+                    command.append("-q")
+                self.assert_fails_clearly(run(*command), "there already is a file of that name")
+                self.assert_fails(run(*command), "--overwrite", "kAlreadyExists")
+                with open(out, encoding="utf-8") as file:
+                    self.assertEqual(file.read(), "mine")
+                done = run(*command, "--overwrite")
+                self.assertEqual(done.returncode, 0, done.stderr)
+                self.assertNotEqual(os.path.getsize(out), 4)
+                os.remove(out)
+        self.assert_fails(run("query", self.cloud, "#true()", "--overwrite"), "--output", code=2)
+        self.assertEqual(self.leftovers(), [])
+
+    def test_failed_overwrite_of_a_file_keeps_it(self):
+        harmed = self.path("unsound.tarn")
+        shutil.copytree(self.cloud, harmed)
+        for stream in os.listdir(harmed):
+            if stream.startswith("DEF_COLUMN_") and not stream.endswith("_BLOCKS"):
+                self.harm(os.path.join(harmed, stream), "alter")
+        commands = {".las": (["export", harmed], ["thin", harmed, "--level", 9],
+                             ["query", harmed, "#true()"]),
+                    ".laz": (["export", harmed],), ".copc.laz": (["export", harmed],),
+                    ".csv": (["export", harmed], ["query", harmed, "#true()"]),
+                    ".ply": (["export", harmed],), ".pcd": (["export", harmed],),
+                    ".png": (["render", harmed, "--size", "4000x4000"],)}
+        for ending, made in commands.items():
+            out = self.path("kept" + ending)
+            with open(out, "w", encoding="utf-8") as file:
+                file.write("mine")
+            for command in made:
+                self.assert_fails(run(*command, "-o", out, "--overwrite"), "kChecksumMismatch")
+                with open(out, encoding="utf-8") as file:
+                    self.assertEqual(file.read(), "mine", command)
+            os.remove(out)
+        shutil.rmtree(harmed)
+        self.assertEqual(self.leftovers(), [])
+
+    def test_output_that_cannot_be_written_is_said_before_the_work(self):
+        absent = self.path("absent.tarn")  # which would be said first, if it was opened first
+        for command, ending in ((["export", absent], ".las"), (["render", absent], ".png"),
+                                (["query", absent, "#true()"], ".csv"), (["synthesize"], ".las"),
+                                (["thin", absent, "--level", 0], ".laz")):
+            out = os.path.join(self.folder, "no", "out" + ending)
+            self.assert_fails_clearly(run(*command, "-o", out), "there is no folder to write")
 
     def test_overwrite_keeps_a_foreign_file(self):
         cloud = self.path("foreign.tarn")
@@ -288,13 +449,25 @@ class ProgramTest(unittest.TestCase):
         self.assertTrue(os.path.exists(notes))
 
     def test_import_within_stated_memory_and_refusal_of_what_is_no_amount(self):
-        done = run("import", self.scan, "-o", self.path("small.tarn"), "--memory", "64M")
+        done = run("import", self.scan, "-o", self.path("small.tarn"), "--memory", "256M")
         self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertNotIn("note", done.stderr)
         for amount in ("0", "-5", "12X", "M", "1.5G", "99999999999G", "4GG", ""):
             done = run("import", self.scan, "-o", self.path("x.tarn"), f"--memory={amount}")
             self.assertEqual(done.returncode, 2, amount)
             self.assertIn("--memory", done.stderr)
             self.assertFalse(os.path.exists(self.path("x.tarn")))
+
+    def test_memory_below_the_least_is_raised_with_a_note(self):
+        cloud, out = self.path("little.tarn"), self.path("little.las")
+        note = "tarn: note: --memory 255M is less than is needed: up to 256M are used\n"
+        for command in (["import", self.scan, "-o", cloud], ["append", cloud, self.scan],
+                        ["export", cloud, "-o", out]):
+            done = run(*command, "--memory", "255M")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertEqual(done.stderr.count(note), 1, done.stderr)
+        done = run("import", self.scan, "-o", cloud, "--overwrite", "-q", "--memory", "255M")
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
 
     def test_import_of_nothing_names_the_path(self):
         done = run("import", self.path("absent.las"), "-o", self.path("x.tarn"))
@@ -395,15 +568,91 @@ class ProgramTest(unittest.TestCase):
         plain = run("info", self.cloud).stdout
         self.assertIn("60,000 points", plain)
         self.assertNotIn("minimum", plain)
-        self.assertRegex(plain, r"\n  levels +0 to \d+, spacing [\d.e+-]+ to [\d.e+-]+\n")
+        self.assertRegex(plain, r"\n  octree +[\d,]+ nodes, \d+ deep\n  detail +levels 0 to \d+ "
+                                r"\(thin --level\), spacing [\d.e+-]+ to [\d.e+-]+\n")
         full = run("info", self.cloud, "--schema", "--stats", "--metadata").stdout
         for part in ("uint16_t x 3", "minimum", "LAS 1.4, point format 7", "LASF_Projection 2112"):
             self.assertIn(part, full)
+
+    def test_info_and_query_tell_the_same_means(self):
+        told = run("info", self.cloud, "--stats").stdout.split("\n")
+        asked = run("query", self.cloud, "#true()", "--stats").stdout.split("\n")
+        for name in ("intensity", "gps_time", "scan_angle"):
+            means = [line.split()[-1] for line in told + asked if line.startswith(name + " ")]
+            self.assertEqual(len(means), 2)
+            self.assertEqual(means[0], means[1], name)
+        self.assertRegex("\n".join(told), r"\ngps_time .* 40\d{7}\.\d+\n")
+
+    def test_info_of_a_scan_says_its_name_and_points_once(self):
+        told = run("info", self.scan).stdout
+        self.assertEqual(told.count("60,000 points"), 1, told)
+        self.assertEqual(told.count("street.las"), 1, told)
+        self.assertIn("\nheader:\n  LAS 1.4, point format 7, ", told)
+        self.assertIn("\ncoordinate system:\nPROJCS", told)
+        self.assertEqual(run("info", self.cloud, "--metadata").stdout.count("60,000 points"), 2)
+
+    def test_bounds_of_a_header_are_told_without_rounding_errors(self):
+        with open(self.scan, "rb") as file:
+            scan = bytearray(file.read())
+        for least_x, told in ((500286.32700000005, "500286.327,"), (500286.3274, "500286.3274,"),
+                              (500286.0, "500286.000,")):
+            struct.pack_into("<d", scan, 187, least_x)
+            with open(self.path("bounds.las"), "wb") as file:
+                file.write(scan)
+            self.assertIn("\n  bounds       " + told, run("info", self.path("bounds.las")).stdout)
+
+    def test_info_of_a_missing_path_tells_what_to_do(self):
+        done = run("info", self.path("absent"))
+        self.assert_fails_clearly(done, "check the path: it may name a repository or a scan file")
+
+    def test_info_compares_with_the_size_as_las_where_the_source_is_one(self):
+        self.assertRegex(run("info", self.cloud).stdout, r"\n  stored +[\d.]+ MB \(as LAS: 2\.2 MB\)\n")
+        text, cloud = self.path("few.txt"), self.path("few.tarn")
+        with open(text, "w", encoding="utf-8") as file:
+            file.write("1 2 3\n4 5 6\n")
+        self.assertEqual(run("import", text, "-o", cloud, "-q").returncode, 0)
+        self.assertRegex(run("info", cloud).stdout, r"\n  stored +[\d.]+ \w+\n")
+        self.assertEqual(json.loads(run("info", cloud, "--json").stdout)["las_bytes"], 0)
 
     def test_iterations_lists_the_one_there_is(self):
         self.assertRegex(run("iterations", self.cloud).stdout, r"^0  \d{4}-.* 60,000 points")
         facts = json.loads(run("iterations", self.cloud, "--json").stdout)
         self.assertEqual([entry["points"] for entry in facts], [60000])
+
+    def test_damaged_iterations_are_named_and_the_sound_ones_told(self):
+        worn = self.path("record.tarn")
+        shutil.copytree(self.cloud, worn)
+        for _ in range(2):
+            self.assertEqual(run("append", worn, self.scan).returncode, 0)
+        sound = run("iterations", worn).stdout.splitlines()
+        times = [it["time_point"] for it in json.loads(run("iterations", worn, "--json").stdout)]
+        self.alter(os.path.join(worn, "DEF_UPDATE_ITERATIONS"), 80 + 40)
+        done = run("iterations", worn)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        listed = done.stdout.splitlines()
+        self.assertEqual([listed[0], listed[2]], [sound[0], sound[2]])
+        self.assertIn("1  damaged: its record cannot be read; tarn verify tells more", listed[1])
+        facts = json.loads(run("iterations", worn, "--json").stdout)
+        self.assertEqual([it["damaged"] for it in facts], [False, True, False])
+        self.assertEqual(facts[1], {"iteration": 1, "damaged": True})
+        told = run("info", worn)
+        self.assertEqual(told.returncode, 0, told.stderr)
+        self.assertIn("180,000 points", told.stdout)
+        self.assertIn("iterations   3, newest", told.stdout)
+        self.assertIn("iteration 1 is damaged", told.stdout)
+        self.assertEqual(json.loads(run("info", worn, "--json").stdout)["damaged_iterations"], [1])
+        # A time tells the iteration where the damaged one cannot be meant.
+        at = ["query", worn, "#true()", "--count", "--at"]
+        self.assertEqual(run(*at, times[2]).stdout, "180000\n")
+        self.assert_fails(run(*at, times[0]), "iteration 1", "kChecksumMismatch", "tarn verify")
+        self.assert_fails(run(*at, times[0] - 1), "no iteration of that time or before")
+        self.assert_fails(run("info", worn, "--iteration", 1), "kChecksumMismatch", "tarn verify")
+        self.alter(os.path.join(worn, "DEF_UPDATE_ITERATIONS"), 160 + 40)
+        self.assertIn("iterations   3, newest unknown",
+                      run("info", worn, "--iteration", 0).stdout)
+        self.alter(os.path.join(worn, "DEF_UPDATE_ITERATIONS"), 40)
+        self.assert_fails(run("iterations", worn), "kChecksumMismatch", "tarn verify")
+        shutil.rmtree(worn)
 
     def test_what_is_no_repository_is_refused(self):
         for command in (["info"], ["verify"], ["iterations"], ["query"], ["export"]):
@@ -427,10 +676,59 @@ class ProgramTest(unittest.TestCase):
                 self.assertEqual(done.returncode, 1, (stream, harm, done.stdout))
                 self.assertTrue(done.stderr)
 
+    def test_what_reads_a_damaged_repository_says_what_to_do(self):
+        harmed, out = self.path("hurt.tarn"), self.path("hurt.las")
+        commands = (["info", harmed, "--stats"], ["query", harmed, "#true()", "-o", out],
+                    ["export", harmed, "-o", out], ["append", harmed, self.scan])
+        for stream, harm, what in (("DEF_COLUMN_0", "alter", "kChecksumMismatch"),
+                                   ("DEF_COLUMN_1", "delete", "kStreamMissing"),
+                                   ("DEF_COLUMN_1", "cut", "kStreamShort"),
+                                   ("DEF_SOURCES", "alter", "kChecksumMismatch"),
+                                   ("main", "alter", "kCatalogueMismatch")):
+            for command in commands:
+                if (stream, command[0]) == ("DEF_COLUMN_0", "info"):
+                    continue  # it reads what the table says of positions
+                shutil.copytree(self.cloud, harmed)
+                self.harm(os.path.join(harmed, stream), harm)
+                done = run(*command)
+                self.assert_fails(done, what, "tarn verify", "tarn repair")
+                self.assertTrue(stream in ("main", "DEF_COLUMN_0") or stream in done.stderr)
+                self.assertFalse(os.path.exists(out))
+                shutil.rmtree(harmed)
+
+    def test_who_finds_the_main_stream_missing_is_told_of_its_copy(self):
+        headless = self.path("headless.tarn")
+        shutil.copytree(self.cloud, headless)
+        os.remove(os.path.join(headless, "main"))
+        for command in (["info", headless], ["verify", headless], ["append", headless, self.scan]):
+            self.assert_fails(run(*command), "the main stream of the repository is missing",
+                              "tarn repair brings it back from its copy")
+        os.remove(os.path.join(headless, "main.copy"))
+        self.assert_fails(run("verify", headless), "there is no repository at that place")
+        shutil.rmtree(headless)
+
+    def test_verify_says_that_the_newest_iteration_is_intact(self):
+        grown = self.path("worn.tarn")
+        shutil.copytree(self.cloud, grown)
+        # Its levels of detail are all that an append makes anew for the whole cloud.
+        self.assertEqual(run("append", grown, self.scan).returncode, 0)
+        self.harm(os.path.join(grown, "DEF_OCTREE_LOD_NODES_0"), "alter")
+        self.assert_fails(run("verify", grown), "1 fault found",
+                          "the newest iteration is intact; tarn repair renews the main stream and "
+                          "its copy, the rest only a backup has")
+        repaired = run("repair", grown)
+        self.assertEqual(repaired.returncode, 0)
+        self.assertIn("the newest iteration is intact; nothing was changed", repaired.stdout)
+        self.assertIn("iteration 0 is damaged and stays so", repaired.stdout)
+        self.harm(os.path.join(grown, "DEF_COLUMN_0_BLOCKS"), "cut")
+        self.assert_fails(run("verify", grown),
+                          "tarn repair brings back the newest intact iteration")
+        shutil.rmtree(grown)
+
     def test_repair_brings_back_a_cloud_whose_newest_source_is_damaged(self):
         harmed = self.path("sourceless.tarn")
         shutil.copytree(self.cloud, harmed)
-        more = self.path("more.las")
+        more = self.path("sourceless.las")
         self.assertEqual(run("export", harmed, "-o", more).returncode, 0)
         before = int(run("query", harmed, "#true()", "--count").stdout)
         self.assertEqual(run("append", harmed, more).returncode, 0)
@@ -439,9 +737,46 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(run("info", harmed).returncode, 1)
         done = run("repair", harmed)
         self.assertEqual(done.returncode, 0, done.stderr)
-        self.assertIn("its points are all there", done.stdout)
+        self.assertIn("lost: header, records and coordinate system of sourceless.las; all points "
+                      "are there (60,000)", done.stdout)
         self.assertEqual(run("query", harmed, "#true()", "--count").stdout.strip(), str(2 * before))
         self.assertEqual(run("verify", harmed).returncode, 0)
+        told = json.loads(run("info", harmed, "--json").stdout)
+        self.assertEqual([(source["file"], source["points"], "las_version" in source)
+                          for source in told["sources"]],
+                         [("street.las", before, True), ("sourceless.las", before, False)])
+        self.assertEqual(run("append", harmed, more).returncode, 0)
+        self.assertEqual(run("verify", harmed).returncode, 0)
+
+    def test_repair_keeps_each_point_at_its_place_in_the_sources(self):
+        harmed, more = self.path("placed.tarn"), self.path("placed.las")
+        made = run("synthesize", "-o", more, "--points", 5000, "--seed", 9, "-q")
+        self.assertEqual(made.returncode, 0, made.stderr)
+        for lost in ("head", "file"):
+            made = run("import", self.scan, more, "-o", harmed, "--keep-order", "-q")
+            self.assertEqual(made.returncode, 0, made.stderr)
+            self.assertEqual(run("export", harmed, "-o", self.path("whole.las"), "--overwrite")
+                             .returncode, 0)
+            sources = os.path.join(harmed, "DEF_SOURCES")
+            if lost == "head":
+                self.alter(sources, 10)
+            else:
+                os.remove(sources)
+            facts = json.loads(run("repair", harmed, "--json").stdout)
+            self.assertEqual(facts["lost_sources"],
+                             [{"file": "", "points": 60000 if lost == "head" else 65000}])
+            self.assertEqual(run("verify", harmed).returncode, 0)
+            self.assertIn("lost sources", run("info", harmed, "--metadata").stdout)
+            # The points in their order, and those of a further scan behind them.
+            self.assertEqual(run("append", harmed, more).returncode, 0)
+            done = run("export", harmed, "-o", self.path("again.las"), "--overwrite")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            _, records, _ = las_parts(self.path("again.las"))
+            self.assertEqual(sum(records.values()), 70000)
+            found = run("query", harmed, '#num{type=int64}("source_index", >=, 65000)',
+                        "--count").stdout
+            self.assertEqual(found, "5000\n")
+            shutil.rmtree(harmed)
 
     def test_repair_renews_a_damaged_copy_of_the_main_stream(self):
         harmed = self.path("copyless.tarn")
@@ -479,6 +814,9 @@ class ProgramTest(unittest.TestCase):
             for option in chosen:
                 counted = run("query", grown, "#true()", "--count", *option)
                 self.assertEqual(counted.stdout.strip(), str(points), option)
+                told = json.loads(run("info", grown, "--json", *option).stdout)
+                self.assertEqual([source["points"] for source in told["sources"]],
+                                 (iteration + 1) * [before], "those of later points are left out")
         early = run("query", grown, "#true()", "--count", "--at", "1999-12-31")
         self.assertEqual(early.returncode, 1)
         wrong = run("query", grown, "#true()", "--count", "--at", "yesterday")
@@ -562,6 +900,28 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual((facts["iterations_before"], facts["iterations_after"]), (1, 1))
         self.assertEqual(os.path.getsize(facts["backup"]), 40)
         self.assertEqual(run("verify", copy).returncode, 0)
+        shutil.rmtree(copy)
+
+    def test_repair_makes_levels_of_detail_anew(self):
+        copy, picture = self.path("flat.tarn"), self.path("flat.png")
+        shutil.copytree(self.cloud, copy)
+        levels = json.loads(run("info", copy, "--json").stdout)["levels_of_detail"]
+        os.remove(os.path.join(copy, "DEF_OCTREE_LOD_NODES_0"))
+        self.assert_fails(run("info", copy), "DEF_OCTREE_LOD_NODES_0", "tarn repair")
+        trial = run("repair", copy, "--dry-run")
+        told = "iteration 1 has the points of iteration 0, and levels of detail made anew"
+        self.assertIn("a repair would give this", trial.stdout)
+        self.assertIn(told, trial.stdout)
+        done = run("repair", copy)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        for part in (told, "no point is lost: 60,000 points",
+                     "iteration 0 is damaged and stays so"):
+            self.assertIn(part, done.stdout)
+        self.assertEqual(json.loads(run("info", copy, "--json").stdout)["levels_of_detail"], levels)
+        self.assertEqual(run("render", copy, "-o", picture).returncode, 0)
+        self.assert_fails(run("render", copy, "-o", picture, "--overwrite", "--iteration", 0),
+                          "DEF_OCTREE_LOD_NODES_0", "tarn verify")
+        self.assert_fails(run("verify", copy), "1 fault found", "the newest iteration is intact")
         shutil.rmtree(copy)
 
     def test_repair_says_when_nothing_can_be_brought_back(self):
@@ -676,6 +1036,9 @@ class ProgramTest(unittest.TestCase):
         with open(out) as file:
             self.assertEqual(len(file.readlines()), 8)
         self.assertEqual(run("query", self.cloud, "#true()", "--limit", 7, "--count").stdout, "7\n")
+        told = run("query", self.cloud, "#true()", "--limit", 7).stdout
+        self.assertIn("the first 7 selected points\n", told)
+        self.assertNotIn("%", told.splitlines()[0])
         self.assertEqual(run("query", self.cloud, "#true()", "--limit", 0, "--count").stdout, "0\n")
 
     def test_statistics_as_text_and_as_json(self):
@@ -687,6 +1050,15 @@ class ProgramTest(unittest.TestCase):
                          {"count": facts["selected"], "nan": 0, "min": 2, "max": 2, "mean": 2.0})
         self.assertLess(facts["statistics"]["x"]["min"], facts["statistics"]["x"]["max"])
 
+    def test_count_prints_a_number_before_what_else_is_asked_for(self):
+        text = '#num{type=int}("classification", ==, 2)'
+        counted = run("query", self.cloud, text, "--count").stdout
+        self.assertTrue(counted.strip().isdigit())
+        for option, head in (("--stats", "dimension "), ("--explain", "plan:")):
+            lines = run("query", self.cloud, text, "--count", option).stdout.splitlines()
+            self.assertEqual(lines[0], counted.strip())
+            self.assertTrue(lines[1].startswith(head), lines[1])
+
     def test_explain_tells_the_plan_and_what_was_read(self):
         text = '#and(#num{type=uint8_t}("classification", ==, 2), #num{type=double}("z", >, 5))'
         done = run("query", self.cloud, text, "--explain")
@@ -695,6 +1067,9 @@ class ProgramTest(unittest.TestCase):
         plan = json.loads(run("query", self.cloud, text, "--explain", "--json").stdout)["plan"]
         self.assertEqual(len(plan["tests"]), 2)
         self.assertIn("classification", [column["name"] for column in plan["columns"]])
+        for test in plan["tests"]:
+            self.assertIn(test["column"]["name"], ("classification", "DEF_POSITION"))
+            self.assertIn(test["column"], plan["columns"])
 
     def test_ply_holds_the_points(self):
         out = self.path("out.ply")
@@ -721,7 +1096,7 @@ class ProgramTest(unittest.TestCase):
         done = run("import", text, "-o", cloud, *options)
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertIn("100 points from 1 scan", done.stdout)
-        self.assertIn("note: " + text + ": 1 point has no place", done.stderr)
+        self.assertIn("tarn: note: " + text + ": 1 point has no place", done.stderr)
         self.assertEqual(run("append", cloud, text, "-q", *options).returncode, 0)
         self.assertEqual(run("verify", cloud, "-q").returncode, 0)
         for ending in ("csv", "ply", "pcd"):
@@ -753,7 +1128,7 @@ class ProgramTest(unittest.TestCase):
                        "1.5 2 3 4\n-1 nan 0 1\n")
         done = run("info", ply)
         self.assertEqual(done.returncode, 0, done.stderr)
-        for part in ("1 points", "1.5, 2, 3", "x y z kind", "note: 1 point has no place"):
+        for part in ("1 point", "1.5, 2, 3", "x y z kind", "note: 1 point has no place"):
             self.assertIn(part, done.stdout)
         facts = json.loads(run("info", ply, "--json").stdout)
         self.assertEqual(facts["points"], 1)
@@ -763,11 +1138,67 @@ class ProgramTest(unittest.TestCase):
     def test_text_that_is_wrong_is_refused_with_its_line(self):
         text = self.path("wrong.csv")
         with open(text, "w") as file:
-            file.write("x,y,z,kind\n1,2,3,4\n1,2,3,tree\n")
+            file.write("x,y,z,intensity\n1,2,3,4\n1,2,3,tree\n")
         self.assert_fails(run("import", text, "-o", self.path("x.tarn")), "tree", "line 3",
                           "--columns", "kScanContradictory")
         self.assertFalse(os.path.exists(self.path("x.tarn")))
         self.assert_fails(run("import", text, "-o", self.path("x.tarn"), "--skip", "-1"), code=2)
+
+    def test_stages_of_the_import_of_a_text_are_told_by_what_they_do(self):
+        text = self.path("stages.txt")
+        with open(text, "w", encoding="utf-8") as file:
+            file.write("1 2 3\n")
+        done = run("import", text, "-o", self.path("stages.tarn"))
+        self.assertEqual(done.stderr, "".join(stage + " …\n" for stage in (
+            "opening", "decoding", "reading", "sorting", "writing")))
+
+    def test_words_in_a_text_are_found_by_queries_and_written_again(self):
+        text, cloud = self.path("words.csv"), self.path("words.tarn")
+        with open(text, "w", encoding="utf-8") as file:
+            file.write("x|y|z|kind\n1|2|3|ground\n4|5|6|tree, old\n7|8|9|ground\n")
+        done = run("import", text, "-o", cloud, "--separator", "|")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn('tarn: note: ' + text + ': column "kind" holds texts', done.stderr)
+        ground = '#num{type=string}("kind", ==, "ground")'
+        self.assertEqual(run("query", cloud, ground, "--count").stdout, "2\n")
+        out, again = self.path("again.csv"), self.path("again.tarn")
+        self.assertEqual(run("export", cloud, "-o", out, "-q").returncode, 0)
+        with open(out, encoding="utf-8") as file:
+            self.assertIn('4,5,6,"tree, old"\n', file.read())
+        self.assertEqual(run("import", out, "-o", again, "-q").returncode, 0)
+        sums = [run("info", "--checksum", name).stdout for name in (text, cloud, out, again)]
+        self.assertEqual(len(set(sums)), 1, sums)
+        self.assertEqual(run("info", cloud, "--stats").returncode, 0)
+        self.assert_fails(run("export", cloud, "-o", self.path("words.las")), "it holds texts",
+                          "CSV")
+        self.assert_fails(run("import", text, "-o", self.path("x.tarn"), "--separator", "||"),
+                          "no separator", code=2)
+
+    def test_info_of_a_scan_lists_its_schema_and_refuses_what_repositories_have(self):
+        done = run("info", self.scan, "--schema")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertRegex(done.stdout, r"\nclassification +uint8_t ")
+        for asked in (["--stats"], ["--iteration", 0], ["--at", "2026-11-21"]):
+            done = run("info", self.scan, *asked)
+            self.assert_fails(done, asked[0], "repository", "tarn import", code=2)
+            self.assertEqual(done.stdout, "")
+
+    def test_interrupted_opening_of_a_text_stops_and_leaves_nothing(self):
+        text, out = self.path("long.xyz"), self.path("long.tarn")
+        with open(text, "w", encoding="utf-8") as file:
+            line = "".join(f"{i}.125 {i % 977}.5 {i % 31}.75 {i % 255}\n" for i in range(200000))
+            for _ in range(8):
+                file.write(line)
+        process = subprocess.Popen([TARN, "import", text, "-o", out], stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.PIPE, text=True)
+        self.assertEqual(process.stderr.readline(), "opening …\n")
+        process.send_signal(signal.SIGINT)
+        said = process.communicate(timeout=60)[1]
+        self.assertEqual(process.returncode, 1, said)
+        self.assertIn("kStopped", said)
+        self.assertNotIn("writing", said)
+        self.assertFalse(os.path.exists(out))
+        self.assertEqual(self.leftovers(), [])
 
     def test_iteration_that_is_not_there_is_refused(self):
         self.assert_fails(run("query", self.cloud, "#true()", "--iteration", 3), "iteration 3",
@@ -804,6 +1235,17 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(las_parts(out)[1], las_parts(self.scan)[1])
         self.assertNotIn("1000", done.stdout)
+        levels = json.loads(run("info", self.cloud, "--json").stdout)["levels_of_detail"]
+        finest = len(levels) - 1
+        note = f"tarn: note: the cloud has no finer level than {finest}: every point of it is written\n"
+        self.assertIn(note, done.stderr)
+        spacing = levels[-1]["spacing"]
+        for asked, isBeyond in ((["--level", finest], False), (["--level", finest + 1], True),
+                                (["--spacing", spacing], False), (["--spacing", spacing * 0.9], True)):
+            done = run("thin", self.cloud, "-o", out, "--overwrite", *asked)
+            self.assertEqual(note in done.stderr, isBeyond, (asked, done.stderr))
+        quiet = run("thin", self.cloud, "-o", out, "--overwrite", "--level", 1000, "-q")
+        self.assertEqual((quiet.returncode, quiet.stdout, quiet.stderr), (0, "", ""))
 
     def test_thin_used_wrongly_exits_with_two(self):
         out = self.path("wrong.las")
@@ -855,7 +1297,7 @@ class ProgramTest(unittest.TestCase):
                           ["--select", '#num{type=int}("classification", ==, 6)', "--size", "99x70"],
                           ["--eye", "500300,4500290,260", "--target", "500420,4500300,215",
                            "--size", "64x48", "--points", "30k", "--color", "return"]):
-            done = run("render", self.cloud, "-o", out, *arguments)
+            done = run("render", self.cloud, "-o", out, "--overwrite", *arguments)
             self.assertEqual(done.returncode, 0, done.stderr)
             size = arguments[arguments.index("--size") + 1]
             self.assertEqual("%dx%d" % self.png_size(out), size)
@@ -867,7 +1309,7 @@ class ProgramTest(unittest.TestCase):
             for color in ("rgb", "intensity", "classification", "elevation", "return"):
                 out = self.path("view.png")
                 done = run("render", self.cloud, "-o", out, "--view", view, "--color", color,
-                           "--size", "80x50", "-q")
+                           "--size", "80x50", "-q", "--overwrite")
                 self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
                 with open(out, "rb") as file:
                     pictures.add(file.read())

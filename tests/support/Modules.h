@@ -1,9 +1,15 @@
-// Shared libraries that a test loads itself, and the threads of this process.
+// Shared libraries that a test loads itself, and what they could leave in this process.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
 
 #if defined(_WIN32)
 // The macros of the system's header would rename what is declared after it.
@@ -12,6 +18,7 @@
 #include <tlhelp32.h>
 #else
 #include <dlfcn.h>
+#include <pthread.h>
 #endif
 
 namespace oocpctest {
@@ -50,6 +57,45 @@ inline std::size_t CountThreads() {
   return count;
 }
 
+/// Handles are multiples of four, and low ones are given away first.
+inline std::size_t CountHandles() {
+  std::size_t count = 0;
+  DWORD ignored = 0;
+  for (std::uintptr_t value = 4; value < 8192; value += 4) {
+    if (::GetHandleInformation(reinterpret_cast<HANDLE>(value), &ignored) != 0) ++count;
+  }
+  return count;
+}
+
+/// Of thread-local storage, and of what the system calls when a thread ends.
+inline std::size_t CountFreeThreadSlots() {
+  std::vector<DWORD> slots;
+  for (DWORD slot = ::TlsAlloc(); slot != TLS_OUT_OF_INDEXES; slot = ::TlsAlloc()) {
+    slots.push_back(slot);
+  }
+  for (const DWORD slot : slots) ::TlsFree(slot);
+  std::size_t count = slots.size();
+  slots.clear();
+  for (DWORD slot = ::FlsAlloc(nullptr); slot != FLS_OUT_OF_INDEXES; slot = ::FlsAlloc(nullptr)) {
+    slots.push_back(slot);
+  }
+  for (const DWORD slot : slots) ::FlsFree(slot);
+  return count + slots.size();
+}
+
+/// Of files, modules included.
+inline std::size_t CountMappings() {
+  std::size_t count = 0;
+  MEMORY_BASIC_INFORMATION region;
+  const char* at = nullptr;
+  while (::VirtualQuery(at, &region, sizeof(region)) != 0) {
+    const bool isFirst = region.BaseAddress == region.AllocationBase;
+    if (isFirst && (region.Type == MEM_MAPPED || region.Type == MEM_IMAGE)) ++count;
+    at = static_cast<const char*>(region.BaseAddress) + region.RegionSize;
+  }
+  return count;
+}
+
 #else
 
 class LoadedModule {
@@ -78,6 +124,47 @@ inline std::size_t CountThreads() {
   return static_cast<std::size_t>(std::distance(threads, {}));
 }
 
+inline std::size_t CountHandles() {
+  const std::filesystem::directory_iterator files("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(files, {}));
+}
+
+/// Of thread-local storage.
+inline std::size_t CountFreeThreadSlots() {
+  std::vector<pthread_key_t> slots;
+  pthread_key_t slot{};
+  while (::pthread_key_create(&slot, nullptr) == 0) slots.push_back(slot);
+  for (const pthread_key_t taken : slots) ::pthread_key_delete(taken);
+  return slots.size();
+}
+
+/// Of files, modules included.
+inline std::size_t CountMappings() {
+  std::ifstream maps("/proc/self/maps");
+  std::set<std::string> files;
+  for (std::string line; std::getline(maps, line);) {
+    const std::size_t name = line.find('/');
+    if (name != std::string::npos) files.insert(line.substr(name));
+  }
+  return files.size();
+}
+
 #endif
+
+/// What a library could leave behind in a process.
+struct ProcessState {
+  std::size_t threads = CountThreads();
+  std::size_t handles = CountHandles();
+  std::size_t freeThreadSlots = CountFreeThreadSlots();
+  std::size_t mappings = CountMappings();
+
+  bool operator==(const ProcessState&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& out, const ProcessState& state) {
+  return out << state.threads << " threads, " << state.handles << " handles, "
+             << state.freeThreadSlots << " free slots of threads, " << state.mappings
+             << " mappings";
+}
 
 }  // namespace oocpctest

@@ -36,6 +36,19 @@ inline void PlacePoints(std::vector<std::uint8_t>& file,
   }
 }
 
+/// The positions of the points of such a file.
+inline std::vector<StoredPosition> PositionsIn(const std::vector<std::uint8_t>& file) {
+  std::vector<StoredPosition> positions(LasBuilder::Get<std::uint32_t>(file, 107));
+  std::size_t at = LasBuilder::Get<std::uint32_t>(file, 96);
+  for (StoredPosition& position : positions) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      position[axis] = LasBuilder::Get<std::int32_t>(file, at + 4 * axis);
+    }
+    at += LasBuilder::Get<std::uint16_t>(file, 105);
+  }
+  return positions;
+}
+
 /// Points in a cube of `edge` stored units.
 inline std::vector<StoredPosition> RandomPositions(std::size_t count, std::int32_t edge,
                                                    unsigned seed = 5) {

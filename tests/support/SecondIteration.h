@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/cloud/Cloud.h"
@@ -25,8 +26,10 @@ class IterationAppender {
 
   /// `open` opens the repository that `store` writes, once the store is locked.
   static Outcome Append(std::unique_ptr<OOCPCIStreamStore> store,
-                        const std::function<std::unique_ptr<OOCPCStreamRepository>()>& open) {
+                        const std::function<std::unique_ptr<OOCPCStreamRepository>()>& open,
+                        bool isReversed = false) {
     IterationAppender appender;
+    appender.isReversed_ = isReversed;
     HRESULT code = OOCPCRepositoryWriter::OpenExisting(std::move(store), appender.catalogue_,
                                                        appender.writer_);
     if (oocpc::Failed(code)) return Outcome::FromCode(code);
@@ -37,15 +40,19 @@ class IterationAppender {
     return outcome.Ok() ? appender.AppendRecords() : outcome;
   }
 
-  static Outcome AppendToFolder(const std::filesystem::path& folder) {
+  /// `isReversed`: with the values of the root's block in the opposite order.
+  static Outcome AppendToFolder(const std::filesystem::path& folder, bool isReversed = false) {
     std::unique_ptr<OOCPCFolderStreamStore> store;
     const HRESULT code = OOCPCFolderStreamStore::Open(folder, store);
     if (oocpc::Failed(code)) return Outcome::FromCode(code);
-    return Append(std::move(store), [&] {
-      std::unique_ptr<OOCPCFolderRepository> repository;
-      if (oocpc::Failed(OOCPCFolderRepository::Open(folder, repository))) repository.reset();
-      return repository;
-    });
+    return Append(
+        std::move(store),
+        [&] {
+          std::unique_ptr<OOCPCFolderRepository> repository;
+          if (oocpc::Failed(OOCPCFolderRepository::Open(folder, repository))) repository.reset();
+          return repository;
+        },
+        isReversed);
   }
 
   static Outcome AppendToMemory(const std::shared_ptr<OOCPCMemoryStreams>& streams) {
@@ -64,6 +71,16 @@ class IterationAppender {
     return outcome;
   }
 
+  void Reverse(Bytes& values) const {
+    const std::size_t width = values.size() / root_.ownPointCount;
+    Bytes reversed;
+    for (std::size_t at = values.size(); at >= width; at -= width) {
+      reversed.insert(reversed.end(), values.begin() + static_cast<std::ptrdiff_t>(at - width),
+                      values.begin() + static_cast<std::ptrdiff_t>(at));
+    }
+    values = std::move(reversed);
+  }
+
   Outcome CopyRootBlock() {
     std::vector<std::string> names;
     for (const tarnhost::CloudColumn& column : cloud_->GetColumns()) names.push_back(column.name);
@@ -80,6 +97,7 @@ class IterationAppender {
       Bytes values;
       code = container.ReadStoredBlock(root_.blockId, values);
       if (oocpc::Failed(code)) break;
+      if (isReversed_) Reverse(values);
       code = writer_->AppendBlock(column, oocpc::EncodeBlock(container.GetStoredType(), values),
                                   last.firstValue + last.valueCount);
     }
@@ -161,6 +179,7 @@ class IterationAppender {
   OOCPCCatalogue catalogue_;
   std::unique_ptr<OOCPCRepositoryWriter> writer_;
   std::unique_ptr<tarnhost::Cloud> cloud_;
+  bool isReversed_ = false;
   std::uint64_t number_ = 0;
   std::uint64_t oldRootIndex_ = 0;
   std::uint64_t oldFirstPoint_ = 0;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <iterator>
 #include <optional>
@@ -34,6 +35,12 @@ inline void SetVariable(const char* name, const char* value) {
 /// Makes a named pipe; false where files are no pipes.
 inline bool MakePipe(const std::filesystem::path& path) {
   return ::mkfifo(path.c_str(), 0600) == 0;
+}
+
+/// Makes an empty file whose holes take up no room; false when it cannot be made.
+inline bool MakeSparse(const std::filesystem::path& path) {
+  std::FILE* const file = std::fopen(path.c_str(), "wb");
+  return file != nullptr && std::fclose(file) == 0;
 }
 
 /// Files that this process has open, where that can be told.

@@ -13,6 +13,8 @@
 
 // The macros of the system's header would rename what is declared after it.
 #include "OOCPointCloud/support/WindowsApi.h"
+// Needs the header above.
+#include <winioctl.h>
 
 namespace oocpctest {
 
@@ -37,6 +39,16 @@ inline void SetVariable(const char* name, const char* value) {
 
 /// Makes a named pipe; false where files are no pipes.
 inline bool MakePipe(const std::filesystem::path& /*path*/) { return false; }
+
+/// Makes an empty file whose holes take up no room; false when it cannot be made.
+inline bool MakeSparse(const std::filesystem::path& path) {
+  const HANDLE file =
+      ::CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return false;
+  DWORD ignored = 0;
+  ::DeviceIoControl(file, FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &ignored, nullptr);
+  return ::CloseHandle(file) != 0;
+}
 
 /// Files that this process has open, where that can be told.
 inline std::optional<std::ptrdiff_t> CountOpenFiles() { return std::nullopt; }

@@ -17,14 +17,15 @@ inline std::filesystem::path TestDataFolder() {
   return std::filesystem::path(TESTS_SOURCE_DIR).parent_path().parent_path() / "shared" / "data";
 }
 
-/// Every file with this ending in it and below, in the order of their names.
-inline std::vector<std::filesystem::path> TestFiles(const std::string& ending) {
+/// Every file with this ending, or with any, in it and below, in the order of their names.
+inline std::vector<std::filesystem::path> TestFiles(const std::string& ending = {}) {
   std::vector<std::filesystem::path> scans;
   std::error_code error;
   std::filesystem::recursive_directory_iterator entry(TestDataFolder(), error);
   if (error) return scans;
   for (const auto& file : entry) {
-    if (file.path().extension() == ending) scans.push_back(file.path());
+    if (!file.is_regular_file() || file.path().filename().string().starts_with('.')) continue;
+    if (ending.empty() || file.path().extension() == ending) scans.push_back(file.path());
   }
   std::sort(scans.begin(), scans.end());
   return scans;

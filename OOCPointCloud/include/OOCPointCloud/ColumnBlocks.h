@@ -26,19 +26,22 @@ enum class BlockEncoding : std::uint8_t {
   kResiduals = 6,         ///< entropy-coded differences of integers or decimal numbers
 };
 
-/// One record of a column's block table: 96 bytes, see docs/format.md.
+/// One record of a column's block table, see docs/format.md: as long as its type of values needs.
 /// Components not used are zero. Minimum and maximum are the component's value widened to 64 bits:
 /// int64 for signed, uint64 for unsigned integers and string indices, double for floating point,
 /// each as its bit pattern. For floating point they leave NaNs out, and `hasNan` says whether there
 /// were any; a block of NaNs alone has minimum +inf and maximum -inf.
 struct BlockEntry {
-  static constexpr std::size_t kBytes = 96;
+  static constexpr std::size_t kMostBytes = 84;
+  /// Bytes of a record of such values; of all records in a column's table.
+  [[nodiscard]] OOCPOINTCLOUD_API static std::size_t RecordBytes(ColumnType type);
 
   std::uint64_t offsetBytes = 0;  ///< of the stored bytes in the data stream
   std::uint32_t storedBytes = 0;
   std::uint32_t valueCount = 0;
   BlockEncoding encoding = BlockEncoding::kRaw;
   bool hasNan = false;
+  ColumnType type;
   std::uint32_t dataChecksum = 0;  ///< CRC-32C of the stored bytes
   std::array<std::uint64_t, 3> minimumBits{};
   std::array<std::uint64_t, 3> maximumBits{};
@@ -47,9 +50,16 @@ struct BlockEntry {
 
   /// Appends the record, its own CRC-32C last.
   OOCPOINTCLOUD_API void Encode(std::vector<std::uint8_t>& out) const;
-  /// kBadRecord, kUnknownEncoding or kChecksumMismatch leave `out` as it was.
-  [[nodiscard]] OOCPOINTCLOUD_API static HRESULT Decode(const std::uint8_t (&bytes)[kBytes],
+  /// Takes a whole record. kBadRecord (also for another length than its type's), kUnknownEncoding
+  /// or kChecksumMismatch leave `out` as it was.
+  [[nodiscard]] OOCPOINTCLOUD_API static HRESULT Decode(std::span<const std::uint8_t> record,
                                                         BlockEntry& out);
+};
+
+/// Which encodings EncodeBlock may choose.
+enum class BlockEncodings : std::uint8_t {
+  kAll,    ///< what is small
+  kLight,  ///< what is quick to read: no zstd, no entropy coding
 };
 
 /// A block ready to be appended: its stored bytes, and its entry with offsetBytes and firstValue
@@ -62,22 +72,24 @@ struct EncodedBlock {
 /// Encodes `values` (value after value, components interleaved, little-endian; a whole number of
 /// values, at most kMaximumBlockValues). Values that are all the same, bit for bit, become a
 /// constant; else picks the smallest light encoding (raw, bit-packed, runs) unless a heavier one is
-/// at least an eighth smaller, or, for single components of one or two bytes, which filters ask for
-/// most often, half. Pure: safe from any thread, the same input gives the same bytes.
-[[nodiscard]] OOCPOINTCLOUD_API EncodedBlock EncodeBlock(ColumnType type,
-                                                         std::span<const std::uint8_t> values);
+/// allowed and at least an eighth smaller. Pure: safe from any thread, the same input gives the
+/// same bytes.
+[[nodiscard]] OOCPOINTCLOUD_API EncodedBlock
+EncodeBlock(ColumnType type, std::span<const std::uint8_t> values,
+            BlockEncodings allowed = BlockEncodings::kAll);
 
-/// Decodes stored bytes into `values` (resized). Checks every length before it is used and the
-/// checksum before anything is decoded. kBadRecord, kChecksumMismatch, kUnknownEncoding; what
-/// `values` holds after a failure is not defined. Safe from several threads at once.
-[[nodiscard]] OOCPOINTCLOUD_API HRESULT DecodeBlock(ColumnType type, const BlockEntry& entry,
+/// Decodes stored bytes into `values` (resized); the entry's type is one that there is. Checks
+/// every length before it is used and the checksum before anything is decoded. kBadRecord,
+/// kChecksumMismatch, kUnknownEncoding; what `values` holds after a failure is not defined. Safe
+/// from several threads at once.
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT DecodeBlock(const BlockEntry& entry,
                                                     std::span<const std::uint8_t> stored,
                                                     std::vector<std::uint8_t>& values);
 
 /// Checks of a stored block what DecodeBlock checks of it before it decodes, for readers that work
 /// on the stored bytes themselves: the entry's range, the checksum, and for raw, constant and
 /// bit-packed blocks the exact length. The same codes. Safe from several threads at once.
-[[nodiscard]] OOCPOINTCLOUD_API HRESULT CheckStoredBlock(ColumnType type, const BlockEntry& entry,
+[[nodiscard]] OOCPOINTCLOUD_API HRESULT CheckStoredBlock(const BlockEntry& entry,
                                                          std::span<const std::uint8_t> stored);
 
 /// Largest number of values a block may state; larger counts from a file are refused.

@@ -27,9 +27,14 @@ class OOCPOINTCLOUD_API OOCPCByteSource {
 [[nodiscard]] OOCPOINTCLOUD_API HRESULT OOCPCMapFile(const std::filesystem::path& file,
                                                      std::shared_ptr<const OOCPCByteSource>& bytes);
 
+/// Whether a part of a file is read again before long.
+enum class OOCPCNextUse { kLikely, kUnlikely };
+
 /// Lets go of the memory that a part of a mapped file takes in this process; reading it again
-/// brings it back. A hint: what cannot be let go of stays.
-OOCPOINTCLOUD_API void OOCPCForgetPages(std::span<const std::uint8_t> mapped);
+/// brings it back. Of what is not likely to be read again, the system's own copy is the first to
+/// give way when others need the room. A hint: what cannot be let go of stays.
+OOCPOINTCLOUD_API void OOCPCForgetPages(std::span<const std::uint8_t> mapped,
+                                        OOCPCNextUse next = OOCPCNextUse::kLikely);
 
 /// Common part: checks the seal of the main stream and cuts streams to their committed lengths.
 /// Each stream's bytes are opened once and shared by all its input streams, so that a commit which

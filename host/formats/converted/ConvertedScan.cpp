@@ -8,6 +8,9 @@
 #include <cstring>
 #include <mutex>
 
+#include "host/common/SharedProgress.h"
+#include "host/common/System.h"
+
 namespace tarnhost {
 
 namespace result = oocpc::result;
@@ -48,6 +51,34 @@ void ScatterAny(const std::uint8_t* values, std::size_t bytes, std::span<const s
   }
 }
 
+/// Texts by their numbers in the cloud.
+void ScatterStrings(const std::uint8_t* values, std::span<const std::uint32_t> numbers,
+                    std::span<const std::uint32_t> rows, std::size_t stride, std::uint8_t* place) {
+  for (const std::uint32_t row : rows) {
+    std::uint32_t own = 0;
+    std::memcpy(&own, values + row * sizeof(own), sizeof(own));
+    const std::uint32_t number = own < numbers.size() ? numbers[own] : own;
+    std::memcpy(place, &number, sizeof(number));
+    place += stride;
+  }
+}
+
+/// What may be used to open a file.
+ScanWorkspace WorkspaceFor(const ScanOptions& options, std::uint64_t points) {
+  ScanWorkspace workspace;
+  workspace.progress = [&options, points](std::uint64_t done) {
+    return !options.progress || options.progress({"opening", done, points});
+  };
+  workspace.memoryBytes =
+      options.memoryBytes == 0 ? GetMachineMemoryBytes() / 4 : options.memoryBytes;
+  workspace.temporaryFolder = options.temporaryFolder;
+  if (workspace.temporaryFolder.empty()) {
+    std::error_code ignored;
+    workspace.temporaryFolder = std::filesystem::temp_directory_path(ignored);
+  }
+  return workspace;
+}
+
 /// Runs all parts of a decoder at once and keeps the failure of the first part that has one.
 template <typename Run>
 Outcome ForEachPart(std::size_t count, const Run& run) {
@@ -76,12 +107,12 @@ struct ConvertedScan::PartFacts {
 
 Outcome ConvertedScan::Open(std::filesystem::path path,
                             std::shared_ptr<const OOCPCByteSource> bytes,
-                            std::unique_ptr<PointDecoder> decoder,
+                            const ScanOptions& options, std::unique_ptr<PointDecoder> decoder,
                             std::unique_ptr<ScanFile>& scan) {
   std::unique_ptr<ConvertedScan> opened(
       new ConvertedScan(std::move(path), std::move(bytes), std::move(decoder)));
-  Outcome outcome = opened->decoder_->Begin();
-  if (outcome.Ok()) outcome = opened->Measure();
+  Outcome outcome = opened->decoder_->Begin(WorkspaceFor(options, opened->decoder_->GetRowCount()));
+  if (outcome.Ok()) outcome = opened->Measure(options);
   opened->decoder_->End();
   if (!outcome.Ok()) return outcome;
   opened->ChooseLayout();
@@ -99,8 +130,11 @@ std::array<AxisFit, 3> ConvertedScan::NewFits() const {
   return fits;
 }
 
-Outcome ConvertedScan::Measure() {
+Outcome ConvertedScan::Measure(const ScanOptions& options) {
   fits_ = NewFits();
+  SharedProgress progress([&, total = decoder_->GetRowCount()](std::uint64_t done) {
+    return !options.progress || options.progress({"opening", std::min(done, total), total});
+  });
   std::vector<PartFacts> parts(decoder_->GetPartCount(), PartFacts{fits_});
   Outcome outcome = ForEachPart(parts.size(), [&](std::size_t part) {
     PartFacts facts{fits_};
@@ -113,7 +147,8 @@ Outcome ConvertedScan::Measure() {
         ++facts.kept;
         for (std::size_t i = 0; i < 3; ++i) facts.fits[i].Add(rows.coordinates[i][row]);
       }
-      return Outcome::Success();
+      progress.Add(rows.count);
+      return progress.GoesOn() ? Outcome::Success() : Outcome::FromCode(result::kStopped);
     });
     parts[part] = facts;
     return decoded;
@@ -164,18 +199,18 @@ std::vector<std::string> ConvertedScan::GetNotices() const {
 
 Outcome ConvertedScan::Prepare(ScanWorkspace& workspace) {
   if (records_ != nullptr) return Outcome::Success();  // once is enough
-  const std::uint64_t bytes = pointCount_ * layout_.recordBytes;
+  const std::uint64_t bytes = GetScratchBytes();
   Outcome outcome =
       ScratchBytes::Create(bytes, workspace.memoryBytes, workspace.temporaryFolder, records_);
   if (!outcome.Ok()) return outcome;
-  outcome = decoder_->Begin();
+  const std::uint64_t taken = bytes <= workspace.memoryBytes ? bytes : 0;
+  workspace.memoryBytes -= taken;
+  outcome = decoder_->Begin(workspace);
   if (outcome.Ok()) outcome = WriteParts(workspace);
   decoder_->End();
-  if (!outcome.Ok()) {
-    records_.reset();
-  } else if (bytes <= workspace.memoryBytes) {
-    workspace.memoryBytes -= bytes;
-  }
+  if (outcome.Ok()) return outcome;
+  records_.reset();
+  workspace.memoryBytes += taken;
   return outcome;
 }
 
@@ -266,6 +301,10 @@ void ConvertedScan::MakeRecords(const PointRows& rows, std::span<const std::uint
   }
   for (std::size_t i = 0; i < layout_.fieldPlaces.size(); ++i) {
     const FieldPlace& field = layout_.fieldPlaces[i];
+    if (decoder_->GetFields()[i].type == oocpc::ValueType::kString) {
+      ScatterStrings(rows.fields[i].data(), stringNumbers_, kept, stride, records + field.offset);
+      continue;
+    }
     ScatterAny(rows.fields[i].data(), field.bytes, kept, stride, records + field.offset);
   }
 }

@@ -24,9 +24,10 @@ namespace tarnhost {
 /// are safe from several threads at once.
 class ConvertedScan final : public ScanFile {
  public:
-  /// Failures of the decoder.
+  /// Failures of the decoder; kStopped. Of the options, what may be used and who is told.
   static Outcome Open(std::filesystem::path path, std::shared_ptr<const OOCPCByteSource> bytes,
-                      std::unique_ptr<PointDecoder> decoder, std::unique_ptr<ScanFile>& scan);
+                      const ScanOptions& options, std::unique_ptr<PointDecoder> decoder,
+                      std::unique_ptr<ScanFile>& scan);
 
   [[nodiscard]] const std::filesystem::path& GetPath() const override { return path_; }
   [[nodiscard]] std::uint64_t GetPointCount() const override { return pointCount_; }
@@ -35,9 +36,18 @@ class ConvertedScan final : public ScanFile {
     return layout_.dimensions;
   }
   [[nodiscard]] std::vector<std::string> GetNotices() const override;
+  [[nodiscard]] std::span<const std::string> GetStrings() const override {
+    return decoder_->GetStrings();
+  }
+  void NumberStrings(const std::vector<std::uint32_t>& numbers) override {
+    stringNumbers_ = numbers;
+  }
   /// Failures of the decoder, and those of ScratchBytes; kStopped; kScanContradictory when the file
   /// changes meanwhile.
   Outcome Prepare(ScanWorkspace& workspace) override;
+  [[nodiscard]] std::uint64_t GetScratchBytes() const override {
+    return pointCount_ * layout_.recordBytes;
+  }
   void Release() override { records_.reset(); }
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override;
   [[nodiscard]] std::size_t GetRecordBytes() const override { return layout_.recordBytes; }
@@ -58,7 +68,7 @@ class ConvertedScan final : public ScanFile {
   ConvertedScan(std::filesystem::path path, std::shared_ptr<const OOCPCByteSource> bytes,
                 std::unique_ptr<PointDecoder> decoder)
       : path_(std::move(path)), bytes_(std::move(bytes)), decoder_(std::move(decoder)) {}
-  Outcome Measure();
+  Outcome Measure(const ScanOptions& options);
   void ChooseLayout();
   [[nodiscard]] std::array<AxisFit, 3> NewFits() const;
   Outcome WriteParts(ScanWorkspace& workspace);
@@ -76,6 +86,7 @@ class ConvertedScan final : public ScanFile {
   std::vector<std::uint64_t> firstPoints_;  ///< of each part
   std::uint64_t pointCount_ = 0;
   std::uint64_t placelessCount_ = 0;
+  std::vector<std::uint32_t> stringNumbers_;  ///< in the cloud; empty: as the decoder numbers them
   std::unique_ptr<ScratchBytes> records_;
 };
 

@@ -30,7 +30,8 @@ std::optional<ColorFields> FindColor(std::span<const ScanField> fields) {
       found = field != fields.end();
       color[i] = static_cast<std::size_t>(field - fields.begin());
     }
-    if (found && fields[color[0]].type == fields[color[1]].type &&
+    if (found && fields[color[0]].type != oocpc::ValueType::kString &&
+        fields[color[0]].type == fields[color[1]].type &&
         fields[color[0]].type == fields[color[2]].type) {
       return color;
     }

@@ -13,11 +13,6 @@ namespace {
 
 constexpr std::size_t kStretchBytes = 1u << 20;
 
-void Forget(std::string_view text, const LineStretch& stretch) {
-  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  OOCPCForgetPages({bytes + stretch.begin, stretch.end - stretch.begin});
-}
-
 /// Counts the lines and the rows of a stretch.
 void Count(std::string_view text, const LineStretch& stretch, std::uint64_t& lines,
            std::uint64_t& rows) {
@@ -26,10 +21,15 @@ void Count(std::string_view text, const LineStretch& stretch, std::uint64_t& lin
     rows += IsRow(TakeLine(own, at)) ? 1 : 0;
     ++lines;
   }
-  Forget(text, stretch);
+  ForgetStretch(text, stretch);
 }
 
 }  // namespace
+
+void ForgetStretch(std::string_view text, const LineStretch& stretch) {
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  OOCPCForgetPages({bytes + stretch.begin, stretch.end - stretch.begin});
+}
 
 bool IsRow(std::string_view line) {
   std::size_t at = 0;
@@ -37,9 +37,9 @@ bool IsRow(std::string_view line) {
   return at < line.size() && line[at] != '#' && !line.substr(at).starts_with("//");
 }
 
-std::vector<LineStretch> IndexLines(std::string_view text, std::size_t begin,
-                                    std::uint64_t firstLine) {
-  std::vector<LineStretch> stretches;
+Outcome IndexLines(std::string_view text, std::size_t begin, std::uint64_t firstLine,
+                   SharedProgress& progress, std::vector<LineStretch>& stretches) {
+  stretches.clear();
   while (begin < text.size()) {
     std::size_t end = text.size();
     if (text.size() - begin > kStretchBytes) {
@@ -47,11 +47,16 @@ std::vector<LineStretch> IndexLines(std::string_view text, std::size_t begin,
       if (found != std::string_view::npos) end = found + 1;
     }
     stretches.push_back({begin, end, 0, 0, 0});
+    ForgetStretch(text, stretches.back());  // a look at one page may map many of them
     begin = end;
   }
   std::vector<std::uint64_t> lines(stretches.size());
-  tbb::parallel_for(std::size_t{0}, stretches.size(),
-                    [&](std::size_t i) { Count(text, stretches[i], lines[i], stretches[i].rows); });
+  tbb::parallel_for(std::size_t{0}, stretches.size(), [&](std::size_t i) {
+    if (!progress.GoesOn()) return;
+    Count(text, stretches[i], lines[i], stretches[i].rows);
+    progress.Add(stretches[i].end - stretches[i].begin);
+  });
+  if (!progress.GoesOn()) return Outcome::FromCode(oocpc::result::kStopped);
   std::uint64_t row = 0;
   for (std::size_t i = 0; i < stretches.size(); ++i) {
     stretches[i].firstLine = firstLine;
@@ -59,20 +64,6 @@ std::vector<LineStretch> IndexLines(std::string_view text, std::size_t begin,
     firstLine += lines[i];
     row += stretches[i].rows;
   }
-  return stretches;
-}
-
-Outcome ForEachRow(std::string_view text, const LineStretch& stretch,
-                   const std::function<Outcome(const TextRow&)>& visit) {
-  const std::string_view own = text.substr(0, stretch.end);
-  TextRow row{{}, stretch.firstLine, stretch.firstRow};
-  for (std::size_t at = stretch.begin; at < stretch.end; ++row.lineNumber) {
-    row.line = TakeLine(own, at);
-    if (!IsRow(row.line)) continue;
-    if (Outcome outcome = visit(row); !outcome.Ok()) return outcome;
-    ++row.row;
-  }
-  Forget(text, stretch);
   return Outcome::Success();
 }
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string_view>
 #include <vector>
 
+#include "host/common/SharedProgress.h"
 #include "host/formats/converted/NumberText.h"
 
 namespace tarnhost {
@@ -22,9 +22,10 @@ struct LineStretch {
   std::uint64_t rows = 0;
 };
 
-/// Cuts a text from `begin` on, which starts line `firstLine`, into stretches. On all cores.
-[[nodiscard]] std::vector<LineStretch> IndexLines(std::string_view text, std::size_t begin,
-                                                  std::uint64_t firstLine);
+/// Cuts a text from `begin` on, which starts line `firstLine`, into stretches. On all cores; told
+/// how many bytes are done. kStopped.
+Outcome IndexLines(std::string_view text, std::size_t begin, std::uint64_t firstLine,
+                   SharedProgress& progress, std::vector<LineStretch>& stretches);
 
 /// One row of a stretch.
 struct TextRow {
@@ -33,9 +34,22 @@ struct TextRow {
   std::uint64_t row = 0;         ///< from 0
 };
 
-/// Calls `visit` for each row of a stretch, and stops at its first failure. Pages that were read
-/// are let go of.
-Outcome ForEachRow(std::string_view text, const LineStretch& stretch,
-                   const std::function<Outcome(const TextRow&)>& visit);
+/// Lets go of the pages of a stretch that was read.
+void ForgetStretch(std::string_view text, const LineStretch& stretch);
+
+/// Calls `visit` for each row of a stretch until it answers false. Pages that were read are let go
+/// of.
+template <typename Visit>
+void ForEachRow(std::string_view text, const LineStretch& stretch, const Visit& visit) {
+  const std::string_view own = text.substr(0, stretch.end);
+  TextRow row{{}, stretch.firstLine, stretch.firstRow};
+  for (std::size_t at = stretch.begin; at < stretch.end; ++row.lineNumber) {
+    row.line = TakeLine(own, at);
+    if (!IsRow(row.line)) continue;
+    if (!visit(row)) return;
+    ++row.row;
+  }
+  ForgetStretch(text, stretch);
+}
 
 }  // namespace tarnhost

@@ -2,9 +2,11 @@
 #include "host/formats/converted/NumberText.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace tarnhost {
 
@@ -29,6 +31,11 @@ bool StoreInteger(double number, std::uint8_t* out) {
 
 template <typename T>
 bool ParseInteger(std::string_view word, std::uint8_t* out) {
+  std::int64_t small = 0;
+  if (ParseShortInteger(word, small) && std::in_range<T>(small)) {
+    Put(static_cast<T>(small), out);
+    return true;
+  }
   T value = 0;
   if (ParseNumber(word, value)) {
     Put(value, out);
@@ -38,9 +45,40 @@ bool ParseInteger(std::string_view word, std::uint8_t* out) {
   return ParseReal(word, number) && StoreInteger<T>(number, out);
 }
 
+/// Reads what most numbers are, a sign, digits and a point; false for anything else and for more
+/// digits than are read exactly so: the digits as a whole number and the power of ten are both
+/// numbers of the type, and dividing them rounds correctly.
+template <typename T>
+bool ParsePlain(std::string_view word, T& value) {
+  constexpr std::uint64_t kMostDigits = std::uint64_t{1} << std::numeric_limits<T>::digits;
+  constexpr std::array<T, 11> kPowers{1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10};
+  const bool isNegative = !word.empty() && word.front() == '-';
+  if (isNegative) word.remove_prefix(1);
+  std::uint64_t digits = 0;
+  std::size_t count = 0;
+  std::size_t point = word.size();
+  for (std::size_t i = 0; i < word.size(); ++i) {
+    const auto digit = static_cast<unsigned>(word[i] - '0');
+    if (digit <= 9) {
+      digits = 10 * digits + digit;
+      ++count;
+    } else if (word[i] == '.' && point == word.size()) {
+      point = i;
+    } else {
+      return false;
+    }
+  }
+  const std::size_t decimals = point == word.size() ? 0 : word.size() - point - 1;
+  if (count == 0 || count > 18 || digits > kMostDigits || decimals >= kPowers.size()) return false;
+  const T number = static_cast<T>(digits) / kPowers[decimals];
+  value = isNegative ? -number : number;
+  return true;
+}
+
 }  // namespace
 
 bool ParseReal(std::string_view word, double& value) {
+  if (ParsePlain(word, value)) return true;
   if (word.size() > 1 && word.front() == '+' && word[1] != '-') word.remove_prefix(1);
   const char* const end = word.data() + word.size();
   const auto [stop, error] = std::from_chars(word.data(), end, value);
@@ -54,6 +92,24 @@ bool ParseReal(std::string_view word, double& value) {
   value = tiny ? 0 : std::numeric_limits<double>::infinity();
   if (word.front() == '-') value = -value;
   return true;
+}
+
+bool ParseFloat(std::string_view word, float& value) {
+  return ParsePlain(word, value) || ParseNumber(word, value);
+}
+
+bool IsReal(std::string_view word) {
+  std::size_t at = !word.empty() && (word[0] == '-' || word[0] == '+') ? 1 : 0;
+  std::size_t digits = 0;
+  std::size_t points = 0;
+  for (; at < word.size(); ++at) {
+    const bool isDigit = word[at] >= '0' && word[at] <= '9';
+    if (!isDigit && word[at] != '.') break;
+    ++(isDigit ? digits : points);
+  }
+  if (at == word.size()) return digits > 0 && points <= 1;
+  double value = 0;
+  return ParseReal(word, value);
 }
 
 bool ParseValue(std::string_view word, ValueType type, std::uint8_t* out) {
@@ -77,7 +133,7 @@ bool ParseValue(std::string_view word, ValueType type, std::uint8_t* out) {
     case ValueType::kFloat: {
       float value = 0;
       double number = 0;
-      if (ParseNumber(word, value)) {
+      if (ParseFloat(word, value)) {
         Put(value, out);
       } else if (ParseReal(word, number)) {
         Put(static_cast<float>(number), out);  // out of the range of floats
@@ -136,9 +192,9 @@ int DecimalsOfWord(std::string_view word) {
   return static_cast<int>(std::min<std::size_t>(word.size() - point - 1, 1000));
 }
 
-void SplitWords(std::string_view line, std::vector<std::string_view>& words) {
+void SplitWords(std::string_view line, std::vector<std::string_view>& words, std::size_t most) {
   words.clear();
-  for (std::size_t at = 0; at < line.size();) {
+  for (std::size_t at = 0; at < line.size() && words.size() < most;) {
     while (at < line.size() && IsBlank(line[at])) ++at;
     const std::size_t begin = at;
     while (at < line.size() && !IsBlank(line[at])) ++at;
@@ -146,21 +202,53 @@ void SplitWords(std::string_view line, std::vector<std::string_view>& words) {
   }
 }
 
-void SplitWords(std::string_view line, char separator, std::vector<std::string_view>& words) {
-  if (separator == 0) return SplitWords(line, words);
-  words.clear();
-  for (std::size_t at = 0; at <= line.size();) {
-    while (at < line.size() && IsBlank(line[at]) && line[at] != separator) ++at;
-    const bool isQuoted = at < line.size() && line[at] == '"';
-    const std::size_t begin = isQuoted ? at + 1 : at;
-    std::size_t end = std::min(line.find(isQuoted ? '"' : separator, begin), line.size());
-    at = std::min(line.find(separator, end), line.size());
-    if (!isQuoted) {
-      while (end > begin && IsBlank(line[end - 1])) --end;
-    }
-    words.push_back(line.substr(begin, end - begin));
+namespace {
+
+/// Where the word ends that a quotation mark before `at` began: at the next single one.
+std::size_t FindQuote(std::string_view line, std::size_t at) {
+  for (; at < line.size(); ++at) {
+    if (line[at] != '"') continue;
+    if (at + 1 == line.size() || line[at + 1] != '"') return at;
     ++at;
   }
+  return line.size();
+}
+
+}  // namespace
+
+void SplitWords(std::string_view line, char separator, std::vector<std::string_view>& words,
+                std::size_t most) {
+  if (separator == 0) return SplitWords(line, words, most);
+  words.clear();
+  // Words are short: a loop over them finds their ends sooner than a call for each.
+  const char* const letters = line.data();
+  const std::size_t size = line.size();
+  const auto findSeparator = [letters, size, separator](std::size_t at) {
+    while (at < size && letters[at] != separator) ++at;
+    return at;
+  };
+  for (std::size_t at = 0; at <= size && words.size() < most;) {
+    while (at < size && IsBlank(letters[at]) && letters[at] != separator) ++at;
+    const bool isQuoted = at < size && letters[at] == '"';
+    const std::size_t begin = isQuoted ? at + 1 : at;
+    std::size_t end = isQuoted ? FindQuote(line, begin) : findSeparator(begin);
+    at = isQuoted ? findSeparator(end) : end;
+    if (!isQuoted) {
+      while (end > begin && IsBlank(letters[end - 1])) --end;
+    }
+    words.emplace_back(letters + begin, end - begin);
+    ++at;
+  }
+}
+
+std::string Unquoted(std::string_view word) {
+  std::string text;
+  text.reserve(word.size());
+  for (std::size_t i = 0; i < word.size(); ++i) {
+    text += word[i];
+    if (word[i] == '"' && i + 1 < word.size() && word[i + 1] == '"') ++i;
+  }
+  return text;
 }
 
 std::string_view TakeLine(std::string_view text, std::size_t& at) {

@@ -75,13 +75,19 @@ class PointDecoder {
   /// Digits behind the point with which the source writes coordinates, per axis; 0 where it writes
   /// none.
   [[nodiscard]] virtual std::array<int, 3> GetDecimals() const { return {}; }
+  /// The texts that the values of string fields number, from 0; complete once all parts were
+  /// decoded without fields.
+  [[nodiscard]] virtual std::span<const std::string> GetStrings() const { return {}; }
+  /// About how many points there are, placeless ones included.
+  [[nodiscard]] virtual std::uint64_t GetRowCount() const = 0;
   /// What the file says besides its points, as it stands there: it travels with the cloud.
   [[nodiscard]] virtual std::span<const std::uint8_t> GetHeader() const = 0;
   /// What to tell the user about how the file was read, sentences.
   [[nodiscard]] virtual std::vector<std::string> GetNotices() const { return {}; }
 
-  /// Called before parts are decoded, as often as wanted, and after; may take memory in between.
-  virtual Outcome Begin() { return Outcome::Success(); }
+  /// Called before parts are decoded, as often as wanted, and after; may take memory and temporary
+  /// room in between, as the workspace says.
+  virtual Outcome Begin(const ScanWorkspace& /*workspace*/) { return Outcome::Success(); }
   virtual void End() {}
   /// Parts can be decoded one beside the other; the points stand in the order of the parts.
   [[nodiscard]] virtual std::size_t GetPartCount() const = 0;

@@ -13,13 +13,14 @@ class RowsBuffer {
     rows_.Resize(kMostRowsHere, fields_);
   }
 
-  /// The next point's places, which the caller fills; Next() goes on to the one after.
+  /// The next point's places, which the caller fills; Next() goes on to the one after, and answers
+  /// false where Flush() has to come first.
   [[nodiscard]] double& Coordinate(std::size_t axis) { return rows_.coordinates[axis][used_]; }
   [[nodiscard]] std::uint8_t* Field(std::size_t field) {
     return rows_.fields[field].data() + used_ * oocpc::ComponentBytes(fields_[field].type);
   }
   [[nodiscard]] bool HasFields() const { return !rows_.fields.empty(); }
-  Outcome Next() { return ++used_ < kMostRowsHere ? Outcome::Success() : Flush(); }
+  [[nodiscard]] bool Next() { return ++used_ < kMostRowsHere; }
   /// Hands on what is left.
   Outcome Flush() {
     rows_.count = used_;

@@ -85,7 +85,8 @@ void DecodeColumn(const TableColumn& column, const BinaryRows& source, std::uint
 }
 
 /// Puts one word into the row at hand; false when its column cannot hold it.
-bool ParseColumn(const TableColumn& column, std::string_view word, RowsBuffer& rows) {
+bool ParseColumn(const Table& table, const TableColumn& column, std::string_view word,
+                 RowsBuffer& rows) {
   if (column.role < TableColumn::kField) {
     double& coordinate = rows.Coordinate(static_cast<std::size_t>(column.role));
     float narrow = 0;
@@ -93,7 +94,7 @@ bool ParseColumn(const TableColumn& column, std::string_view word, RowsBuffer& r
       coordinate = kNoCoordinate;
       return true;
     }
-    if (column.type == ValueType::kFloat && ParseNumber(word, narrow)) {
+    if (column.type == ValueType::kFloat && ParseFloat(word, narrow)) {
       coordinate = narrow;
       return true;
     }
@@ -102,6 +103,11 @@ bool ParseColumn(const TableColumn& column, std::string_view word, RowsBuffer& r
   if (!rows.HasFields()) return true;
   if (column.role == TableColumn::kField) {
     std::uint8_t* const field = rows.Field(column.field);
+    if (column.type == ValueType::kString) {
+      const std::optional<std::uint32_t> number = table.FindText(word);
+      if (number) std::memcpy(field, &*number, sizeof(*number));
+      return number.has_value();
+    }
     const bool isReal = column.type == ValueType::kFloat || column.type == ValueType::kDouble;
     if (word.empty() && isReal) return StoreNumber(kNoCoordinate, column.type, field);
     return ParseValue(word, column.type, field);
@@ -113,6 +119,15 @@ bool ParseColumn(const TableColumn& column, std::string_view word, RowsBuffer& r
     *rows.Field(column.field + part) = value[kColorBytes[part]];
   }
   return true;
+}
+
+/// How many columns there are up to the last coordinate.
+std::size_t CountToCoordinates(const Table& table) {
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
+    if (table.columns[i].role < TableColumn::kField) count = i + 1;
+  }
+  return count;
 }
 
 Outcome BadLine(const std::string& where, std::uint64_t line, const std::string& what) {
@@ -144,6 +159,12 @@ void Table::AddSkipped(ValueType type) {
   TableColumn column;
   column.type = type;
   columns.push_back(column);
+}
+
+std::optional<std::uint32_t> Table::FindText(std::string_view word) const {
+  // Only between separators are quotation marks more than letters.
+  const bool isQuoted = separator != 0 && word.find("\"\"") != std::string_view::npos;
+  return isQuoted ? texts.Find(Unquoted(word)) : texts.Find(word);
 }
 
 void Table::AddPackedColor(ValueType type, std::size_t fieldCount) {
@@ -187,25 +208,30 @@ Outcome DecodeTextRows(const Table& table, std::string_view text, const LineStre
                        std::uint64_t firstRow, const std::string& where, bool withFields,
                        const PointDecoder::RowSink& take) {
   RowsBuffer rows(table.fields, withFields, take);
+  const std::size_t wanted =
+      table.areLinesCounted && !withFields ? CountToCoordinates(table) : table.columns.size();
   std::vector<std::string_view> words;
-  Outcome outcome = ForEachRow(text, stretch, [&](const TextRow& row) {
-    if (row.row < firstRow || row.row - firstRow >= table.rowCount) return Outcome::Success();
-    SplitWords(row.line, table.separator, words);
-    if (words.size() < table.columns.size()) {
-      return BadLine(where, row.lineNumber,
-                     "the line has " + std::to_string(words.size()) + " values instead of " +
-                         std::to_string(table.columns.size()));
+  Outcome failure;
+  ForEachRow(text, stretch, [&](const TextRow& row) {
+    if (row.row < firstRow || row.row - firstRow >= table.rowCount) return true;
+    SplitWords(row.line, table.separator, words, wanted);
+    if (words.size() < wanted) {
+      failure = BadLine(where, row.lineNumber,
+                        "the line has " + std::to_string(words.size()) + " values instead of " +
+                            std::to_string(table.columns.size()));
+      return false;
     }
-    for (std::size_t i = 0; i < table.columns.size(); ++i) {
-      if (!ParseColumn(table.columns[i], words[i], rows)) {
-        return BadLine(where, row.lineNumber,
-                       Quoted(words[i]) + " is no value of type " +
-                           oocpc::ValueTypeName(table.columns[i].type));
-      }
+    for (std::size_t i = 0; i < wanted; ++i) {
+      if (ParseColumn(table, table.columns[i], words[i], rows)) continue;
+      failure = BadLine(
+          where, row.lineNumber,
+          Quoted(words[i]) + " is no value of type " + oocpc::ValueTypeName(table.columns[i].type));
+      return false;
     }
-    return rows.Next();
+    if (!rows.Next()) failure = rows.Flush();
+    return failure.Ok();
   });
-  return outcome.Ok() ? rows.Flush() : outcome;
+  return failure.Ok() ? rows.Flush() : failure;
 }
 
 }  // namespace tarnhost

@@ -4,11 +4,13 @@
 #include <array>
 #include <bit>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 #include "host/formats/converted/LineIndex.h"
 #include "host/formats/converted/PointDecoder.h"
+#include "host/formats/converted/TextDictionary.h"
 
 namespace tarnhost {
 
@@ -32,12 +34,16 @@ struct Table {
   std::vector<ScanField> fields;
   CoordinateKind kind = CoordinateKind::kDouble;
   std::uint64_t rowCount = 0;
-  char separator = 0;  ///< between the words of a line; 0: blanks
+  char separator = 0;            ///< between the words of a line; 0: blanks
+  bool areLinesCounted = false;  ///< whether every line is known to have all words
+  TextDictionary texts;          ///< that fields of texts hold
 
   /// Adds a column that is a field of its own, a coordinate when its name is x, y or z and that is
   /// not there yet.
   void Add(std::string name, oocpc::ValueType type, bool mayBeCoordinate = true);
   void AddSkipped(oocpc::ValueType type);
+  /// The text that a word of a line is.
+  [[nodiscard]] std::optional<std::uint32_t> FindText(std::string_view word) const;
   /// `fieldCount`: 3, or 4 with alpha.
   void AddPackedColor(oocpc::ValueType type, std::size_t fieldCount);
   /// States offsets and strides for records with all columns in their order; gives their bytes.
@@ -56,6 +62,7 @@ void DecodeBinaryRows(const Table& table, const BinaryRows& source, std::uint64_
 
 /// Decodes rows of words: those of a stretch that are rows [firstRow, firstRow + rowCount) of the
 /// text. A word that is empty is a number that is missing. Failures name the line and the word.
+/// Without fields, words behind the coordinates are not looked at where they are known to be there.
 Outcome DecodeTextRows(const Table& table, std::string_view text, const LineStretch& stretch,
                        std::uint64_t firstRow, const std::string& where, bool withFields,
                        const PointDecoder::RowSink& take);

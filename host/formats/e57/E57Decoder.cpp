@@ -6,8 +6,10 @@
 #include <cmath>
 #include <cstring>
 
+#include "host/common/SharedProgress.h"
 #include "host/formats/converted/ConvertedScan.h"
 #include "host/formats/converted/NumberText.h"
+#include "host/formats/converted/TextDictionary.h"
 #include "host/formats/e57/E57Packets.h"
 #include "host/formats/e57/E57Pages.h"
 #include "host/formats/e57/E57Schema.h"
@@ -30,6 +32,7 @@ using Role = E57Target::Role;
 struct Values {
   std::vector<std::uint64_t> bits;
   std::vector<double> numbers;
+  std::vector<std::string> texts;
 
   void Convert(const E57Field& field) {
     numbers.resize(bits.size());
@@ -40,6 +43,8 @@ struct Values {
           break;
         case E57Field::Kind::kDouble:
           numbers[i] = std::bit_cast<double>(bits[i]);
+          break;
+        case E57Field::Kind::kText:
           break;
         case E57Field::Kind::kInteger:
         case E57Field::Kind::kScaledInteger:
@@ -62,34 +67,60 @@ bool IsReal(ValueType type) { return type == ValueType::kFloat || type == ValueT
 class ScanReader {
  public:
   ScanReader(const E57Pages& pages, const E57Scan& scan, const E57Schema& schema,
-             std::size_t number, const std::string& where)
-      : pages_(pages), scan_(scan), schema_(schema), number_(number), where_(where) {
-    for (const E57Field& field : scan.fields) streams_.emplace_back(field.GetBits());
+             const TextDictionary& texts, std::size_t number, const std::string& where)
+      : pages_(pages), scan_(scan), schema_(schema), texts_(texts), number_(number), where_(where) {
+    for (const E57Field& field : scan.fields) {
+      streams_.emplace_back(field.kind == E57Field::Kind::kText, field.GetBits());
+    }
     values_.resize(scan.fields.size());
   }
 
   Outcome Run(bool withFields, const PointDecoder::RowSink& take) {
+    return ForEachRun([&](std::size_t count) {
+      rows_.Resize(count, withFields ? std::span(schema_.fields) : std::span<const ScanField>());
+      PlacePoints(count);
+      if (withFields) FillFields(count);
+      return take(rows_);
+    });
+  }
+
+  /// Adds the texts of all points to a dictionary; `isFull` when there was no room.
+  Outcome CollectTexts(TextDictionary& dictionary, bool& isFull) {
+    return ForEachRun([&](std::size_t /*count*/) {
+      for (const Values& values : values_) {
+        for (const std::string& text : values.texts) isFull = isFull || !dictionary.Add(text);
+      }
+      return isFull ? Outcome::FromCode(result::kStopped) : Outcome::Success();
+    });
+  }
+
+ private:
+  /// Decodes all values, some points at a time, and calls `take` with their number.
+  template <typename Take>
+  Outcome ForEachRun(const Take& take) {
     E57Packets packets;
     Outcome outcome = E57Packets::Open(pages_, scan_.fileOffset, where_, packets);
     std::uint64_t left = scan_.recordCount;
     while (outcome.Ok() && left > 0) {
       const std::uint64_t there = std::min(CountThere(), left);
       if (there >= kRows || there == left) {
-        outcome = TakeRows(static_cast<std::size_t>(std::min(there, kRows)), withFields, take);
+        const auto count = static_cast<std::size_t>(std::min(there, kRows));
+        TakeValues(count);
+        outcome = take(count);
         left -= std::min(there, kRows);
         continue;
       }
       bool isEnd = false;
       outcome = packets.ReadNext(streams_, isEnd);
+      if (outcome.Ok()) outcome = CheckTexts();
       if (outcome.Ok() && isEnd) return Missing(left - there);
     }
     return outcome;
   }
 
- private:
   [[nodiscard]] std::uint64_t CountThere() const {
     std::uint64_t count = ~std::uint64_t{0};
-    for (const BitQueue& stream : streams_) count = std::min(count, stream.GetCount());
+    for (const FieldQueue& stream : streams_) count = std::min(count, stream.GetCount());
     return count;
   }
 
@@ -100,16 +131,28 @@ class ScanReader {
         where_, "copy or download the file again");
   }
 
-  Outcome TakeRows(std::size_t count, bool withFields, const PointDecoder::RowSink& take) {
+  [[nodiscard]] Outcome CheckTexts() {
     for (std::size_t i = 0; i < streams_.size(); ++i) {
+      if (!streams_[i].GetTexts().IsDamaged()) continue;
+      return Outcome::Failure(result::kScanContradictory,
+                              "a text of field " + Quoted(scan_.fields[i].name) +
+                                  " is longer than " + std::to_string(TextQueue::kMostTextBytes) +
+                                  " bytes",
+                              where_, "write the scan again with the program that made it");
+    }
+    return Outcome::Success();
+  }
+
+  void TakeValues(std::size_t count) {
+    for (std::size_t i = 0; i < streams_.size(); ++i) {
+      if (streams_[i].IsText()) {
+        streams_[i].GetTexts().Take(count, values_[i].texts);
+        continue;
+      }
       values_[i].bits.resize(count);
-      streams_[i].Take(count, values_[i].bits.data());
+      streams_[i].GetNumbers().Take(count, values_[i].bits.data());
       values_[i].Convert(scan_.fields[i]);
     }
-    rows_.Resize(count, withFields ? std::span(schema_.fields) : std::span<const ScanField>());
-    PlacePoints(count);
-    if (withFields) FillFields(count);
-    return take(rows_);
   }
 
   /// The numbers of a coordinate or a state; null where the scan has none.
@@ -157,6 +200,12 @@ class ScanReader {
       std::uint8_t* out = rows_.fields[field].data();
       const std::optional<std::size_t> source = SourceOf(field);
       for (std::size_t i = 0; i < count; ++i, out += bytes) {
+        if (type == ValueType::kString) {
+          const std::string_view text = source ? values_[*source].texts[i] : std::string_view();
+          const std::uint32_t number = texts_.Find(text).value_or(0);
+          std::memcpy(out, &number, sizeof(number));
+          continue;
+        }
         if (IsReal(type)) {
           (void)StoreNumber(source ? values_[*source].numbers[i] : kNoCoordinate, type, out);
           continue;
@@ -179,9 +228,10 @@ class ScanReader {
   const E57Pages& pages_;
   const E57Scan& scan_;
   const E57Schema& schema_;
+  const TextDictionary& texts_;
   std::size_t number_;
   const std::string& where_;
-  std::vector<BitQueue> streams_;
+  std::vector<FieldQueue> streams_;
   std::vector<Values> values_;
   PointRows rows_;
 };
@@ -191,10 +241,13 @@ class E57Decoder final : public PointDecoder {
   E57Decoder(std::span<const std::uint8_t> file, std::string where)
       : file_(file), where_(std::move(where)) {}
 
-  Outcome Load(bool verify) {
+  Outcome Load(const ScanOptions& options, bool verify) {
     if (Outcome outcome = E57Pages::Open(file_, where_, pages_); !outcome.Ok()) return outcome;
     if (verify) {
-      if (Outcome outcome = pages_.Verify(where_); !outcome.Ok()) return outcome;
+      SharedProgress progress([&](std::uint64_t done) {
+        return !options.progress || options.progress({"opening", done, file_.size(), "bytes"});
+      });
+      if (Outcome outcome = pages_.Verify(where_, progress); !outcome.Ok()) return outcome;
     }
     if (pages_.GetXmlBytes() > kMostXmlBytes) {
       return Outcome::Failure(result::kScanUnsupported, "the XML section is too long", where_,
@@ -208,23 +261,53 @@ class E57Decoder final : public PointDecoder {
       if (Outcome outcome = CheckScan(i); !outcome.Ok()) return outcome;
     }
     schema_ = E57Schema::Of(scans_);
-    return Outcome::Success();
+    return schema_.HasTexts() ? CollectTexts(options) : Outcome::Success();
   }
 
   const std::vector<ScanField>& GetFields() const override { return schema_.fields; }
   CoordinateKind GetCoordinateKind() const override { return schema_.kind; }
   std::optional<PositionTransform> GetOwnTransform() const override { return schema_.transform; }
   std::span<const std::uint8_t> GetHeader() const override { return xml_; }
+  std::span<const std::string> GetStrings() const override { return texts_.GetTexts(); }
+  std::uint64_t GetRowCount() const override {
+    std::uint64_t count = 0;  // which makes no sense where the file does not: for progress alone
+    for (const E57Scan& scan : scans_) count += scan.hasPoints ? scan.recordCount : 0;
+    return count;
+  }
   std::size_t GetPartCount() const override { return scans_.size(); }
   Outcome Decode(std::size_t part, bool withFields, const RowSink& take) const override {
     if (!scans_[part].hasPoints) return Outcome::Success();
     const std::string where = WhereOf(part);
-    return ScanReader(pages_, scans_[part], schema_, part, where).Run(withFields, take);
+    return ScanReader(pages_, scans_[part], schema_, texts_, part, where).Run(withFields, take);
   }
 
  private:
   [[nodiscard]] std::string WhereOf(std::size_t scan) const {
     return where_ + ", scan " + std::to_string(scan);
+  }
+
+  /// Texts are numbered scan by scan; the empty one, which scans without them have, comes first.
+  Outcome CollectTexts(const ScanOptions& options) {
+    bool isFull = !texts_.Add({});
+    for (std::size_t i = 0; i < scans_.size(); ++i) {
+      const bool hasTexts = std::ranges::find(scans_[i].fields, E57Field::Kind::kText,
+                                              &E57Field::kind) != scans_[i].fields.end();
+      if (!scans_[i].hasPoints || !hasTexts) continue;
+      if (options.progress && !options.progress({"opening", i, scans_.size(), "scans"})) {
+        return Outcome::FromCode(result::kStopped);
+      }
+      const std::string where = WhereOf(i);
+      Outcome outcome =
+          ScanReader(pages_, scans_[i], schema_, texts_, i, where).CollectTexts(texts_, isFull);
+      if (isFull) {
+        return Outcome::Failure(result::kScanUnsupported,
+                                "the points have more different texts than can be kept (" +
+                                    std::to_string(TextDictionary::kMostTexts) + ")",
+                                where, "write the scan without them");
+      }
+      if (!outcome.Ok()) return outcome;
+    }
+    return Outcome::Success();
   }
 
   [[nodiscard]] Outcome CheckScan(std::size_t number) const {
@@ -233,6 +316,13 @@ class E57Decoder final : public PointDecoder {
     const auto has = [&](const char* name) {
       return std::ranges::find(scan.fields, name, &E57Field::name) != scan.fields.end();
     };
+    for (const E57Field& field : scan.fields) {
+      if (field.kind != E57Field::Kind::kText || TargetOf(field).role == Role::kField) continue;
+      return Outcome::Failure(result::kScanContradictory,
+                              "field " + Quoted(field.name) + " holds texts in place of numbers",
+                              WhereOf(number),
+                              "write the scan again with the program that made it");
+    }
     const bool isPlaced =
         (has("cartesianX") && has("cartesianY") && has("cartesianZ")) ||
         (has("sphericalRange") && has("sphericalAzimuth") && has("sphericalElevation"));
@@ -256,15 +346,16 @@ class E57Decoder final : public PointDecoder {
   std::vector<std::uint8_t> xml_;
   std::vector<E57Scan> scans_;
   E57Schema schema_;
+  TextDictionary texts_;
 };
 
 }  // namespace
 
 Outcome OpenE57(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource> bytes,
-                std::unique_ptr<ScanFile>& scan, bool verify) {
+                const ScanOptions& options, std::unique_ptr<ScanFile>& scan, bool verify) {
   auto decoder = std::make_unique<E57Decoder>(bytes->GetBytes(), path.string());
-  if (Outcome outcome = decoder->Load(verify); !outcome.Ok()) return outcome;
-  return ConvertedScan::Open(path, std::move(bytes), std::move(decoder), scan);
+  if (Outcome outcome = decoder->Load(options, verify); !outcome.Ok()) return outcome;
+  return ConvertedScan::Open(path, std::move(bytes), options, std::move(decoder), scan);
 }
 
 }  // namespace tarnhost

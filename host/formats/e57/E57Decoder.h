@@ -11,8 +11,8 @@
 namespace tarnhost {
 
 /// Opens an E57 file that is mapped already. Without `verify`, checksums of pages are not looked
-/// at. kScanTruncated, kScanContradictory, kScanUnsupported.
+/// at. kScanTruncated, kScanContradictory, kScanUnsupported; kStopped.
 Outcome OpenE57(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource> bytes,
-                std::unique_ptr<ScanFile>& scan, bool verify = true);
+                const ScanOptions& options, std::unique_ptr<ScanFile>& scan, bool verify = true);
 
 }  // namespace tarnhost

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include "OOCPointCloud/support/Bytes.h"
 
@@ -44,6 +45,40 @@ void BitQueue::Take(std::size_t count, std::uint64_t* values) {
   const std::size_t done = at_ / 8;
   bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(done));
   at_ -= 8 * done;
+}
+
+void TextQueue::Append(std::span<const std::uint8_t> bytes) {
+  if (isDamaged_) return;
+  bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
+  std::size_t at = 0;
+  while (TakeOne(at)) {
+  }
+  bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(at));
+}
+
+/// Moves `at` behind the text that begins there, if all of it is there.
+bool TextQueue::TakeOne(std::size_t& at) {
+  const std::size_t there = bytes_.size() - at;
+  if (there == 0) return false;
+  const std::size_t head = (bytes_[at] & 1u) == 0 ? 1 : sizeof(std::uint64_t);
+  if (there < head) return false;
+  const std::uint64_t length =
+      head == 1 ? bytes_[at] >> 1u : oocpc::LoadLittleEndian<std::uint64_t>(&bytes_[at]) >> 1u;
+  isDamaged_ = length > kMostTextBytes;
+  if (isDamaged_ || length > there - head) return false;
+  const auto begin = bytes_.begin() + static_cast<std::ptrdiff_t>(at + head);
+  texts_.emplace_back(begin, begin + static_cast<std::ptrdiff_t>(length));
+  at += head + static_cast<std::size_t>(length);
+  return true;
+}
+
+void TextQueue::Take(std::size_t count, std::vector<std::string>& texts) {
+  texts.clear();
+  texts.reserve(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    texts.push_back(std::move(texts_.front()));
+    texts_.pop_front();
+  }
 }
 
 Outcome E57Packets::Open(const E57Pages& pages, std::uint64_t physical, const std::string& where,
@@ -83,7 +118,7 @@ Outcome E57Packets::Fail(const std::string& what) const {
                           "program that made it");
 }
 
-Outcome E57Packets::ReadNext(std::vector<BitQueue>& streams, bool& isEnd) {
+Outcome E57Packets::ReadNext(std::vector<FieldQueue>& streams, bool& isEnd) {
   isEnd = false;
   while (end_ - at_ >= kPacketHeadBytes) {
     std::array<std::uint8_t, kPacketHeadBytes> head{};
@@ -103,7 +138,7 @@ Outcome E57Packets::ReadNext(std::vector<BitQueue>& streams, bool& isEnd) {
   return Outcome::Success();
 }
 
-Outcome E57Packets::ReadStreams(std::size_t packetBytes, std::vector<BitQueue>& streams) {
+Outcome E57Packets::ReadStreams(std::size_t packetBytes, std::vector<FieldQueue>& streams) {
   packet_.resize(packetBytes);
   (void)pages_->Read(at_, packetBytes, packet_.data());
   const std::span<const std::uint8_t> packet(packet_);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <span>
 #include <string>
 #include <vector>
@@ -34,6 +35,49 @@ class BitQueue {
   std::size_t at_ = 0;  ///< bits taken
 };
 
+/// Texts, each behind its length, as their bytes come in. A length takes one byte when it is below
+/// 128, which is doubled then, else eight, with the lowest bit set.
+class TextQueue {
+ public:
+  /// Longer texts are taken for damage.
+  static constexpr std::uint64_t kMostTextBytes = 1u << 20;
+
+  void Append(std::span<const std::uint8_t> bytes);
+  [[nodiscard]] std::uint64_t GetCount() const { return texts_.size(); }
+  /// Takes texts out; there have to be as many.
+  void Take(std::size_t count, std::vector<std::string>& texts);
+  [[nodiscard]] bool IsDamaged() const { return isDamaged_; }
+
+ private:
+  bool TakeOne(std::size_t& at);
+
+  std::vector<std::uint8_t> bytes_;  ///< of a text that goes on
+  std::deque<std::string> texts_;
+  bool isDamaged_ = false;
+};
+
+/// The stream of one field.
+class FieldQueue {
+ public:
+  /// Of texts, or of values of so many bits.
+  explicit FieldQueue(bool isText, unsigned bits) : isText_(isText), numbers_(bits) {}
+
+  void Append(std::span<const std::uint8_t> bytes) {
+    isText_ ? texts_.Append(bytes) : numbers_.Append(bytes);
+  }
+  [[nodiscard]] std::uint64_t GetCount() const {
+    return isText_ ? texts_.GetCount() : numbers_.GetCount();
+  }
+  [[nodiscard]] bool IsText() const { return isText_; }
+  [[nodiscard]] TextQueue& GetTexts() { return texts_; }
+  [[nodiscard]] BitQueue& GetNumbers() { return numbers_; }
+
+ private:
+  bool isText_;
+  TextQueue texts_;
+  BitQueue numbers_;
+};
+
 /// Reads one packet after the other. One thread at a time; borrows the pages.
 class E57Packets {
  public:
@@ -44,11 +88,11 @@ class E57Packets {
 
   /// Adds the content of the next data packet to the streams; `isEnd` when there is none.
   /// kScanContradictory.
-  Outcome ReadNext(std::vector<BitQueue>& streams, bool& isEnd);
+  Outcome ReadNext(std::vector<FieldQueue>& streams, bool& isEnd);
 
  private:
   [[nodiscard]] Outcome Fail(const std::string& what) const;
-  Outcome ReadStreams(std::size_t packetBytes, std::vector<BitQueue>& streams);
+  Outcome ReadStreams(std::size_t packetBytes, std::vector<FieldQueue>& streams);
 
   const E57Pages* pages_ = nullptr;
   std::string where_;

@@ -6,6 +6,7 @@
 #include "host/formats/e57/E57Pages.h"
 
 #include <OOCPointCloud/Repositories.h>
+#include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
@@ -72,9 +73,10 @@ Outcome E57Pages::Open(std::span<const std::uint8_t> file, const std::string& wh
   return Outcome::Success();
 }
 
-Outcome E57Pages::Verify(const std::string& where) const {
+Outcome E57Pages::Verify(const std::string& where, SharedProgress& progress) const {
+  constexpr std::uint64_t kRun = 256;
   std::atomic<std::uint64_t> bad = pageCount_;
-  tbb::parallel_for(std::uint64_t{0}, pageCount_, [&](std::uint64_t page) {
+  const auto check = [&](std::uint64_t page) {
     const std::uint8_t* const bytes = file_.data() + page * pageBytes_;
     const std::uint8_t* const end = bytes + contentBytes_;
     const std::uint32_t stated = std::uint32_t{end[0]} << 24 | std::uint32_t{end[1]} << 16 |
@@ -83,8 +85,15 @@ Outcome E57Pages::Verify(const std::string& where) const {
     std::uint64_t first = bad;
     while (page < first && !bad.compare_exchange_weak(first, page)) {
     }
+  };
+  using Pages = tbb::blocked_range<std::uint64_t>;
+  tbb::parallel_for(Pages(0, pageCount_, kRun), [&](const Pages& pages) {
+    if (!progress.GoesOn()) return;
+    for (std::uint64_t page = pages.begin(); page != pages.end(); ++page) check(page);
+    progress.Add(pages.size() * pageBytes_);
   });
   OOCPCForgetPages(file_);
+  if (!progress.GoesOn()) return Outcome::FromCode(result::kStopped);
   if (bad == pageCount_) return Outcome::Success();
   return Outcome::Failure(result::kScanContradictory,
                           "page " + std::to_string(bad + 1) + " of " + std::to_string(pageCount_) +

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "host/common/Outcome.h"
+#include "host/common/SharedProgress.h"
 
 namespace tarnhost {
 
@@ -20,8 +21,9 @@ class E57Pages {
   static Outcome Open(std::span<const std::uint8_t> file, const std::string& where,
                       E57Pages& pages);
 
-  /// Checks all checksums, on all cores. kScanContradictory for the first page that was altered.
-  [[nodiscard]] Outcome Verify(const std::string& where) const;
+  /// Checks all checksums, on all cores; told how many bytes are done. kScanContradictory for the
+  /// first page that was altered; kStopped.
+  Outcome Verify(const std::string& where, SharedProgress& progress) const;
 
   [[nodiscard]] std::uint64_t GetXmlOffset() const { return xmlOffset_; }  ///< logical
   [[nodiscard]] std::uint64_t GetXmlBytes() const { return xmlBytes_; }

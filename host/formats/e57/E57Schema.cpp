@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <utility>
 
 namespace tarnhost {
 
@@ -21,23 +22,6 @@ std::size_t IndexIn(const std::array<const char*, kCount>& names, const std::str
       std::ranges::find_if(names, [&](const char* one) { return name == one; }) - names.begin());
 }
 
-E57Target TargetOf(const E57Field& field) {
-  using Role = E57Target::Role;
-  E57Target target;
-  if (const std::size_t axis = IndexIn(kCartesian, field.name); axis < 3) {
-    target.role = Role::kCartesian;
-    target.axis = axis;
-  } else if (const std::size_t part = IndexIn(kSpherical, field.name); part < 3) {
-    target.role = Role::kSpherical;
-    target.axis = part;
-  } else if (field.name == "cartesianInvalidState") {
-    target.role = Role::kCartesianState;
-  } else if (field.name == "sphericalInvalidState") {
-    target.role = Role::kSphericalState;
-  }
-  return target;
-}
-
 bool HasAll(const std::vector<E57Target>& targets, E57Target::Role role) {
   std::array<bool, 3> found{};
   for (const E57Target& target : targets) {
@@ -48,6 +32,7 @@ bool HasAll(const std::vector<E57Target>& targets, E57Target::Role role) {
 
 /// The values that fields of one name can have.
 struct Range {
+  bool isText = false;
   bool isReal = false;
   bool isWide = false;  ///< 64-bit floats, or integers beside floats
   std::int64_t least = 0;
@@ -55,6 +40,7 @@ struct Range {
 
   static Range Of(const E57Field& field) {
     Range range;
+    range.isText = field.kind == E57Field::Kind::kText;
     range.isReal = field.kind != E57Field::Kind::kInteger;
     range.isWide = range.isReal && field.kind != E57Field::Kind::kFloat;
     range.least = field.minimum;
@@ -72,6 +58,7 @@ struct Range {
     greatest = std::max(greatest, other.greatest);
   }
   [[nodiscard]] ValueType Type() const {
+    if (isText) return ValueType::kString;
     if (isReal) return isWide ? ValueType::kDouble : ValueType::kFloat;
     constexpr std::array kSigned{ValueType::kInt8, ValueType::kInt16, ValueType::kInt32};
     constexpr std::array kUnsigned{ValueType::kUInt8, ValueType::kUInt16, ValueType::kUInt32};
@@ -133,7 +120,8 @@ class Builder {
           (target.role == Role::kCartesian && schema_.kind == CoordinateKind::kComputed);
       if (!isKept) continue;
       const std::string name = E57FieldName(source.name);
-      const auto [place, isNew] = places_.try_emplace(name, schema_.fields.size());
+      const bool isText = source.kind == E57Field::Kind::kText;
+      const auto [place, isNew] = places_.try_emplace({name, isText}, schema_.fields.size());
       if (isNew) schema_.fields.push_back({name, ValueType::kDouble, {}});
       target.field = place->second;
       const Range range = Range::Of(source);
@@ -167,11 +155,28 @@ class Builder {
 
   const std::vector<E57Scan>& scans_;
   E57Schema schema_;
-  std::map<std::string, std::size_t> places_;
+  std::map<std::pair<std::string, bool>, std::size_t> places_;  ///< by name, and whether texts
   std::map<std::size_t, Range> ranges_;
 };
 
 }  // namespace
+
+E57Target TargetOf(const E57Field& field) {
+  using Role = E57Target::Role;
+  E57Target target;
+  if (const std::size_t axis = IndexIn(kCartesian, field.name); axis < 3) {
+    target.role = Role::kCartesian;
+    target.axis = axis;
+  } else if (const std::size_t part = IndexIn(kSpherical, field.name); part < 3) {
+    target.role = Role::kSpherical;
+    target.axis = part;
+  } else if (field.name == "cartesianInvalidState") {
+    target.role = Role::kCartesianState;
+  } else if (field.name == "sphericalInvalidState") {
+    target.role = Role::kSphericalState;
+  }
+  return target;
+}
 
 std::string E57FieldName(const std::string& name) {
   if (name == "colorRed") return "red";
@@ -188,6 +193,10 @@ std::string E57FieldName(const std::string& name) {
     }
   }
   return snake;
+}
+
+bool E57Schema::HasTexts() const {
+  return std::ranges::find(fields, ValueType::kString, &ScanField::type) != fields.end();
 }
 
 E57Schema E57Schema::Of(const std::vector<E57Scan>& scans) { return Builder(scans).Build(); }

@@ -24,16 +24,20 @@ struct E57Target {
   std::optional<std::size_t> field;  ///< of the cloud, where the value is kept
 };
 
-/// The cloud of several scans. Fields are put together by their names; what a scan lacks is zero,
-/// or no number for floating-point fields.
+/// The cloud of several scans. Fields are put together by their names, texts by themselves; what a
+/// scan lacks is zero, no number for floating-point fields, and the empty text.
 struct E57Schema {
   std::vector<ScanField> fields;                ///< the first is the number of the scan
   std::vector<std::vector<E57Target>> targets;  ///< of each scan's fields
   CoordinateKind kind = CoordinateKind::kDouble;
   std::optional<PositionTransform> transform;  ///< where all scans have one and the same
 
+  [[nodiscard]] bool HasTexts() const;
   static E57Schema Of(const std::vector<E57Scan>& scans);
 };
+
+/// What a field is by its name.
+[[nodiscard]] E57Target TargetOf(const E57Field& field);
 
 /// A field's name in the cloud: "rowIndex" is row_index, "colorRed" is red; names of extensions
 /// stay.

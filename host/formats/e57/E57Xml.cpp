@@ -134,6 +134,10 @@ class Reader {
       field.kind = isSingle ? E57Field::Kind::kFloat : E57Field::Kind::kDouble;
       return Outcome::Success();
     }
+    if (type == "String") {
+      field.kind = E57Field::Kind::kText;
+      return Outcome::Success();
+    }
     if (type != "Integer" && type != "ScaledInteger") {
       return Fail(
           "values of type " + Quoted(type) + " (field " + Quoted(field.name) + ") are not read",
@@ -162,6 +166,7 @@ class Reader {
 unsigned E57Field::GetBits() const {
   if (kind == Kind::kFloat) return 32;
   if (kind == Kind::kDouble) return 64;
+  if (kind == Kind::kText) return 8;
   return static_cast<unsigned>(
       std::bit_width(static_cast<std::uint64_t>(maximum) - static_cast<std::uint64_t>(minimum)));
 }

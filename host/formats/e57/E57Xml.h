@@ -14,7 +14,7 @@ namespace tarnhost {
 
 /// One field of a scan's records.
 struct E57Field {
-  enum class Kind { kInteger, kScaledInteger, kFloat, kDouble };
+  enum class Kind { kInteger, kScaledInteger, kFloat, kDouble, kText };
 
   std::string name;  ///< as the file has it, for instance "cartesianX" or "nor:normalX"
   Kind kind = Kind::kDouble;
@@ -26,7 +26,7 @@ struct E57Field {
   [[nodiscard]] bool IsInteger() const {
     return kind == Kind::kInteger || kind == Kind::kScaledInteger;
   }
-  /// Bits of a value in the file.
+  /// Bits of a value in the file; of a text, the fewest.
   [[nodiscard]] unsigned GetBits() const;
 };
 

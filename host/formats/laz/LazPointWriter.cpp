@@ -61,18 +61,25 @@ Outcome LazPointWriter::Submit() {
 }
 
 void LazPointWriter::Encode(Job& job) {
-  int waiting = Job::kWaiting;
-  if (!job.state.compare_exchange_strong(waiting, Job::kRunning)) return;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (job.state != Job::kWaiting) return;
+    job.state = Job::kRunning;
+  }
   encoders_.local().Encode(job.records, job.chunk);
+  const std::lock_guard<std::mutex> lock(mutex_);
   job.state = Job::kDone;
-  job.state.notify_all();
+  done_.notify_all();
 }
 
 Outcome LazPointWriter::WriteFront() {
   const std::shared_ptr<Job> job = jobs_.front();
   jobs_.pop_front();
   Encode(*job);  // unless another thread has begun
-  job->state.wait(Job::kRunning);
+  {
+    std::unique_lock<std::mutex> lock(mutex_);
+    done_.wait(lock, [&] { return job->state == Job::kDone; });
+  }
   const auto points = static_cast<std::uint32_t>(job->records.size() / layout_.recordBytes);
   chunks_.push_back({file_.GetLength(), job->chunk.size(), pointCount_, points});
   pointCount_ += points;

@@ -4,9 +4,10 @@
 #include <tbb/enumerable_thread_specific.h>
 #include <tbb/task_group.h>
 
-#include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <vector>
 
@@ -41,10 +42,10 @@ class LazPointWriter {
 
  private:
   struct Job {
-    enum State : int { kWaiting, kRunning, kDone };
+    enum State { kWaiting, kRunning, kDone };
     std::vector<std::uint8_t> records;
     std::vector<std::uint8_t> chunk;
-    std::atomic<int> state{kWaiting};
+    State state = kWaiting;
   };
 
   Outcome Submit();
@@ -59,6 +60,9 @@ class LazPointWriter {
   std::vector<Chunk> chunks_;
   std::deque<std::shared_ptr<Job>> jobs_;
   std::size_t mostJobs_;
+  // Not std::atomic's own way to wait, which misses wake-ups in GCC 12 for Windows.
+  std::mutex mutex_;  ///< of all jobs' states
+  std::condition_variable done_;
   tbb::enumerable_thread_specific<ChunkEncoder> encoders_;
   tbb::task_group tasks_;
 };

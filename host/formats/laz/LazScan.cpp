@@ -169,7 +169,7 @@ Outcome LazScan::DecodeInto(std::size_t index, laz::ChunkDecoder& decoder,
 
 Outcome LazScan::Prepare(ScanWorkspace& workspace) {
   if (records_ != nullptr) return Outcome::Success();  // once is enough
-  const std::uint64_t bytes = GetPointCount() * GetRecordBytes();
+  const std::uint64_t bytes = GetScratchBytes();
   Outcome outcome =
       ScratchBytes::Create(bytes, workspace.memoryBytes, workspace.temporaryFolder, records_);
   if (!outcome.Ok()) return outcome;

@@ -37,6 +37,9 @@ class LazScan final : public LasBasedScan {
   /// Decodes all chunks, on all cores. DecodeChunk's failure for the first one that is damaged, and
   /// those of ScratchBytes; kStopped.
   Outcome Prepare(ScanWorkspace& workspace) override;
+  [[nodiscard]] std::uint64_t GetScratchBytes() const override {
+    return GetPointCount() * GetRecordBytes();
+  }
   void Release() override { records_.reset(); }
   void ReadPositions(std::uint64_t first, std::uint64_t count, std::int32_t* xyz) const override;
   void ReadRecords(std::uint64_t first, std::uint64_t count, std::uint8_t* out) const override;

@@ -10,9 +10,10 @@
 
 namespace tarnhost {
 
-/// Opens a PCD file that is mapped already. kScanTruncated, kScanContradictory, kScanUnsupported;
-/// kOutOfMemory for compressed data that does not fit into memory.
+/// Opens a PCD file that is mapped already. Compressed points are unpacked in memory as far as the
+/// options allow, else in a temporary file. kScanTruncated, kScanContradictory, kScanUnsupported;
+/// kStopped; those of ScratchBytes.
 Outcome OpenPcd(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource> bytes,
-                std::unique_ptr<ScanFile>& scan);
+                const ScanOptions& options, std::unique_ptr<ScanFile>& scan);
 
 }  // namespace tarnhost

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string_view>
 
+#include "host/formats/converted/HeaderLines.h"
 #include "host/formats/converted/NumberText.h"
 
 namespace tarnhost {
@@ -14,10 +15,8 @@ using oocpc::ValueType;
 
 namespace {
 
-constexpr std::size_t kMostHeaderBytes = 1u << 20;
 /// Values of a point: more than histograms of features have, and few enough for a record.
 constexpr std::size_t kMostValues = 1024;
-constexpr const char* kRemedy = "write the scan again with the program that made it";
 
 std::optional<ValueType> TypeOf(std::string_view letter, std::uint32_t bytes) {
   if (letter == "F" && bytes == 4) return ValueType::kFloat;
@@ -41,26 +40,21 @@ std::optional<ValueType> TypeOf(std::string_view letter, std::uint32_t bytes) {
 /// Reads a header line by line.
 class Reader {
  public:
-  Reader(std::string_view text, std::string where, PcdHeader& header)
-      : text_(text), where_(std::move(where)), header_(header) {}
+  Reader(std::span<const std::uint8_t> file, const std::string& where, PcdHeader& header)
+      : lines_(file, where), words_(lines_.GetWords()), header_(header) {}
 
   Outcome Run() {
-    while (at_ < text_.size() && at_ <= kMostHeaderBytes) {
-      const std::string_view line = TakeLine(text_, at_);
-      ++header_.lines;
-      SplitWords(line, words_);
-      if (words_.empty() || words_[0].starts_with('#')) continue;
+    while (lines_.Next()) {
+      if (words_[0].starts_with('#')) continue;
       if (Outcome outcome = Read(); !outcome.Ok()) return outcome;
       if (words_[0] == "DATA") return Finish();
     }
-    return Outcome::Failure(result::kScanTruncated, "the PCD header has no line DATA", where_,
-                            "copy or download the file again");
+    return lines_.FailAtEnd("the PCD header has no line DATA");
   }
 
  private:
-  Outcome Fail(HRESULT code, const std::string& what) const {
-    return Outcome::Failure(code, what, where_ + ", line " + std::to_string(header_.lines),
-                            kRemedy);
+  [[nodiscard]] Outcome Fail(HRESULT code, const std::string& what) const {
+    return lines_.Fail(code, what);
   }
 
   Outcome Read() {
@@ -129,7 +123,8 @@ class Reader {
   }
 
   Outcome Finish() {
-    header_.bytes = at_;
+    header_.bytes = lines_.GetEnd();
+    header_.lines = lines_.GetLine();
     const std::size_t count = header_.fields.size();
     if (counts_.empty()) counts_.assign(count, 1);
     if (count == 0 || sizes_.size() != count || types_.size() != count || counts_.size() != count) {
@@ -166,11 +161,9 @@ class Reader {
     return Outcome::Success();
   }
 
-  std::string_view text_;
-  std::string where_;
+  HeaderLines lines_;
+  const std::vector<std::string_view>& words_;  ///< of the line
   PcdHeader& header_;
-  std::size_t at_ = 0;
-  std::vector<std::string_view> words_;
   std::vector<std::uint32_t> sizes_;
   std::vector<std::uint32_t> counts_;
   std::vector<std::string_view> types_;
@@ -201,7 +194,7 @@ bool IsPcd(std::span<const std::uint8_t> file) {
 Outcome ParsePcdHeader(std::span<const std::uint8_t> file, const std::string& where,
                        PcdHeader& header) {
   header = {};
-  return Reader({reinterpret_cast<const char*>(file.data()), file.size()}, where, header).Run();
+  return Reader(file, where, header).Run();
 }
 
 }  // namespace tarnhost

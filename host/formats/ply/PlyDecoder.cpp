@@ -19,7 +19,7 @@ class PlyDecoder final : public PointDecoder {
   PlyDecoder(std::span<const std::uint8_t> file, std::string where)
       : file_(file), where_(std::move(where)) {}
 
-  Outcome Load() {
+  Outcome Load(const ScanOptions& options) {
     if (Outcome outcome = ParsePlyHeader(file_, where_, header_); !outcome.Ok()) return outcome;
     const PlyElement& vertex = header_.elements[header_.vertexElement];
     for (const PlyProperty& property : vertex.properties) table_.Add(property.name, property.type);
@@ -28,12 +28,17 @@ class PlyDecoder final : public PointDecoder {
       return Outcome::Failure(result::kScanUnsupported, "the vertices have no x, y and z", where_,
                               "write the scan with coordinates");
     }
-    return header_.format == PlyFormat::kText ? FindLines() : FindRecords();
+    if (header_.format != PlyFormat::kText) return FindRecords();
+    SharedProgress progress([&, total = file_.size() - header_.bytes](std::uint64_t done) {
+      return !options.progress || options.progress({"opening", done, total, "bytes"});
+    });
+    return FindLines(progress);
   }
 
   const std::vector<ScanField>& GetFields() const override { return table_.fields; }
   CoordinateKind GetCoordinateKind() const override { return table_.kind; }
   std::span<const std::uint8_t> GetHeader() const override { return file_.first(header_.bytes); }
+  std::uint64_t GetRowCount() const override { return table_.rowCount; }
   std::vector<std::string> GetNotices() const override {
     std::string passed;
     for (std::size_t i = 0; i < header_.elements.size(); ++i) {
@@ -71,8 +76,9 @@ class PlyDecoder final : public PointDecoder {
                             "copy or download the file again");
   }
 
-  Outcome FindLines() {
-    stretches_ = IndexLines(Text(), header_.bytes, header_.lines + 1);
+  Outcome FindLines(SharedProgress& progress) {
+    Outcome indexed = IndexLines(Text(), header_.bytes, header_.lines + 1, progress, stretches_);
+    if (!indexed.Ok()) return indexed;
     const std::uint64_t rows =
         stretches_.empty() ? 0 : stretches_.back().firstRow + stretches_.back().rows;
     for (std::size_t i = 0; i < header_.vertexElement; ++i) {
@@ -154,10 +160,10 @@ class PlyDecoder final : public PointDecoder {
 }  // namespace
 
 Outcome OpenPly(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource> bytes,
-                std::unique_ptr<ScanFile>& scan) {
+                const ScanOptions& options, std::unique_ptr<ScanFile>& scan) {
   auto decoder = std::make_unique<PlyDecoder>(bytes->GetBytes(), path.string());
-  if (Outcome outcome = decoder->Load(); !outcome.Ok()) return outcome;
-  return ConvertedScan::Open(path, std::move(bytes), std::move(decoder), scan);
+  if (Outcome outcome = decoder->Load(options); !outcome.Ok()) return outcome;
+  return ConvertedScan::Open(path, std::move(bytes), options, std::move(decoder), scan);
 }
 
 }  // namespace tarnhost

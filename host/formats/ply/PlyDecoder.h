@@ -11,8 +11,8 @@
 namespace tarnhost {
 
 /// Opens a PLY file that is mapped already. The vertices are the points; other elements are passed
-/// over. kScanTruncated, kScanContradictory, kScanUnsupported.
+/// over. kScanTruncated, kScanContradictory, kScanUnsupported; kStopped.
 Outcome OpenPly(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource> bytes,
-                std::unique_ptr<ScanFile>& scan);
+                const ScanOptions& options, std::unique_ptr<ScanFile>& scan);
 
 }  // namespace tarnhost

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "host/formats/converted/HeaderLines.h"
 #include "host/formats/converted/NumberText.h"
 
 namespace tarnhost {
@@ -16,9 +17,7 @@ using oocpc::ValueType;
 
 namespace {
 
-constexpr std::size_t kMostHeaderBytes = 1u << 20;
 constexpr std::size_t kMostProperties = 1024;
-constexpr const char* kRemedy = "write the scan again with the program that made it";
 
 /// Both names that PLY has for each type.
 constexpr std::array<std::pair<std::string_view, ValueType>, 16> kTypes{{
@@ -52,31 +51,25 @@ bool IsReal(ValueType type) { return type == ValueType::kFloat || type == ValueT
 /// Reads a header line by line.
 class Reader {
  public:
-  Reader(std::string_view text, std::string where, PlyHeader& header)
-      : text_(text), where_(std::move(where)), header_(header) {}
+  Reader(std::span<const std::uint8_t> file, const std::string& where, PlyHeader& header)
+      : lines_(file, where), words_(lines_.GetWords()), header_(header) {}
 
   Outcome Run() {
-    while (at_ < text_.size() && at_ <= kMostHeaderBytes) {
-      const std::string_view line = TakeLine(text_, at_);
-      ++header_.lines;
-      SplitWords(line, words_);
-      if (words_.empty()) continue;
+    while (lines_.Next()) {
       if (words_[0] == "end_header") return Finish();
       if (Outcome outcome = Read(); !outcome.Ok()) return outcome;
     }
-    return Outcome::Failure(result::kScanTruncated, "the PLY header has no end", where_,
-                            "copy or download the file again");
+    return lines_.FailAtEnd("the PLY header has no end");
   }
 
  private:
-  Outcome Fail(HRESULT code, const std::string& what) const {
-    return Outcome::Failure(code, what, where_ + ", line " + std::to_string(header_.lines),
-                            kRemedy);
+  [[nodiscard]] Outcome Fail(HRESULT code, const std::string& what) const {
+    return lines_.Fail(code, what);
   }
 
   Outcome Read() {
     const std::string_view what = words_[0];
-    if (what == "comment" || what == "obj_info" || header_.lines == 1) return Outcome::Success();
+    if (what == "comment" || what == "obj_info" || lines_.GetLine() == 1) return Outcome::Success();
     if (what == "format") return ReadFormat();
     if (what == "element") return ReadElement();
     if (what == "property") return ReadProperty();
@@ -137,7 +130,8 @@ class Reader {
   }
 
   Outcome Finish() {
-    header_.bytes = at_;
+    header_.bytes = lines_.GetEnd();
+    header_.lines = lines_.GetLine();
     if (!hasFormat_) return Fail(result::kScanContradictory, "the PLY header states no format");
     const auto vertex = std::ranges::find_if(header_.elements, [](const PlyElement& element) {
       return element.name == "vertex" || element.name == "point";
@@ -146,17 +140,20 @@ class Reader {
       return Fail(result::kScanUnsupported, "the PLY file has no element \"vertex\"");
     }
     header_.vertexElement = static_cast<std::size_t>(vertex - header_.elements.begin());
-    if (vertex->HasLists()) {
-      return Fail(result::kScanUnsupported, "vertices that hold lists are not read");
+    const auto list = std::ranges::find_if(vertex->properties, &PlyProperty::isList);
+    if (list != vertex->properties.end()) {
+      Outcome outcome =
+          Fail(result::kScanUnsupported,
+               "the vertices hold lists (" + Quoted(list->name) + "), a point has single values");
+      outcome.remedy = "write the scan without the list";
+      return outcome;
     }
     return Outcome::Success();
   }
 
-  std::string_view text_;
-  std::string where_;
+  HeaderLines lines_;
+  const std::vector<std::string_view>& words_;  ///< of the line
   PlyHeader& header_;
-  std::size_t at_ = 0;
-  std::vector<std::string_view> words_;
   bool hasFormat_ = false;
 };
 
@@ -180,7 +177,7 @@ bool IsPly(std::span<const std::uint8_t> file) {
 Outcome ParsePlyHeader(std::span<const std::uint8_t> file, const std::string& where,
                        PlyHeader& header) {
   header = {};
-  return Reader({reinterpret_cast<const char*>(file.data()), file.size()}, where, header).Run();
+  return Reader(file, where, header).Run();
 }
 
 }  // namespace tarnhost

@@ -36,6 +36,7 @@ constexpr std::array<const char*, 14> kBytes{"classification",
                                              "return_count"};
 constexpr std::array<const char*, 3> kWords{"intensity", "point_source_id", "nir"};
 constexpr std::array<const char*, 6> kColors{"red", "green", "blue", "r", "g", "b"};
+constexpr std::array<const char*, 5> kOthers{"x", "y", "z", "gps_time", "scan_angle"};
 
 template <std::size_t kCount>
 bool IsOneOf(const std::array<const char*, kCount>& names, const std::string& name) {
@@ -43,6 +44,12 @@ bool IsOneOf(const std::array<const char*, kCount>& names, const std::string& na
 }
 
 }  // namespace
+
+bool MeansNumbers(const std::string& name) {
+  const std::string lower = LowerCase(name);
+  return IsOneOf(kBytes, lower) || IsOneOf(kWords, lower) || IsOneOf(kColors, lower) ||
+         IsOneOf(kOthers, lower);
+}
 
 void ColumnContent::Add(std::string_view word, std::uint64_t line, bool isCoordinate) {
   ++count_;
@@ -57,7 +64,7 @@ void ColumnContent::Add(std::string_view word, std::uint64_t line, bool isCoordi
   if (areIntegers_) {
     std::int64_t number = 0;
     std::uint64_t large = 0;
-    if (ParseNumber(word, number)) {
+    if (ParseShortInteger(word, number) || ParseNumber(word, number)) {
       least_ = std::min(least_, number);
       if (number > 0) greatest_ = std::max(greatest_, static_cast<std::uint64_t>(number));
       return;
@@ -67,12 +74,11 @@ void ColumnContent::Add(std::string_view word, std::uint64_t line, bool isCoordi
       return;
     }
   }
-  double real = 0;
-  if (ParseReal(word, real)) {
+  if (IsReal(word)) {
     areIntegers_ = false;
-  } else if (badLine_ == 0) {
-    badLine_ = line;
-    badWord_ = Quoted(word);
+  } else if (textLine_ == 0) {
+    textLine_ = line;
+    textWord_ = Quoted(word);
   }
 }
 
@@ -83,9 +89,9 @@ void ColumnContent::Join(const ColumnContent& later) {
   least_ = std::min(least_, later.least_);
   greatest_ = std::max(greatest_, later.greatest_);
   decimals_ = std::max(decimals_, later.decimals_);
-  if (badLine_ != 0) return;
-  badLine_ = later.badLine_;
-  badWord_ = later.badWord_;
+  if (textLine_ != 0) return;
+  textLine_ = later.textLine_;
+  textWord_ = later.textWord_;
 }
 
 bool ColumnContent::AreWithin(std::int64_t least, std::uint64_t greatest) const {
@@ -95,6 +101,7 @@ bool ColumnContent::AreWithin(std::int64_t least, std::uint64_t greatest) const 
 ValueType ColumnContent::ChooseType(const std::string& name) const {
   using Int32 = std::numeric_limits<std::int32_t>;
   using Int64 = std::numeric_limits<std::int64_t>;
+  if (textLine_ != 0) return ValueType::kString;
   if (!areIntegers_ || emptyCount_ > 0 || name == "gps_time") return ValueType::kDouble;
   const std::string lower = LowerCase(name);
   const bool isColor = IsOneOf(kColors, lower);

@@ -15,7 +15,8 @@ namespace tarnhost {
 
 /// Opens a text file that is mapped already. Separators, names and types are found by looking at
 /// it; coordinates are read as 64-bit floats. kScanNotRecognised without columns for coordinates;
-/// kScanContradictory for a line with too few or too many words, or with one that is no number.
+/// kScanContradictory for a line with too few or too many words, or with one that is no number
+/// where one has to be; kScanUnsupported for more texts than a dictionary holds; kStopped.
 Outcome OpenText(const std::filesystem::path& path, std::shared_ptr<const OOCPCByteSource> bytes,
                  const ScanOptions& options, std::unique_ptr<ScanFile>& scan);
 

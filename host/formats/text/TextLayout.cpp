@@ -1,6 +1,7 @@
 // Finds out how a text file is laid out before its points.
 #include <algorithm>
 #include <array>
+#include <cctype>
 
 #include "host/formats/converted/FieldNames.h"
 #include "host/formats/converted/LineIndex.h"
@@ -16,15 +17,29 @@ constexpr std::size_t kSampleRows = 50;
 constexpr std::size_t kMostColumns = 1024;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
+/// The encoding that a byte order mark tells of, when it is one that is not read; else empty.
+std::string ForeignEncoding(std::string_view text) {
+  using namespace std::string_view_literals;
+  // In this order, as one mark begins with another.
+  if (text.starts_with("\xFF\xFE\0\0"sv) || text.starts_with("\0\0\xFE\xFF"sv)) return "UTF-32";
+  if (text.starts_with("\xFF\xFE"sv) || text.starts_with("\xFE\xFF"sv)) return "UTF-16";
+  return {};
+}
+
 bool IsNumber(std::string_view word) {
   double value = 0;
   return ParseReal(word, value);
 }
 
-/// A line that names columns: none of its words is a number.
+bool HasLetter(std::string_view word) {
+  return std::ranges::any_of(word, [](unsigned char letter) {
+    return letter == '_' || letter >= 0x80 || std::isalpha(letter) != 0;
+  });
+}
+
+/// A line that names columns: none of its words is a number, and one at least may be a name.
 bool IsHeading(const std::vector<std::string_view>& words) {
-  return std::ranges::none_of(words, IsNumber) &&
-         std::ranges::any_of(words, [](std::string_view word) { return !word.empty(); });
+  return std::ranges::none_of(words, IsNumber) && std::ranges::any_of(words, HasLetter);
 }
 
 /// Reads the first lines of a text.
@@ -34,9 +49,18 @@ class Reader {
       : text_(text), options_(options), where_(std::move(where)), layout_(layout) {}
 
   Outcome Run() {
+    if (const std::string encoding = ForeignEncoding(text_); !encoding.empty()) {
+      return Outcome::Failure(result::kScanNotRecognised, "the text is encoded in " + encoding,
+                              where_, "save it as UTF-8, as text editors can");
+    }
     if (text_.starts_with(kByteOrderMark)) layout_.begin = kByteOrderMark.size();
     for (std::uint64_t i = 0; i < options_.skipLines && layout_.begin < text_.size(); ++i)
       PassLine();
+    if (EndsLinesOddly()) {
+      return Outcome::Failure(result::kScanNotRecognised,
+                              "the lines end with a carriage return alone", where_,
+                              "write them with line feeds, as text editors can");
+    }
     Sample();
     if (rows_.empty()) return NameColumns(options_.columns.size());
     ChooseSeparator();
@@ -53,6 +77,13 @@ class Reader {
   }
 
  private:
+  /// A carriage return within what seems to be one line would be taken for a blank.
+  [[nodiscard]] bool EndsLinesOddly() const {
+    std::size_t at = layout_.begin;
+    const std::string_view line = TakeLine(text_, at);
+    const auto found = line.find('\r');
+    return found != std::string_view::npos && found + 1 < line.size();
+  }
   void PassLine() {
     (void)TakeLine(text_, layout_.begin);
     ++layout_.firstLine;
@@ -83,7 +114,11 @@ class Reader {
   /// line, as some files have it, does not count.
   void ChooseSeparator() {
     const std::size_t first = rows_.size() > 1 ? 1 : 0;
-    for (const char separator : {';', '\t', ','}) {
+    if (options_.separator) {
+      layout_.separator = *options_.separator == ' ' ? '\0' : *options_.separator;
+      return;
+    }
+    for (const char separator : {';', '\t', ',', '|'}) {
       const bool everywhere = std::all_of(
           rows_.begin() + static_cast<std::ptrdiff_t>(first), rows_.end(),
           [&](std::string_view row) { return row.find(separator) != std::string_view::npos; });
@@ -128,6 +163,7 @@ class Reader {
                                   std::to_string(options_.columns.size()) + " are named",
                               where_, "name as many, with - for each one to leave out");
     }
+    layout_.areNamesGuessed = options_.columns.empty() && heading_.empty();
     for (std::size_t i = 0; i < count; ++i) layout_.names.push_back(NameOf(i, count));
     const auto has = [&](const char* axis) {
       return std::ranges::any_of(layout_.names,
@@ -137,7 +173,7 @@ class Reader {
     return Outcome::Failure(result::kScanNotRecognised, "no columns x, y and z are to be found",
                             where_,
                             "name the columns: --columns x,y,z,intensity,… with - for each "
-                            "one to leave out");
+                            "one to leave out; decimals have a point, no comma");
   }
 
   [[nodiscard]] std::string NameOf(std::size_t column, std::size_t count) const {

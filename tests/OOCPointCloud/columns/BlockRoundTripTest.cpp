@@ -94,7 +94,7 @@ void ExpectExactRange(ColumnType type, const Bytes& values, const BlockEntry& en
 EncodedBlock ExpectRoundTrip(ColumnType type, const Bytes& values) {
   const EncodedBlock block = oocpc::EncodeBlock(type, values);
   Bytes back{9, 9, 9};
-  EXPECT_EQ(oocpc::DecodeBlock(type, block.entry, block.bytes, back), result::kOk)
+  EXPECT_EQ(oocpc::DecodeBlock(block.entry, block.bytes, back), result::kOk)
       << oocpc::ValueTypeName(type.value) << " x " << int{type.components};
   EXPECT_EQ(back, values) << oocpc::ValueTypeName(type.value) << " x " << int{type.components};
   return block;

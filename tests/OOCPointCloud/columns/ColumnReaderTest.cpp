@@ -73,8 +73,9 @@ TEST(ColumnReading, RefusesBlocksThatAreNotThere) {
   BlockEntry entry;
   EXPECT_EQ(reader.ReadBlock(2, values), result::kIndexOutOfRange);
   EXPECT_EQ(reader.ReadEntry(~std::uint64_t{0}, entry), result::kIndexOutOfRange);
-  // 96 times this index is 0 modulo 2^64.
-  EXPECT_EQ(reader.ReadEntry(std::uint64_t{1} << 59, entry), result::kIndexOutOfRange);
+  // The size of an entry times this index is 0 modulo 2^64.
+  ASSERT_EQ(BlockEntry::RecordBytes(kType) % 4, 0u);
+  EXPECT_EQ(reader.ReadEntry(std::uint64_t{1} << 62, entry), result::kIndexOutOfRange);
 }
 
 TEST(ColumnReading, NeedsARepository) {
@@ -132,12 +133,22 @@ TEST(ColumnReading, RefusesATableWithAFractionOfARecord) {
 TEST(ColumnReading, RefusesAnAlteredEntry) {
   const auto repository = MakeRepository();
   Bytes table = TwoBlocks().GetTable();
-  table[96 + 9] ^= 1;
+  table[BlockEntry::RecordBytes(kType) + 9] ^= 1;
   repository->Add(kTable, table);
   ColumnReader reader(repository.get(), 4, kType);
   Bytes values;
   EXPECT_EQ(reader.ReadBlock(1, values), result::kChecksumMismatch);
   EXPECT_EQ(reader.ReadBlock(0, values), result::kOk);
+}
+
+TEST(ColumnReading, RefusesAnEntryOfAnotherTypeThatIsAsLong) {
+  const auto repository = MakeRepository();
+  const ColumnType unsignedType{ValueType::kUInt32, 1};
+  ASSERT_EQ(BlockEntry::RecordBytes(unsignedType), BlockEntry::RecordBytes(kType));
+  ColumnReader reader(repository.get(), 4, unsignedType);
+  BlockEntry entry;
+  EXPECT_EQ(reader.ReadEntry(0, entry), result::kBadRecord);
+  EXPECT_EQ(entry.valueCount, 0u) << "as it was";
 }
 
 TEST(ColumnReading, RefusesAlteredData) {

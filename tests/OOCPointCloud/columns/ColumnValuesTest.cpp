@@ -23,6 +23,7 @@ namespace result = oocpc::result;
 constexpr ColumnType kType{ValueType::kInt32, 1};
 constexpr const char* kData = "DEF_COLUMN_4";
 constexpr const char* kTable = "DEF_COLUMN_4_BLOCKS";
+const std::size_t kEntryBytes = BlockEntry::RecordBytes(kType);
 constexpr std::uint64_t kCount = 9;
 
 /// The values 100 to 108 in blocks of 3, 1, 0, 4 and 1.
@@ -52,11 +53,11 @@ class ColumnValueReading : public testing::Test {
   /// Renumbers a block in the table.
   void SetFirstValue(std::uint64_t blockId, std::uint64_t firstValue) {
     Bytes table = FiveBlocks().GetTable();
-    const auto at = static_cast<std::ptrdiff_t>(blockId * BlockEntry::kBytes);
-    std::uint8_t record[BlockEntry::kBytes];
-    std::copy_n(table.begin() + at, sizeof(record), record);
+    const auto at = static_cast<std::ptrdiff_t>(blockId * kEntryBytes);
     BlockEntry entry;
-    ASSERT_EQ(BlockEntry::Decode(record, entry), result::kOk);
+    ASSERT_EQ(
+        BlockEntry::Decode(std::span(table).subspan(blockId * kEntryBytes, kEntryBytes), entry),
+        result::kOk);
     entry.firstValue = firstValue;
     Bytes changed;
     entry.Encode(changed);
@@ -143,7 +144,7 @@ TEST_F(ColumnValueReading, PassesOnWhatIsWrongWithABlock) {
   EXPECT_EQ(Read(2, 4), result::kChecksumMismatch);
   EXPECT_EQ(Read(3, 6), result::kOk);
   Bytes table = FiveBlocks().GetTable();
-  table[2 * BlockEntry::kBytes] ^= 1;
+  table[2 * kEntryBytes] ^= 1;
   repository_.Add(kTable, table);
   ColumnReader other(&repository_, 4, kType);
   EXPECT_EQ(other.ReadValues(3, 6, values_), result::kChecksumMismatch);

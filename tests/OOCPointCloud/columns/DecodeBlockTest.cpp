@@ -37,14 +37,16 @@ BlockEntry EntryOf(BlockEncoding encoding, std::uint32_t count, const Bytes& sto
   return entry;
 }
 
-HRESULT Decode(ColumnType type, const BlockEntry& entry, const Bytes& stored) {
+HRESULT Decode(ColumnType type, BlockEntry entry, const Bytes& stored) {
+  entry.type = type;
   Bytes values;
-  return oocpc::DecodeBlock(type, entry, stored, values);
+  return oocpc::DecodeBlock(entry, stored, values);
 }
 
-Bytes DecodeGood(ColumnType type, const BlockEntry& entry, const Bytes& stored) {
+Bytes DecodeGood(ColumnType type, BlockEntry entry, const Bytes& stored) {
+  entry.type = type;
   Bytes values;
-  EXPECT_EQ(oocpc::DecodeBlock(type, entry, stored, values), result::kOk);
+  EXPECT_EQ(oocpc::DecodeBlock(entry, stored, values), result::kOk);
   return values;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
 
 #include "OOCPointCloud/columns/ResidualCoding.h"
 #include "OOCPointCloud/support/Bytes.h"
@@ -245,6 +246,7 @@ TEST(ResidualCoding, RefusesEveryTruncationAndHoldsOutEveryChangedByte) {
 TEST(ResidualCoding, BlockThatIsMadeByHandIsDecoded) {
   const Bytes stored = BytesOf(std::string("01 FF 0A00000000000000 00000000") + kZeroTwoTwo);
   oocpc::BlockEntry entry;
+  entry.type = kInts;
   entry.encoding = oocpc::BlockEncoding::kResiduals;
   entry.valueCount = 3;
   entry.storedBytes = static_cast<std::uint32_t>(stored.size());
@@ -252,11 +254,11 @@ TEST(ResidualCoding, BlockThatIsMadeByHandIsDecoded) {
   entry.minimumBits[0] = 10;
   entry.maximumBits[0] = 12;
   Bytes values;
-  EXPECT_EQ(oocpc::DecodeBlock(kInts, entry, stored, values), oocpc::result::kOk);
+  EXPECT_EQ(oocpc::DecodeBlock(entry, stored, values), oocpc::result::kOk);
   EXPECT_EQ(values, ValuesAsBytes<std::int32_t>({10, 11, 12}));
   for (const std::uint32_t count : {0u, 2u, 4u}) {
     entry.valueCount = count;
-    EXPECT_EQ(oocpc::DecodeBlock(kInts, entry, stored, values), oocpc::result::kBadRecord);
+    EXPECT_EQ(oocpc::DecodeBlock(entry, stored, values), oocpc::result::kBadRecord);
   }
 }
 

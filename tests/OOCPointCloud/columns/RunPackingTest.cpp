@@ -110,6 +110,7 @@ TEST(RunPacking, RefusesEveryTruncationAndWhateverFollows) {
 TEST(RunPacking, BlockOfTooFewBytesForItsRunsIsRefused) {
   const Bytes stored = BytesOf("00 0700");
   oocpc::BlockEntry entry;
+  entry.type = kShorts;
   entry.encoding = oocpc::BlockEncoding::kRuns;
   entry.storedBytes = static_cast<std::uint32_t>(stored.size());
   entry.dataChecksum = oocpc::Crc32c(stored);
@@ -117,10 +118,10 @@ TEST(RunPacking, BlockOfTooFewBytesForItsRunsIsRefused) {
   entry.maximumBits[0] = 7;
   Bytes values;
   entry.valueCount = 128;
-  EXPECT_EQ(oocpc::DecodeBlock(kShorts, entry, stored, values), oocpc::result::kOk);
+  EXPECT_EQ(oocpc::DecodeBlock(entry, stored, values), oocpc::result::kOk);
   for (const std::uint32_t count : {0u, 129u, oocpc::kMaximumBlockValues}) {
     entry.valueCount = count;
-    EXPECT_EQ(oocpc::DecodeBlock(kShorts, entry, stored, values), oocpc::result::kBadRecord);
+    EXPECT_EQ(oocpc::DecodeBlock(entry, stored, values), oocpc::result::kBadRecord);
   }
 }
 

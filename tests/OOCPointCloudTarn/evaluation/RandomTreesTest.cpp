@@ -14,6 +14,7 @@
 #include <type_traits>
 
 #include "tests/support/AnyPointCloud.h"
+#include "tests/support/CompareByCode.h"
 #include "tests/support/QueryBuilders.h"
 
 namespace {
@@ -211,24 +212,6 @@ class Generator {
             }};
   }
 
-  template <typename T>
-  static bool Compare(int code, const T& a, const T& b) {
-    switch (code) {
-      case 0:
-        return a == b;
-      case 1:
-        return a > b;
-      case 2:
-        return a >= b;
-      case 3:
-        return a < b;
-      case 4:
-        return a <= b;
-      default:
-        return a != b;
-    }
-  }
-
   static constexpr const char* kSigns[] = {"==", ">", ">=", "<", "<=", "!="};
 
   template <typename T>
@@ -238,7 +221,7 @@ class Generator {
     if (Pick(3) != 0) {
       const int code = Pick(6);
       return {start + kSigns[code] + "," + Written(value) + ")",
-              [=](const Point& p) { return Compare(code, read(p), value); }};
+              [=](const Point& p) { return oocpctest::CompareByCode(code, read(p), value); }};
     }
     const bool closed = Pick(2) == 0;
     const T second = static_cast<T>(std::isnan(value) || value > T{120} ? value : value + T{3});
@@ -253,7 +236,7 @@ class Generator {
     const int code = Pick(6);
     const std::string value = Text();
     return {"#num{type=string}(\"s\", " + std::string(kSigns[code]) + ", \"" + value + "\")",
-            [=](const Point& p) { return Compare(code, p.text, value); }};
+            [=](const Point& p) { return oocpctest::CompareByCode(code, p.text, value); }};
   }
 
   std::mt19937_64 random_;

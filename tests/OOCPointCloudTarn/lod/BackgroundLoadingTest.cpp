@@ -1,8 +1,8 @@
 // Loading nodes on a background thread: what is there when, and how it ends.
-#include <latch>
 #include <thread>
 
 #include "tests/OOCPointCloudTarn/lod/LodRig.h"
+#include "tests/support/Latch.h"
 
 namespace {
 
@@ -18,12 +18,12 @@ class BackgroundLoading : public LodCaches {
   void HoldAtRecord1(std::uint32_t records) {
     rig.PutWithNodes(SampleLodBlock(records));
     rig.Hooks().onRead = [this](const std::string& name, std::uint64_t number) {
-      if (name == kNodes && number == 1) go_.wait();
+      if (name == kNodes && number == 1) go_.Wait();
     };
   }
-  void Go() { go_.count_down(); }
+  void Go() { go_.CountDown(); }
 
-  std::latch go_{1};
+  Latch go_{1};
 };
 
 TEST_F(BackgroundLoading, HasTheFirstNodeAtOnceAndTheOthersLater) {
@@ -91,13 +91,13 @@ TEST_F(BackgroundLoading, LetsManyThreadsLookNodesUpMeanwhile) {
   constexpr int kThreads = 8;
   HoldAtRecord1(kNodeCount);
   ASSERT_EQ(rig.Load(true), result::kOk);
-  std::latch started(kThreads);
+  Latch started(kThreads);
   std::atomic<int> mistakes{0};
   std::vector<std::thread> threads;
   threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&, t] {
-      started.count_down();
+      started.CountDown();
       const auto first = static_cast<std::uint32_t>(t) * 997;
       for (std::uint32_t i = 0; i < kNodeCount; ++i) {
         const std::uint32_t number = (first + i) % kNodeCount;
@@ -111,7 +111,7 @@ TEST_F(BackgroundLoading, LetsManyThreadsLookNodesUpMeanwhile) {
       }
     });
   }
-  started.wait();
+  started.Wait();
   Go();
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(mistakes, 0);
@@ -147,20 +147,20 @@ class BackgroundStopping : public LodCaches {
     rig.Hooks().onRead = [this](const std::string& name, std::uint64_t number) {
       if (name != kNodes) return;
       ++nodesRead_;
-      if (number != 3 || held_.try_wait()) return;
-      held_.count_down();
-      loaded_.wait();
+      if (number != 3 || held_.IsOpen()) return;
+      held_.CountDown();
+      loaded_.Wait();
       while (!TarnLodCacheAccess::IsStopRequested(*worker_)) std::this_thread::yield();
     };
     ASSERT_EQ(rig.Load(true), result::kOk);
     worker_ = rig.Inside().Worker();
-    loaded_.count_down();
-    held_.wait();
+    loaded_.CountDown();
+    held_.Wait();
   }
 
-  std::latch loaded_{1};
+  Latch loaded_{1};
   const TarnOOCLODNodeWorker* worker_ = nullptr;
-  std::latch held_{1};
+  Latch held_{1};
   std::atomic<std::uint32_t> nodesRead_{0};
 };
 

@@ -1,8 +1,8 @@
 // The level containers that a node cache makes when it is loaded.
-#include <latch>
 #include <thread>
 
 #include "tests/OOCPointCloudTarn/lod/LodRig.h"
+#include "tests/support/Latch.h"
 
 namespace {
 
@@ -103,22 +103,22 @@ TEST(LevelContainerNames, AreHashedCharacterByCharacter) {
 
 TEST_F(LevelContainers, AreWaitedForWhileALoadIsBusy) {
   constexpr int kReaders = 4;
-  std::latch loading(1);
-  std::latch asking(kReaders);
+  Latch loading(1);
+  Latch asking(kReaders);
   rig.Hooks().onRead = [&](const std::string& name, std::uint64_t number) {
     if (name != OOCPCLODContainer::kStreamName || number != 0) return;
-    loading.count_down();
-    asking.wait();
+    loading.CountDown();
+    asking.Wait();
   };
   HRESULT loaded = result::kFail;
   std::thread loader([&] { loaded = rig.Load(); });
-  loading.wait();
+  loading.Wait();
   std::atomic<int> found{0};
   std::vector<std::thread> readers;
   readers.reserve(kReaders);
   for (int i = 0; i < kReaders; ++i) {
     readers.emplace_back([&] {
-      asking.count_down();
+      asking.CountDown();
       OOCPCMetaDataContainer* container = nullptr;
       if (rig.cache->GetLevelContainer("DEF_COLOR", container) == result::kOk) ++found;
     });

@@ -1,8 +1,8 @@
 // A point cloud's node caches: made once, shared, and what outlives what.
-#include <latch>
 #include <thread>
 
 #include "tests/OOCPointCloudTarn/lod/LodRig.h"
+#include "tests/support/Latch.h"
 
 namespace {
 
@@ -125,13 +125,13 @@ TEST_F(LodAccess, ServesManyThreadsAtOnce) {
   constexpr int kThreads = 8;
   constexpr std::uint64_t kIterations = 16;
   Attach(kIterations);
-  std::latch start(kThreads);
+  Latch start(kThreads);
   std::atomic<int> mistakes{0};
   std::vector<std::thread> threads;
   threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&] {
-      start.arrive_and_wait();
+      start.ArriveAndWait();
       for (std::uint64_t i = 0; i < kIterations; ++i) {
         CachePointer cache;
         const HRESULT code = cloud_->GetLODNodeCache(i, cache);

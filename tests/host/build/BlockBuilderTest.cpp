@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <map>
 #include <numeric>
 
 #include "host/build/BlockBuilder.h"
@@ -52,9 +53,7 @@ RecordView ViewOf(const std::vector<std::uint8_t>& records, const PointSet& set)
 std::vector<std::int32_t> PositionsOf(const BuiltBlock& block, std::size_t count) {
   std::vector<std::uint8_t> bytes;
   const oocpc::EncodedBlock& positions = block.columns.at(0);
-  EXPECT_EQ(
-      oocpc::DecodeBlock({oocpc::ValueType::kInt32, 3}, positions.entry, positions.bytes, bytes),
-      oocpc::result::kOk);
+  EXPECT_EQ(oocpc::DecodeBlock(positions.entry, positions.bytes, bytes), oocpc::result::kOk);
   std::vector<std::int32_t> xyz(3 * count);
   EXPECT_EQ(bytes.size(), 4 * xyz.size());
   std::memcpy(xyz.data(), bytes.data(), std::min(bytes.size(), 4 * xyz.size()));
@@ -133,6 +132,36 @@ TEST(BlockBuilder, MakesABlockForThePositionsAndEachDimension) {
                               block);
   ASSERT_EQ(block.columns.size(), set.GetDimensions().size() + 1);
   for (const oocpc::EncodedBlock& column : block.columns) EXPECT_EQ(column.entry.valueCount, 20u);
+}
+
+TEST(BlockBuilder, KeepsWhatFiltersAskForMostLight) {
+  // Next to no entropy, and yet values that take all bits in most runs of 128.
+  constexpr std::uint32_t kPoints = 4096;
+  auto file = BuilderOf(kPoints).Build();
+  const std::size_t begin = LasBuilder::Get<std::uint32_t>(file, 96);
+  for (std::uint32_t i = 0; i < kPoints; ++i) {
+    const auto value = static_cast<std::uint8_t>(i % 64 != 0 ? 9 : i % 128 == 0 ? 0 : 0xFF);
+    for (const std::size_t at : {12u, 13u, 14u, 15u, 17u, 18u, 19u}) {
+      LasBuilder::Put(file, begin + std::size_t{28} * i + at, value);
+    }
+  }
+  const ScanFolder folder;
+  PointSet set;
+  ASSERT_TRUE(IsOk(JoinFiles({folder.Add("a.las", file)}, set)));
+  const std::vector<std::uint8_t> records = RecordsOf(set);
+  BuiltBlock block;
+  BlockBuilder(set, {}).Build(ViewOf(records, set), Numbers(kPoints),
+                              std::vector<std::uint32_t>{kPoints}, block);
+  std::map<std::string, oocpc::BlockEncoding> encodings;
+  for (std::size_t i = 0; i < set.GetDimensions().size(); ++i) {
+    encodings[set.GetDimensions()[i].name] = block.columns.at(i + 1).entry.encoding;
+  }
+  using oocpc::BlockEncoding;
+  for (const char* name : {"classification", "intensity", "return_number", "number_of_returns"}) {
+    EXPECT_EQ(encodings.at(name), BlockEncoding::kRuns) << name;
+  }
+  EXPECT_EQ(encodings.at("user_data"), BlockEncoding::kResiduals);
+  EXPECT_EQ(encodings.at("point_source_id"), BlockEncoding::kResiduals);
 }
 
 TEST(PointSet, NumbersThePointsOfAllScansThrough) {

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "host/build/Import.h"
+#include "host/build/TemporaryDisk.h"
 #include "host/cloud/Verify.h"
 #include "tests/support/FailingStore.h"
 #include "tests/support/ScanFolder.h"
@@ -75,7 +76,8 @@ void ExpectSameInLittleMemory(const std::vector<std::uint8_t>& file) {
     ImportReport report;
     EXPECT_TRUE(IsOk(ImportScans(options, report)));
     const auto count = LasBuilder::Get<std::uint32_t>(file, 107);
-    EXPECT_EQ(temporary, tells ? count * LasBuilder::Get<std::uint16_t>(file, 105) : 0u);
+    const auto recordBytes = LasBuilder::Get<std::uint16_t>(file, 105);
+    EXPECT_EQ(temporary, tells ? CountSortingDisk(count, recordBytes) : 0u);
     return StreamsOf(options.output);
   };
   const auto little = importWithin(std::uint64_t{64} << 20, "little.tarn", true);

@@ -94,6 +94,8 @@ void ExpectFromMemory(const Dealing& dealing) {
   dealing.ExpectPieces(store);
 }
 
+constexpr std::uint64_t kRowPoints = 1u << 12;
+
 void ExpectFromFile(const Dealing& dealing) {
   std::unique_ptr<TemporaryFile> file;
   ASSERT_TRUE(TemporaryFile::Create(dealing.Folder(), file).Ok());
@@ -105,7 +107,8 @@ void ExpectFromFile(const Dealing& dealing) {
     return true;
   };
   ASSERT_TRUE(
-      DealIntoFile(dealing.Points(), dealing.Pieces(), dealing.Coder(), report, store).Ok());
+      DealIntoFile(dealing.Points(), dealing.Pieces(), dealing.Coder(), kRowPoints, report, store)
+          .Ok());
   EXPECT_EQ(reported, dealing.Points().GetPointCount());
   dealing.ExpectPieces(store);
 }
@@ -130,7 +133,7 @@ TEST(PieceStore, StopsDealingWhenTold) {
                        dealing.Points().GetRecordBytes(), 1000, dealing.Coder());
   const auto stop = [](std::uint64_t) { return false; };
   const Outcome outcome =
-      DealIntoFile(dealing.Points(), dealing.Pieces(), dealing.Coder(), stop, store);
+      DealIntoFile(dealing.Points(), dealing.Pieces(), dealing.Coder(), kRowPoints, stop, store);
   EXPECT_EQ(outcome.code, oocpc::result::kStopped);
 }
 

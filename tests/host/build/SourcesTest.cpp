@@ -57,7 +57,7 @@ Outcome Append(const ScanFolder& folder, std::vector<fs::path> inputs,
   ImportOptions options = folder.Options(std::move(inputs));
   options.timePoint = 1000 + folder.Open()->GetIterationCount();
   if (warnings != nullptr) {
-    options.warning = [warnings](const std::string& text) { warnings->push_back(text); };
+    options.notice = [warnings](const std::string& text) { warnings->push_back(text); };
   }
   ImportReport report;
   return AppendScans(options, report);
@@ -172,7 +172,7 @@ TEST(RepeatedSources, AreWarnedOfInAnImport) {
   ImportOptions options =
       folder.Options({a, folder.Add("b.las", Scan(3, 10)), folder.Path() / "." / "a.las"});
   std::vector<std::string> warnings;
-  options.warning = [&](const std::string& text) { warnings.push_back(text); };
+  options.notice = [&](const std::string& text) { warnings.push_back(text); };
   ImportReport report;
   ASSERT_TRUE(IsOk(ImportScans(options, report)));
   EXPECT_EQ(report.pointCount, 30u);
@@ -195,6 +195,122 @@ TEST(RepeatedSources, AreWarnedOfInAnAppend) {
               folder.Add("other/a.las", Scan(3, 10, {0.01, 0.02, 0.001}, {1000, -2000, 3}, 2))},
              &warnings)));
   EXPECT_THAT(warnings, IsEmpty()) << "another name, and another header";
+}
+
+/// A scan that states a coordinate system as WKT does.
+Bytes ScanIn(const std::string& system) {
+  LasBuilder builder;
+  builder.pointCount = 10;
+  Bytes wkt(system.begin(), system.end());
+  wkt.push_back(0);
+  if (!system.empty()) builder.records.push_back({"LASF_Projection", 2112, wkt});
+  return builder.Build();
+}
+
+TEST(OtherCoordinateSystems, AreToldOfInAnImport) {
+  const ScanFolder folder;
+  ImportOptions options = folder.Options({folder.Add("none.las", ScanIn("")),
+                                          folder.Add("a.las", ScanIn("PROJCS[\"here\"]")),
+                                          folder.Add("b.las", ScanIn("PROJCS[\"there\"]")),
+                                          folder.Add("c.las", ScanIn("PROJCS[\"here\"]"))});
+  std::vector<std::string> notes;
+  options.notice = [&](const std::string& text) { notes.push_back(text); };
+  ImportReport report;
+  ASSERT_TRUE(IsOk(ImportScans(options, report)));
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("b.las: its coordinate system is there, that of the "
+                                           "cloud here")));
+}
+
+TEST(OtherCoordinateSystems, AreToldOfInAnAppend) {
+  const ScanFolder folder;
+  folder.Import({folder.Add("a.las", ScanIn("PROJCS[\"here\"]"))});
+  std::vector<std::string> notes;
+  ASSERT_TRUE(IsOk(
+      Append(folder,
+             {folder.Add("none.las", ScanIn("")), folder.Add("b.las", ScanIn("PROJCS[\"there\"]"))},
+             &notes)));
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("b.las: its coordinate system is there")));
+}
+
+TEST(OtherCoordinateSystems, MayBeTheSameInAnotherNotation) {
+  const ScanFolder folder;
+  const std::string byNumber = "EPSG:26912";  // as keys give it
+  ImportOptions options = folder.Options(
+      {folder.Add("a.las", ScanIn("PROJCS[\"UTM\",AUTHORITY[\"EPSG\",\"26912\"]]")),
+       folder.Add("b.las", ScanIn(byNumber)), folder.Add("c.las", ScanIn("EPSG:26913"))});
+  std::vector<std::string> notes;
+  options.notice = [&](const std::string& text) { notes.push_back(text); };
+  ImportReport report;
+  ASSERT_TRUE(IsOk(ImportScans(options, report)));
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("c.las: its coordinate system is EPSG:26913")));
+}
+
+Bytes Text(const std::string& text) { return {text.begin(), text.end()}; }
+
+std::uint64_t CountKind(Cloud& cloud, const std::string& kind) {
+  return CountOf(cloud, "#num{type=string}(\"kind\", ==, \"" + kind + "\")");
+}
+
+/// Points whose kind is none of these; queries cannot ask for the empty text itself.
+std::uint64_t CountWithout(Cloud& cloud, const std::vector<std::string>& kinds) {
+  std::string text;
+  for (const std::string& kind : kinds) {
+    text += (text.empty() ? "" : ", ");
+    text += "#not(#num{type=string}(\"kind\", ==, \"" + kind + "\"))";
+  }
+  return CountOf(cloud, "#and(" + text + ")");
+}
+
+TEST(TextsOfPoints, AreFoundByQueries) {
+  const ScanFolder folder;
+  folder.Import(
+      {folder.Add("a.csv", Text("x,y,z,kind\n1,2,3,ground\n4,5,6,tree\n7,8,9,ground\n"))});
+  const auto cloud = folder.Open();
+  EXPECT_EQ(CountKind(*cloud, "ground"), 2u);
+  EXPECT_EQ(CountKind(*cloud, "tree"), 1u);
+  EXPECT_EQ(CountKind(*cloud, "roof"), 0u);
+  ExpectSound(folder.Repository());
+}
+
+TEST(TextsOfPoints, AreThoseOfEachScanAndEmptyWhereAScanHasNone) {
+  const ScanFolder folder;
+  folder.Import({folder.Add("a.xyz", Text("1 2 3 8\n1 2 3 9\n")),
+                 folder.Add("b.csv", Text("x,y,z,kind\n1,2,3,tree\n1,2,3,ground\n1,2,3,b.csv\n"))});
+  const auto cloud = folder.Open();
+  EXPECT_EQ(CountWithout(*cloud, {"tree", "ground", "b.csv"}), 2u) << "no text is no source's name";
+  EXPECT_EQ(CountKind(*cloud, "tree"), 1u);
+  EXPECT_EQ(CountKind(*cloud, "b.csv"), 1u) << "also the name of a source";
+  EXPECT_EQ(CountFrom(*cloud, "b.csv"), 3u);
+  EXPECT_EQ(CountFrom(*cloud, "a.xyz"), 2u);
+  ExpectSound(folder.Repository());
+}
+
+TEST(TextsOfPoints, AreAppendedWithTheNumbersThatTheCloudHasForThem) {
+  const ScanFolder folder;
+  folder.Import({folder.Add("a.csv", Text("x,y,z,kind\n1,2,3,ground\n1,2,3,tree\n"))});
+  ASSERT_TRUE(IsOk(Append(
+      folder, {folder.Add("b.csv", Text("x,y,z,kind\n1,2,4,roof\n1,2,4,tree\n1,2,4,tree\n"))})));
+  ASSERT_TRUE(IsOk(Append(folder, {folder.Add("c.xyz", Text("1 2 5\n"))})));
+  const auto cloud = folder.Open();
+  EXPECT_EQ(CountKind(*cloud, "ground"), 1u);
+  EXPECT_EQ(CountKind(*cloud, "tree"), 3u);
+  EXPECT_EQ(CountKind(*cloud, "roof"), 1u);
+  EXPECT_EQ(CountWithout(*cloud, {"ground", "tree", "roof"}), 1u);
+  const auto* dictionary = cloud->GetPointCloud().GetDataRepository()->GetStringRepository();
+  ASSERT_NE(dictionary, nullptr);
+  EXPECT_EQ(dictionary->GetCount(), 4u) << "each text once";
+  ExpectSound(folder.Repository());
+}
+
+TEST(TextsOfPoints, AreNotMergedWithNumbers) {
+  const ScanFolder folder;
+  ImportReport report;
+  const Outcome outcome =
+      ImportScans(folder.Options({folder.Add("a.csv", Text("x,y,z,kind\n1,2,3,ground\n")),
+                                  folder.Add("b.csv", Text("x,y,z,kind\n1,2,3,4\n"))}),
+                  report);
+  EXPECT_EQ(outcome.code, result::kScansDiffer);
+  EXPECT_THAT(outcome.what, HasSubstr("kind"));
 }
 
 // Scans of different layouts.

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <limits>
 #include <mutex>
 
@@ -83,6 +84,69 @@ ImportOptions SmallMemory(ImportOptions options, std::uint64_t time) {
 
 /// Some of `count` changes: the first two, one in the middle, the last.
 std::vector<std::size_t> Some(std::size_t count) { return {0, 1, count / 2, count - 1}; }
+
+/// Adds up what is written to temporary files.
+class CountedTemporaryFiles final : public oocpc::detail::FileWatcher {
+ public:
+  CountedTemporaryFiles() { oocpc::detail::WatchFiles(this); }
+  ~CountedTemporaryFiles() override { oocpc::detail::WatchFiles(nullptr); }
+
+  [[nodiscard]] HRESULT Ask(const oocpc::detail::FileChange& change,
+                            std::size_t& /*written*/) override {
+    const auto name = change.path.filename();
+    if (name == "temporary" || name == "scratch") bytes_ += change.bytes.size();
+    return change.kind == oocpc::detail::FileChange::Kind::kSync ? result::kNothingDone
+                                                                 : result::kOk;
+  }
+  [[nodiscard]] std::uint64_t GetBytes() const { return bytes_; }
+
+ private:
+  std::atomic<std::uint64_t> bytes_ = 0;
+};
+
+/// Runs an import or an append and compares what it said it would take with what it took.
+template <typename Run>
+void ExpectAnnounced(ImportOptions options, const Run& run) {
+  std::uint64_t announced = 0;
+  options.temporaryNotice = [&](std::uint64_t bytes, const fs::path& /*folder*/) {
+    announced += bytes;
+  };
+  const CountedTemporaryFiles files;
+  ImportReport report;
+  ASSERT_TRUE(IsOk(run(options, report)));
+  EXPECT_GT(files.GetBytes(), 0u);
+  EXPECT_LE(files.GetBytes(), announced);
+}
+
+TEST(TemporaryDisk, IsNoMoreThanWasAnnounced) {
+  LasBuilder builder;  // random bytes: no record is any shorter in the file
+  builder.format = 3;
+  builder.pointCount = 1'000'000;
+  Bytes scan = builder.Build();
+  oocpctest::PlacePoints(scan, oocpctest::RandomPositions(builder.pointCount, 1000000, 1));
+  const ScanFolder folder;
+  const auto plain = folder.Add("plain.las", scan);
+  const auto packed =
+      folder.Add("packed.laz", oocpctest::CompressLas(LargeScan(2), {{20000}}).bytes);
+  ExpectAnnounced(SmallMemory(folder.Options({plain}), 7), ImportScans);
+  fs::remove_all(folder.Repository());
+  ExpectAnnounced(SmallMemory(folder.Options({packed}), 7), ImportScans);
+  ExpectAnnounced(SmallMemory(folder.Options({packed}), 8), AppendScans);
+}
+
+TEST(LongRecords, AreRefusedWhereTheMemoryThatIsAllowedIsTooLittle) {
+  LasBuilder builder;
+  builder.pointCount = 20'000;
+  builder.extraBytes = 4000;
+  const ScanFolder folder;
+  const ImportOptions options =
+      SmallMemory(folder.Options({folder.Add("long.las", builder.Build())}), 7);
+  ImportReport report;
+  const Outcome outcome = ImportScans(options, report);
+  EXPECT_EQ(outcome.code, result::kOutOfMemory);
+  EXPECT_THAT(outcome.what, ::testing::HasSubstr("bytes of memory"));
+  EXPECT_THAT(folder.List(), ElementsAre("long.las"));
+}
 
 TEST(TemporaryFileOnAFullDisk, FailsTheImportAndLeavesNothing) {
   const ScanFolder folder;

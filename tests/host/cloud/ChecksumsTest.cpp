@@ -10,6 +10,7 @@
 #include "host/common/Hash64.h"
 #include "tests/support/LazFiles.h"
 #include "tests/support/ScanFolder.h"
+#include "tests/support/ScanSums.h"
 #include "tests/support/TestData.h"
 
 namespace tarnhost {
@@ -34,14 +35,7 @@ TEST(Hash64, GivesThePublishedValues) {
   EXPECT_EQ(HashOf("Nobody inspects the spammish repetition"), 0xFBCEA83C8A378BF1u);
 }
 
-Checksums SumsOf(const fs::path& path) {
-  std::unique_ptr<ScanFile> scan;
-  EXPECT_TRUE(IsOk(OpenScan(path, scan)));
-  ScanWorkspace workspace{std::uint64_t{1} << 32, fs::temp_directory_path(), {}};
-  Checksums sums;
-  EXPECT_TRUE(IsOk(SumScan(*scan, workspace, {}, sums)));
-  return sums;
-}
+using oocpctest::SumsOf;
 
 Checksums SumsOf(const ScanFolder& folder, std::uint64_t iteration = 0) {
   Checksums sums;

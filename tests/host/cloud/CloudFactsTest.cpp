@@ -35,7 +35,7 @@ TEST(CloudFacts, CountsNodesPointsAndBytes) {
   EXPECT_EQ(facts.nodeCount, report.nodeCount);
   EXPECT_EQ(facts.depth, 2u);
   EXPECT_EQ(facts.storedBytes, report.storedBytes);
-  EXPECT_EQ(facts.sourceBytes, file.size());
+  EXPECT_EQ(facts.lasBytes, file.size());
   ASSERT_EQ(facts.iterations.size(), 1u);
   EXPECT_EQ(facts.iterations[0].timePoint, 7u);
   EXPECT_EQ(facts.iterations[0].addedPointCount, 30000u);

@@ -8,6 +8,7 @@
 
 #include "host/cloud/Verify.h"
 #include "tests/support/ScanFolder.h"
+#include "tests/support/TableEntries.h"
 
 namespace tarnhost {
 namespace {
@@ -260,14 +261,12 @@ TEST_F(ContradictoryLod, IsToldWhenARecordNamesNoOctreeNode) {
 
 TEST_F(ContradictoryLod, IsToldWhenAColumnIsNumberedAnew) {
   Bytes table = oocpctest::ReadFile(Place("DEF_COLUMN_2_BLOCKS"));
-  std::uint8_t stored[oocpc::BlockEntry::kBytes];
-  std::copy_n(table.begin() + oocpc::BlockEntry::kBytes, sizeof(stored), stored);
   oocpc::BlockEntry entry;
-  ASSERT_EQ(oocpc::BlockEntry::Decode(stored, entry), result::kOk);
+  ASSERT_TRUE(oocpctest::DecodeEntry(table, 1, entry));
   --entry.firstValue;
   Bytes again;
   entry.Encode(again);
-  std::copy(again.begin(), again.end(), table.begin() + oocpc::BlockEntry::kBytes);
+  std::copy(again.begin(), again.end(), table.begin() + static_cast<std::ptrdiff_t>(again.size()));
   oocpctest::WriteFile(Place("DEF_COLUMN_2_BLOCKS"), table);
   VerifyReport report;
   ASSERT_TRUE(IsOk(VerifyRepository(folder_.Repository(), {}, report)));

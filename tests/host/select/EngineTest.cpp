@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <map>
 
 #include "host/select/CheckSelection.h"
 #include "host/select/Sinks.h"
@@ -130,6 +131,33 @@ TEST_F(Engine, DoesNotReadAColumnThatIsDecidedByAnother) {
   EXPECT_EQ(report.blocksSkipped, 3u);
   for (const tarnhost::ColumnReport& column : report.plan->columns) {
     EXPECT_EQ(column.bytesRead, 0u) << column.name;
+  }
+}
+
+TEST_F(Engine, TellsOfEachTestWhichColumnItReadAndHowManyBytes) {
+  const SelectReport report =
+      Run("#and(#num{type=int}(\"class\", ==, 2), #num{type=double}(\"height\", <, 120.25),"
+          " #num{type=double}(\"height\", !=, 110))");
+  ASSERT_EQ(report.plan->leaves.size(), 3u);
+  std::map<std::string, std::vector<tarnhost::ColumnReport>> byColumn;
+  for (const tarnhost::LeafReport& leaf : report.plan->leaves) {
+    EXPECT_EQ(leaf.blocksTested, 1u) << leaf.text;
+    EXPECT_THAT(leaf.text, HasSubstr(leaf.reading.name));
+    byColumn[leaf.reading.name].push_back(leaf.reading);
+  }
+  ASSERT_EQ(byColumn["class"].size(), 1u);
+  EXPECT_GT(byColumn["class"][0].bytesRead, 0u);
+  // The second test of the heights finds them decoded.
+  ASSERT_EQ(byColumn["height"].size(), 2u);
+  EXPECT_EQ(byColumn["height"][0].bytesDecoded, 800u);
+  EXPECT_GT(byColumn["height"][0].bytesRead, 0u);
+  EXPECT_EQ(byColumn["height"][1].bytesDecoded, 0u);
+  EXPECT_EQ(byColumn["height"][1].bytesRead, 0u);
+  ASSERT_EQ(report.plan->columns.size(), 2u);
+  for (const tarnhost::ColumnReport& column : report.plan->columns) {
+    EXPECT_EQ(column.bytesRead, byColumn[column.name][0].bytesRead);
+    EXPECT_EQ(column.bytesDecoded, byColumn[column.name][0].bytesDecoded);
+    EXPECT_EQ(column.blocksDecoded, byColumn[column.name][0].blocksDecoded);
   }
 }
 

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <numeric>
 #include <random>
 
 #include "host/build/Import.h"
@@ -92,7 +94,7 @@ void ExpectRoundTrips(const std::filesystem::path& source) {
   for (const char* name : {"out.ply", "out.pcd", "out.csv"}) {
     SCOPED_TRACE(name);
     std::uint64_t points = 0;
-    ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*cloud, 0, folder / name, {}, points)));
+    ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*cloud, {}, folder / name, points)));
     EXPECT_EQ(points, before.Scan().GetPointCount());
     const ScanContent after(folder / name, {}, 1u << 24);
     ASSERT_TRUE(after.Ok()) << after.GetOutcome().what << after.GetOutcome().where;
@@ -144,9 +146,95 @@ TEST(PointFiles, AreWrittenWithTheSourcesDecimals) {
   const std::string text = "x,y,z\n1.50,2.250,3\n";
   folder.Import({folder.Add("a.csv", {text.begin(), text.end()})});
   std::uint64_t points = 0;
-  ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*folder.Open(), 0, folder / "b.csv", {}, points)));
+  ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*folder.Open(), {}, folder / "b.csv", points)));
   const auto written = oocpctest::ReadFile(folder / "b.csv");
   EXPECT_EQ(std::string(written.begin(), written.end()), text);
+}
+
+/// Points numbered in `value`, at places in no order.
+std::string ShuffledLines(std::size_t begin, std::size_t end) {
+  std::mt19937 random(static_cast<unsigned>(begin));
+  std::string text = "x,y,z,value\n";
+  for (std::size_t i = begin; i < end; ++i) {
+    text += std::to_string(random() % 1000) + "." + std::to_string(i % 10) + "," +
+            std::to_string(random() % 1000) + ",7," + std::to_string(i) + "\n";
+  }
+  return text;
+}
+
+/// What `value` is of each point of a file, in its order.
+std::vector<double> ValuesIn(const std::filesystem::path& file) {
+  const ScanContent scan(file, {}, 1u << 24);
+  EXPECT_TRUE(scan.Ok()) << scan.GetOutcome().what;
+  return scan.Values("value");
+}
+
+TEST(PointFiles, HaveTheOrderOfTheirSourcesWhereTheCloudKnowsIt) {
+  const ScanFolder folder;
+  const auto bytes = [](const std::string& text) {
+    return std::vector<std::uint8_t>(text.begin(), text.end());
+  };
+  tarnhost::ImportOptions import =
+      folder.Options({folder.Add("a.csv", bytes(ShuffledLines(0, 90000))),
+                      folder.Add("b.csv", bytes(ShuffledLines(90000, 100000)))});
+  import.keepOrder = true;
+  tarnhost::ImportReport report;
+  ASSERT_TRUE(IsOk(tarnhost::ImportScans(import, report)));
+  std::vector<double> expected(100000);
+  std::iota(expected.begin(), expected.end(), 0.0);
+  for (const char* name : {"out.ply", "out.pcd", "out.csv"}) {
+    for (const std::uint64_t memory : {std::uint64_t{0}, std::uint64_t{500000}}) {
+      std::filesystem::remove(folder / name);
+      tarnhost::ExportOptions options;
+      options.memoryBytes = memory;
+      std::uint64_t points = 0;
+      ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*folder.Open(), options, folder / name, points)));
+      EXPECT_EQ(points, expected.size());
+      EXPECT_TRUE(ValuesIn(folder / name) == expected) << name << ", memory " << memory;
+    }
+  }
+  std::ifstream csv(folder / "out.csv");
+  std::string line;
+  std::getline(csv, line);
+  EXPECT_EQ(line, "x,y,z,value,source,source_index");
+}
+
+TEST(PointFiles, OfACloudThatKnowsNoOrderHaveThatOfStorage) {
+  const ScanFolder folder;
+  const std::string text = ShuffledLines(0, 90000);
+  folder.Import({folder.Add("a.csv", {text.begin(), text.end()})});
+  std::uint64_t points = 0;
+  ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*folder.Open(), {}, folder / "out.csv", points)));
+  const std::vector<double> values = ValuesIn(folder / "out.csv");
+  ASSERT_EQ(values.size(), 90000u);
+  EXPECT_FALSE(std::ranges::is_sorted(values));
+}
+
+TEST(PointFiles, StopWhileTheyArePutIntoOrder) {
+  const ScanFolder folder;
+  const std::string text = ShuffledLines(0, 100000);
+  tarnhost::ImportOptions import =
+      folder.Options({folder.Add("a.csv", {text.begin(), text.end()})});
+  import.keepOrder = true;
+  tarnhost::ImportReport report;
+  ASSERT_TRUE(IsOk(tarnhost::ImportScans(import, report)));
+  std::vector<std::uint64_t> written;
+  tarnhost::ExportOptions options;
+  options.progress = [&](const tarnhost::ProgressReport& progress) {
+    if (std::string(progress.stage) != "writing") return true;
+    EXPECT_EQ(progress.total, 100000u);
+    written.push_back(progress.done);
+    return false;
+  };
+  const auto before = folder.List();
+  std::uint64_t points = 0;
+  const tarnhost::Outcome outcome =
+      tarnhost::ExportPoints(*folder.Open(), options, folder / "out.csv", points);
+  EXPECT_EQ(outcome.code, oocpc::result::kStopped);
+  ASSERT_EQ(written.size(), 1u);
+  EXPECT_GT(written[0], 0u);
+  EXPECT_LT(written[0], 100000u);
+  EXPECT_EQ(folder.List(), before);
 }
 
 TEST(PointFiles, PackColoursOfPcdAsThatFormatHasThem) {
@@ -154,7 +242,7 @@ TEST(PointFiles, PackColoursOfPcdAsThatFormatHasThem) {
   const std::string text = "x,y,z,red,green,blue\n1,2,3,255,128,1\n";
   folder.Import({folder.Add("a.csv", {text.begin(), text.end()})});
   std::uint64_t points = 0;
-  ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*folder.Open(), 0, folder / "b.pcd", {}, points)));
+  ASSERT_TRUE(IsOk(tarnhost::ExportPoints(*folder.Open(), {}, folder / "b.pcd", points)));
   const auto written = oocpctest::ReadFile(folder / "b.pcd");
   const std::string bytes(written.begin(), written.end());
   EXPECT_NE(bytes.find("FIELDS x y z rgb\nSIZE 8 8 8 4\nTYPE F F F U\nCOUNT 1 1 1 1\nWIDTH 1\n"),
@@ -165,10 +253,14 @@ TEST(PointFiles, PackColoursOfPcdAsThatFormatHasThem) {
 TEST(PointFiles, OfAnImportTellWhatWasLeftOut) {
   const ScanFolder folder;
   const std::string text = "x,y,z\n1,2,3\nnan,2,3\n";
-  const tarnhost::ImportReport report =
-      folder.Import({folder.Add("a.csv", {text.begin(), text.end()})});
-  ASSERT_EQ(report.notices.size(), 1u);
-  EXPECT_NE(report.notices[0].find("a.csv: 1 point has no place"), std::string::npos);
+  std::vector<std::string> notices;
+  tarnhost::ImportOptions options =
+      folder.Options({folder.Add("a.csv", {text.begin(), text.end()})});
+  options.notice = [&](const std::string& notice) { notices.push_back(notice); };
+  tarnhost::ImportReport report;
+  ASSERT_TRUE(IsOk(tarnhost::ImportScans(options, report)));
+  ASSERT_EQ(notices.size(), 1u);
+  EXPECT_NE(notices[0].find("a.csv: 1 point has no place"), std::string::npos);
 }
 
 TEST(PointFiles, GiveRealScansBack) {

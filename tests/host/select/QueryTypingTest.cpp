@@ -159,7 +159,8 @@ TEST(QueryTyping, RefusesWithThePlaceAndWhatWouldWork) {
        "ask for it with type=int or float or double"},
       {R"(#num{type=double}("u64",==,1))", 10, "uint64_t", "no type of the query language"},
       {R"(#and(#num{type=int}("intensity",==,1),#num{type=double}("intensity",==,1)))", 48,
-       "asked as double here and as int before", "use one type for one name"},
+       "asked as double here and as int before; here points are tested as records",
+       "use one type for one name"},
   };
   for (const Refusal& refusal : refusals) {
     SCOPED_TRACE(refusal.text);

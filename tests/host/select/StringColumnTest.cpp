@@ -17,7 +17,7 @@ using oocpctest::Query;
 using oocpctest::Succeeded;
 using tarnhost::SelectReport;
 
-constexpr ColumnType kText{ValueType::kString, 1};
+constexpr ColumnType kStrings{ValueType::kString, 1};
 
 /// A cloud of one node: a point on the x axis for each index, which names a string of `strings`.
 class StringCloud {
@@ -32,7 +32,7 @@ class StringCloud {
       oocpc::AppendLittleEndian(values, indices[i]);
     }
     EXPECT_EQ(writer.AppendBlock(0, oocpc::EncodeBlock({ValueType::kInt32, 3}, positions), 0), 0);
-    EXPECT_EQ(writer.AppendBlock(1, oocpc::EncodeBlock(kText, values), 0), 0);
+    EXPECT_EQ(writer.AppendBlock(1, oocpc::EncodeBlock(kStrings, values), 0), 0);
     ByteVector dictionary;
     for (const std::string& text : strings) {
       OOCPCStringRepositoryContainer::EncodeString(text, dictionary);
@@ -79,8 +79,9 @@ class StringCloud {
     catalogue.chunks.emplace_back(chunk_type::kAccelerator1, accelerator.EncodeChunk());
     catalogue.chunks.emplace_back(chunk_type::kStaticPositions,
                                   OOCPCPositionsDescription{}.EncodeChunk());
-    catalogue.chunks.emplace_back(chunk_type::kStaticMetaData,
-                                  OOCPCMetaDataDescription{"flight", kText, 1, ""}.EncodeChunk());
+    catalogue.chunks.emplace_back(
+        chunk_type::kStaticMetaData,
+        OOCPCMetaDataDescription{"flight", kStrings, 1, ""}.EncodeChunk());
     catalogue.chunks.emplace_back(chunk_type::kStringRepository,
                                   OOCPCStringRepositoryContainer::EncodeChunk(stringCount));
     OOCPCUpdateIterationDescription iterations;

@@ -1,8 +1,11 @@
 // Words of text as numbers and values, lines, and the names that fields get.
+#include <OOCPointCloud/ResultCodes.h>
 #include <gmock/gmock.h>
 
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <random>
 
 #include "host/formats/converted/FieldNames.h"
 #include "host/formats/converted/LineIndex.h"
@@ -82,15 +85,94 @@ TEST(SplitWords, SplitsAtBlanksAndAtSeparators) {
 
 TEST(IndexLines, CountsLinesAndRows) {
   const std::string text = "heading\n\n# comment\n1\r\n  \n// note\n2";
-  const auto stretches = tarnhost::IndexLines(text, 8, 2);
+  tarnhost::SharedProgress progress{{}};
+  std::vector<tarnhost::LineStretch> stretches;
+  ASSERT_TRUE(tarnhost::IndexLines(text, 8, 2, progress, stretches).Ok());
   ASSERT_EQ(stretches.size(), 1u);
   EXPECT_EQ(stretches[0].rows, 2u);
   std::vector<std::uint64_t> lines;
-  EXPECT_TRUE(tarnhost::ForEachRow(text, stretches[0], [&](const tarnhost::TextRow& row) {
-                lines.push_back(row.lineNumber);
-                return tarnhost::Outcome::Success();
-              }).Ok());
+  tarnhost::ForEachRow(text, stretches[0], [&](const tarnhost::TextRow& row) {
+    lines.push_back(row.lineNumber);
+    return true;
+  });
   EXPECT_THAT(lines, ElementsAre(4, 7));
+}
+
+TEST(IndexLines, StopsWhenAskedTo) {
+  tarnhost::SharedProgress progress([](std::uint64_t done) { return done == 0; });
+  std::vector<tarnhost::LineStretch> stretches;
+  EXPECT_EQ(tarnhost::IndexLines("1 2 3\n", 0, 1, progress, stretches).code,
+            oocpc::result::kStopped);
+}
+
+TEST(SplitWords, StopsAfterAsManyAsAreWanted) {
+  std::vector<std::string_view> words;
+  tarnhost::SplitWords("a b c", words, 2);
+  EXPECT_THAT(words, ElementsAre("a", "b"));
+  tarnhost::SplitWords("a,b,c", ',', words, 1);
+  EXPECT_THAT(words, ElementsAre("a"));
+}
+
+TEST(SplitWords, TakesTwoQuotationMarksWithinQuotesForOne) {
+  std::vector<std::string_view> words;
+  tarnhost::SplitWords("\"a \"\"b\"\", c\",2", ',', words);
+  ASSERT_THAT(words, ElementsAre("a \"\"b\"\", c", "2"));
+  EXPECT_EQ(tarnhost::Unquoted(words[0]), "a \"b\", c");
+}
+
+/// What the plain way of reading numbers gives.
+template <typename T>
+void ExpectSameBits(const std::string& word, T value) {
+  T expected = 0;
+  const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), expected);
+  ASSERT_EQ(error, std::errc()) << word;
+  EXPECT_EQ(value, expected) << word;
+  EXPECT_EQ(std::signbit(value), std::signbit(expected)) << word;
+}
+
+TEST(ParseReal, GivesTheSameBitsForPlainNumbersAsTheStandardLibrary) {
+  std::mt19937_64 random(11);
+  for (int i = 0; i < 200000; ++i) {
+    std::string word = random() % 3 == 0 ? "-" : "";
+    const std::size_t before = random() % 12;
+    const std::size_t behind = random() % 12;
+    for (std::size_t k = 0; k < before; ++k) word += static_cast<char>('0' + random() % 10);
+    if (before == 0 || random() % 4 != 0) word += '.';
+    if (word.back() == '.') {
+      for (std::size_t k = 0; k < behind + (before == 0 ? 1 : 0); ++k) {
+        word += static_cast<char>('0' + random() % 10);
+      }
+    }
+    double value = 1;
+    ASSERT_TRUE(tarnhost::ParseReal(word, value)) << word;
+    EXPECT_TRUE(tarnhost::IsReal(word)) << word;
+    ExpectSameBits(word, value);
+    float narrow = 1;
+    ASSERT_TRUE(tarnhost::ParseFloat(word, narrow)) << word;
+    ExpectSameBits(word, narrow);
+  }
+}
+
+TEST(ParseShortInteger, ReadsWhatHasUpToEighteenDigits) {
+  std::int64_t value = 0;
+  EXPECT_TRUE(tarnhost::ParseShortInteger("999999999999999999", value));
+  EXPECT_EQ(value, 999999999999999999);
+  EXPECT_TRUE(tarnhost::ParseShortInteger("-007", value));
+  EXPECT_EQ(value, -7);
+  for (const char* word : {"", "-", "+1", "1.0", "1000000000000000000", "--1", "1e3", " 1"}) {
+    EXPECT_FALSE(tarnhost::ParseShortInteger(word, value)) << word;
+  }
+}
+
+TEST(IsReal, AnswersAsReadingDoes) {
+  for (const char* word : {"",    "-",     "+",        ".",   "-.",
+                           "1",   "-1",    "+1",       "+-1", "1.",
+                           ".1",  "1.2.3", "1e5",      "1e",  "e5",
+                           "nan", "-inf",  "infinity", "0x1", "1e999",
+                           "1,5", " 1",    "1 ",       "--1", "12345678901234567890.5"}) {
+    double value = 0;
+    EXPECT_EQ(tarnhost::IsReal(word), tarnhost::ParseReal(word, value)) << word;
+  }
 }
 
 TEST(Quoted, ShowsNothingThatATerminalShouldNotSee) {

@@ -18,6 +18,7 @@ using oocpctest::E57Builder;
 using oocpctest::E57TestScan;
 using oocpctest::PackBits;
 using oocpctest::PackNumbers;
+using oocpctest::PutNumber;
 using oocpctest::Refuses;
 using oocpctest::ScanContent;
 using ::testing::DoubleNear;
@@ -50,6 +51,55 @@ TEST(E57Scan, ReadsFloats) {
   EXPECT_THAT(scan.Points(), ElementsAre(Coordinates{1, 0.5, -1}, Coordinates{2, 0.5, -2},
                                          Coordinates{3, 0.25, -3}));
   EXPECT_THAT(scan.Dimensions(), ElementsAre("scan_index:uint32_t"));
+}
+
+/// A text behind its length: of one byte, or of eight.
+std::string PackText(const std::string& text, bool isLong = false) {
+  std::string bytes;
+  if (text.size() < 128 && !isLong) {
+    bytes += static_cast<char>(2 * text.size());
+  } else {
+    PutNumber(bytes, std::uint64_t{2 * text.size() + 1});
+  }
+  return bytes + text;
+}
+
+TEST(E57Scan, ReadsTextsAcrossPacketsAndNumbersThemThroughAllScans) {
+  E57TestScan first = FloatScan();
+  first.prototype += "<className type=\"String\"/>";
+  first.streams.push_back(PackText("tree") + PackText(std::string(300, 'a')) + PackText("tree"));
+  first.streamBytes = 7;
+  E57TestScan second = FloatScan();
+  E57TestScan third = FloatScan();
+  third.prototype += "<className type=\"String\"/>";
+  third.streams.push_back(PackText("") + PackText("ground", true) + PackText("tree"));
+  const ScanContent scan = Open({first, second, third});
+  ASSERT_TRUE(scan.Ok()) << scan.GetOutcome().what << scan.GetOutcome().where;
+  EXPECT_THAT(scan.Dimensions(), ElementsAre("scan_index:uint32_t", "class_name:string"));
+  EXPECT_THAT(scan.Scan().GetStrings(), ElementsAre("", "tree", std::string(300, 'a'), "ground"));
+  EXPECT_THAT(scan.Values("class_name"), ElementsAre(1, 2, 1, 0, 0, 0, 0, 3, 1));
+}
+
+TEST(E57Scan, RefusesTextsLongerThanAnyAndTextsThatAreMissing) {
+  E57TestScan scan = FloatScan();
+  scan.prototype += "<name type=\"String\"/>";
+  std::string endless;
+  PutNumber(endless, ~std::uint64_t{0});
+  scan.streams.push_back(endless);
+  EXPECT_TRUE(Refuses(Open({scan}), result::kScanContradictory, "a text of field \"name\""));
+  scan.streams.back() = PackText("one") + PackText("two");
+  EXPECT_TRUE(Refuses(Open({scan}), result::kScanTruncated, "1 of 3 points"));
+}
+
+TEST(E57Scan, TellsHowFarItsOpeningIsAndStopsWhenAskedTo) {
+  const std::string bytes = E57Builder().Build({FloatScan()});
+  for (const char* const unit : {"bytes", ""}) {
+    tarnhost::ScanOptions options;
+    options.progress = [unit](const tarnhost::ProgressReport& report) {
+      return std::string(report.unit) != unit;
+    };
+    EXPECT_EQ(ScanContent("a.e57", bytes, options).GetOutcome().code, result::kStopped) << unit;
+  }
 }
 
 TEST(E57Scan, ReadsIntegersOfAnyWidthAcrossPackets) {
@@ -276,8 +326,12 @@ TEST(E57Scan, RefusesDescriptionsThatMakeNoSense) {
     scan.prototype = prototype;
     return Refuses(Open({FloatScan(), scan}), code, what, "scan 1");
   };
-  EXPECT_TRUE(refuses(kFloats + "<name type=\"String\"/>", result::kScanUnsupported,
-                      "type \"String\" (field \"name\")"));
+  EXPECT_TRUE(refuses(kFloats + "<name type=\"Blob\"/>", result::kScanUnsupported,
+                      "type \"Blob\" (field \"name\")"));
+  EXPECT_TRUE(
+      refuses("<cartesianX type=\"String\"/><cartesianY type=\"Float\"/>"
+              "<cartesianZ type=\"Float\"/>",
+              result::kScanContradictory, "\"cartesianX\" holds texts"));
   EXPECT_TRUE(refuses(kFloats + "<a type=\"Integer\" minimum=\"2\" maximum=\"1\"/>",
                       result::kScanContradictory, "limits"));
   EXPECT_TRUE(refuses(kFloats + "<a type=\"ScaledInteger\" scale=\"0\"/>",

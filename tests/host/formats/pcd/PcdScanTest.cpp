@@ -96,6 +96,68 @@ TEST(PcdScan, ReadsCompressedFieldByField) {
   ExpectPoints(ScanContent("a.pcd", Compressed(Literal(Columns()), Columns().size())));
 }
 
+/// LZF that repeats what it can, made the simple way: runs of 3 to 9 bytes from shortly before.
+std::string Repeating(const std::string& bytes) {
+  std::string packed;
+  for (std::size_t at = 0; at < bytes.size();) {
+    std::size_t length = 0;
+    std::size_t distance = 0;
+    for (std::size_t back = 1; back <= std::min<std::size_t>(at, 32); ++back) {
+      std::size_t same = 0;
+      while (same < 8 && at + same < bytes.size() && bytes[at + same] == bytes[at + same - back]) {
+        ++same;
+      }
+      if (same > length) {
+        length = same;
+        distance = back;
+      }
+    }
+    if (length < 3) {
+      packed += std::string(1, '\0') + bytes[at++];
+      continue;
+    }
+    packed += static_cast<char>((length - 2) << 5);
+    packed += static_cast<char>(distance - 1);
+    at += length;
+  }
+  return packed;
+}
+
+TEST(PcdScan, UnpacksIntoATemporaryFileWhereMemoryIsShort) {
+  constexpr std::size_t kPoints = 120000;
+  std::string columns;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    for (std::size_t i = 0; i < kPoints; ++i) {
+      PutNumber(columns, static_cast<float>(i / 100 % 50 + axis));
+    }
+  }
+  ASSERT_GT(columns.size(), 1u << 20) << "more than one run";
+  const std::string packed = Repeating(columns);
+  ASSERT_LT(packed.size(), columns.size());
+  std::string bytes =
+      "VERSION 0.7\nFIELDS x y z\nSIZE 4 4 4\nTYPE F F F\nWIDTH 120000\nHEIGHT 1\nPOINTS 120000\n"
+      "DATA binary_compressed\n";
+  PutNumber(bytes, static_cast<std::uint32_t>(packed.size()));
+  PutNumber(bytes, static_cast<std::uint32_t>(columns.size()));
+  bytes += packed;
+  const oocpctest::TemporaryFolder folder;
+  tarnhost::ScanOptions little;
+  little.memoryBytes = 1000;
+  little.temporaryFolder = folder.Path();
+  const ScanContent small("a.pcd", bytes, little, 1000);
+  const ScanContent large("a.pcd", bytes, {}, 1u << 26);
+  ASSERT_TRUE(small.Ok()) << small.GetOutcome().what;
+  ASSERT_TRUE(large.Ok());
+  EXPECT_EQ(small.Points(), large.Points());
+  EXPECT_EQ(small.Points()[77777], (Coordinates{27, 28, 29}));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+  little.temporaryFolder = folder / "missing";
+  EXPECT_EQ(ScanContent("a.pcd", bytes, little, 1000).GetOutcome().code, result::kIoError);
+  tarnhost::ScanOptions stopped;
+  stopped.progress = [](const tarnhost::ProgressReport&) { return false; };
+  EXPECT_EQ(ScanContent("a.pcd", bytes, stopped).GetOutcome().code, result::kStopped);
+}
+
 TEST(PcdScan, KeepsTheHeaderWithTheViewpoint) {
   const ScanContent scan("a.pcd", Header("binary") + Rows());
   ASSERT_TRUE(scan.Ok());
@@ -181,6 +243,25 @@ TEST(PcdScan, NamesTheLineOfTheHeaderThatIsWrong) {
   EXPECT_TRUE(refuses("nonsense\n", result::kScanContradictory, "\"nonsense\""));
   EXPECT_TRUE(refuses("FIELDS x y\nSIZE 4 4\nTYPE F F\nPOINTS 0\nDATA ascii\n",
                       result::kScanUnsupported, "no x, y and z"));
+}
+
+TEST(Lzf, GivesTheSameInRunsOfAnyLengthAsAtOnce) {
+  std::string bytes;
+  for (int i = 0; i < 2000; ++i) bytes += static_cast<char>(i * i % 7);
+  const std::string packed = Repeating(bytes);
+  const std::span<const std::uint8_t> in(reinterpret_cast<const std::uint8_t*>(packed.data()),
+                                         packed.size());
+  for (const std::size_t run : {1, 2, 3, 5, 64, 1999, 2000}) {
+    tarnhost::LzfReader reader(in);
+    std::vector<std::uint8_t> out(bytes.size());
+    for (std::size_t at = 0; at < out.size(); at += run) {
+      const std::size_t count = std::min(run, out.size() - at);
+      ASSERT_TRUE(reader.Read(std::span(out).subspan(at, count), at));
+    }
+    EXPECT_TRUE(reader.IsAtEnd());
+    EXPECT_TRUE(std::equal(out.begin(), out.end(), bytes.begin(),
+                           [](std::uint8_t a, char b) { return static_cast<char>(a) == b; }));
+  }
 }
 
 TEST(Lzf, RepeatsWhatStandsBefore) {

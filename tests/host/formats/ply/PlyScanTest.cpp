@@ -176,7 +176,7 @@ TEST(PlyScan, NamesTheLineOfTheHeaderThatIsWrong) {
   EXPECT_TRUE(refuses(Header("ascii", "element vertex 0\nproperty list float int x\n"),
                       result::kScanContradictory, "no integer"));
   EXPECT_TRUE(refuses(Header("ascii", "element vertex 0\nproperty list int int x\n"),
-                      result::kScanUnsupported, "hold lists"));
+                      result::kScanUnsupported, "hold lists (\"x\")", "a.ply"));
   EXPECT_TRUE(refuses(Header("ascii", "nonsense\n"), result::kScanContradictory, "\"nonsense\""));
   EXPECT_TRUE(refuses(Header("ascii", "element vertex 0\nproperty float x\n"),
                       result::kScanUnsupported, "no x, y and z", "a.ply"));
