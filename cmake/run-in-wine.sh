@@ -2,6 +2,8 @@
 # Runs a Windows program in wine. What it says goes by way of files: wine starts services of its own
 # that outlive the program, and would keep whoever reads from a pipe waiting.
 said=$(mktemp -d) || exit 1
+# Wine gives programs those letters of their arguments that the locale has.
+export LC_ALL=C.UTF-8
 trap 'rm -rf "$said"' EXIT
 for attempt in 1 2 3; do
   wine "$@" >"$said/out" 2>"$said/err" </dev/null

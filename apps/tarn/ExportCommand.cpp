@@ -21,6 +21,7 @@ struct ExportArguments {
   std::string memory;
   IterationChoice iteration;
   bool overwrite = false;
+  bool skipDamaged = false;
   bool quiet = false;
 };
 
@@ -33,23 +34,28 @@ int Run(const ExportArguments& arguments) {
   std::uint64_t iteration = 0;
   outcome = ChooseIteration(*cloud, arguments.iteration, iteration);
   if (!outcome.Ok()) return ReportFailure(outcome);
-  std::uint64_t points = 0;
+  tarnhost::ExportReport report;
   const auto progress = ShowProgress(arguments.quiet);
   tarnhost::CopcReport copc;
   const std::filesystem::path output = tarnhost::PathOf(arguments.output);
   if (tarnhost::IsCopcName(output)) {
     outcome = tarnhost::ExportCopc(*cloud, iteration, output, progress, copc);
-    points = copc.pointCount;
+    report.pointCount = copc.pointCount;
   } else {
     const tarnhost::ExportOptions options{iteration, MemoryToUse(arguments.memory, arguments.quiet),
-                                          progress};
+                                          progress, arguments.skipDamaged};
     outcome = tarnhost::IsPointFileName(output)
-                  ? tarnhost::ExportPoints(*cloud, options, output, points)
-                  : tarnhost::ExportLas(*cloud, options, output, points);
+                  ? tarnhost::ExportPoints(*cloud, options, output, report.pointCount)
+                  : tarnhost::ExportLas(*cloud, options, output, report);
   }
   if (!outcome.Ok()) return ReportFailure(outcome);
+  if (report.damagedPoints > 0) {
+    std::fprintf(stderr, "tarn: %s damaged, and left out\n",
+                 Counted(report.damagedPoints, "point").c_str());
+  }
   if (!arguments.quiet) {
-    std::printf("%s written to %s\n", Counted(points, "point").c_str(), arguments.output.c_str());
+    std::printf("%s written to %s\n", Counted(report.pointCount, "point").c_str(),
+                arguments.output.c_str());
     if (copc.format != copc.sourceFormat) {
       std::printf("point format %d was written as %d, as COPC files have no lower ones\n",
                   copc.sourceFormat, copc.format);
@@ -78,8 +84,17 @@ void AddExport(CLI::App& app, Action& action) {
   AddOverwriteOption(*command, arguments->overwrite);
   AddIterationOptions(*command, arguments->iteration);
   AddMemoryOption(*command, arguments->memory);
+  command->add_flag("--skip-damaged", arguments->skipDamaged,
+                    "Leave out points that damage made unreadable, and say how many (.las, .laz)");
   command->add_flag("-q,--quiet", arguments->quiet, "Say nothing but errors");
-  command->callback([arguments, &action] { action = [arguments] { return Run(*arguments); }; });
+  command->callback([arguments, &action] {
+    const std::filesystem::path output = tarnhost::PathOf(arguments->output);
+    if (arguments->skipDamaged &&
+        (tarnhost::IsCopcName(output) || tarnhost::IsPointFileName(output))) {
+      throw CLI::ValidationError("--skip-damaged", "is for .las and .laz files");
+    }
+    action = [arguments] { return Run(*arguments); };
+  });
 }
 
 }  // namespace tarnapp

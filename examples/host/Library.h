@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <filesystem>
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -13,12 +14,13 @@
 class Library {
  public:
 #if defined(_WIN32)
-  explicit Library(const char* file) : handle_(::LoadLibraryA(file)) {}
+  explicit Library(const std::filesystem::path& file) : handle_(::LoadLibraryW(file.c_str())) {}
   ~Library() {
     if (handle_ != nullptr) ::FreeLibrary(handle_);
   }
 #else
-  explicit Library(const char* file) : handle_(::dlopen(file, RTLD_NOW | RTLD_LOCAL)) {}
+  explicit Library(const std::filesystem::path& file)
+      : handle_(::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
   ~Library() {
     if (handle_ != nullptr) ::dlclose(handle_);
   }

@@ -7,6 +7,7 @@
 #include <OOCPointCloudTarn/TarnOOCPointCloud.h>
 #include <OOCPointCloudTarn/TarnOOCStringQueryExpression.h>
 
+#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -27,7 +28,7 @@ class TarnLibrary {
   using Expression = TarnOOCStringQueryExpression;
   using Evaluator = TarnOOCBooleanExpressionEvaluator;
 
-  explicit TarnLibrary(const char* file) : library_(file) {}
+  explicit TarnLibrary(const std::filesystem::path& file) : library_(file) {}
 
   /// Whether the file is that library, and has all that is looked up.
   [[nodiscard]] bool IsUsable() const {

@@ -11,10 +11,12 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "Arguments.h"
 #include "TarnLibrary.h"
 
 namespace {
@@ -48,7 +50,7 @@ class Host {
   explicit Host(const TarnLibrary& library) : library_(library), cloud_(library.MakeCloud()) {}
 
   /// The cloud takes the repository over.
-  HRESULT Open(const char* folder) {
+  HRESULT Open(const std::filesystem::path& folder) {
     std::unique_ptr<OOCPCFolderRepository> repository;
     const HRESULT opened = OOCPCFolderRepository::Open(folder, repository);
     return Failed(opened) ? opened : (*cloud_.*library_.attach)(repository.release());
@@ -79,7 +81,7 @@ class Host {
   }
 
   /// Selects in the newest iteration.
-  int Select(const char* text) {
+  int Select(const std::string& text) {
     const auto expression = library_.MakeExpression();
     (*expression.*library_.setText)(text);
     (*expression.*library_.setCloud)(cloud_.get());
@@ -222,18 +224,19 @@ class Host {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
+  const std::vector<std::string> arguments = ArgumentsOf(argc, argv);
+  if (arguments.size() != 4) {
     std::fprintf(stderr, "usage: host LIBRARY REPOSITORY QUERY\n");
     return 2;
   }
-  const TarnLibrary library(argv[1]);
+  const TarnLibrary library(PathOf(arguments[1]));
   if (!library.IsUsable()) return Fail("that is not the library");
   Host host(library);
-  if (const HRESULT code = host.Open(argv[2]); Failed(code)) {
+  if (const HRESULT code = host.Open(PathOf(arguments[2])); Failed(code)) {
     return Fail("the repository cannot be opened", code);
   }
   if (const HRESULT code = host.ShowIterations(); Failed(code)) {
     return Fail("the levels of detail cannot be read", code);
   }
-  return host.Select(argv[3]);
+  return host.Select(arguments[3]);
 }

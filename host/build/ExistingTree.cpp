@@ -18,9 +18,6 @@ namespace {
 
 using Record = OOCPCOctreeAcceleratorNode;
 
-/// Far below what equal points can lead to.
-constexpr std::uint32_t kDeepestLevel = 128;
-
 /// A number that tells the cells of all levels down to the finest apart.
 std::uint64_t PlaceOf(unsigned level, std::uint64_t indexInLevel) {
   return std::uint64_t{1} << (3 * level) | indexInLevel;

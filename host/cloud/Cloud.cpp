@@ -197,8 +197,13 @@ Outcome Cloud::ReadRoot(std::uint64_t iteration, OOCPCOctreeAcceleratorNode& roo
 }
 
 Outcome Cloud::ReadNode(std::uint64_t index, OOCPCOctreeAcceleratorNode& node) const {
-  const HRESULT code = pointCloud_.GetOOCNode(index, node);
-  if (!oocpc::Failed(code)) return Outcome::Success();
+  OOCPCOctreeAcceleratorNode read;
+  HRESULT code = pointCloud_.GetOOCNode(index, read);
+  if (!oocpc::Failed(code) && read.level > kDeepestLevel) code = result::kBadRecord;
+  if (!oocpc::Failed(code)) {
+    node = read;
+    return Outcome::Success();
+  }
   Outcome outcome = AttachFailure(code, path_, OOCPCAcceleratorContainer::kStreamName);
   outcome.what += ", node " + std::to_string(index);
   return outcome;

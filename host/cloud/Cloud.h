@@ -34,6 +34,11 @@ struct PointRange {
   std::uint32_t count = 0;
 };
 
+/// A node below this level is taken for damage, which bounds what goes down a tree. It is more than
+/// any cloud needs: where points are equal, each level divides them by eight, and a cube that grows
+/// adds levels above.
+inline constexpr std::uint32_t kDeepestLevel = 128;
+
 /// What a walk does below a node.
 enum class Descend { kIntoChildren, kPastSubtree, kStop };
 

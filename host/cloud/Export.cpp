@@ -6,7 +6,9 @@
 #include <optional>
 
 #include "host/cloud/CloudFacts.h"
+#include "host/cloud/Damage.h"
 #include "host/cloud/MergedFrame.h"
+#include "host/cloud/NodeWalk.h"
 #include "host/cloud/SourceColumns.h"
 #include "host/common/System.h"
 
@@ -91,34 +93,42 @@ class NodeFormatter {
     }
     formatter.writer_ = &writer;
     formatter.values_.resize(columns.size());
-    if (HasSourceOrder(cloud)) columns.emplace_back(kSourceIndexDimension);
+    formatter.hasPlaces_ = HasSourceOrder(cloud);
+    if (formatter.hasPlaces_) columns.emplace_back(kSourceIndexDimension);
     return BlockReader::Open(cloud, columns, formatter.reader_);
   }
 
-  Outcome Format(const OOCPCOctreeAcceleratorNode& node, LasRecords& records) {
+  /// Takes the node's own points, of which there are some.
+  Outcome Read(const OOCPCOctreeAcceleratorNode& node) {
     if (Outcome outcome = reader_.ReadPositions(node, xyz_); !outcome.Ok()) return outcome;
-    std::vector<std::span<const std::uint8_t>> columns;
     for (std::size_t i = 0; i < values_.size(); ++i) {
       if (Outcome outcome = reader_.ReadColumn(i, node, values_[i]); !outcome.Ok()) return outcome;
-      columns.emplace_back(values_[i]);
     }
-    return writer_->FormatBlock(node.ownPointCount, xyz_.data(), columns, records);
-  }
-
-  /// Places of the node's points in the sources; only in a cloud that has them.
-  Outcome ReadPlaces(const OOCPCOctreeAcceleratorNode& node, std::vector<std::uint64_t>& places) {
+    places_.clear();
+    if (!hasPlaces_) return Outcome::Success();
     Outcome outcome = reader_.ReadColumn(values_.size(), node, bytes_);
     if (!outcome.Ok()) return outcome;
-    places.resize(node.ownPointCount);
-    std::memcpy(places.data(), bytes_.data(), bytes_.size());
+    places_.resize(node.ownPointCount);
+    std::memcpy(places_.data(), bytes_.data(), bytes_.size());
     return outcome;
   }
+
+  /// The points that were read last.
+  Outcome Format(LasRecords& records) const {
+    const std::vector<std::span<const std::uint8_t>> columns(values_.begin(), values_.end());
+    return writer_->FormatBlock(xyz_.size() / 3, xyz_.data(), columns, records);
+  }
+
+  /// Their places in the sources; empty in a cloud that does not know them.
+  [[nodiscard]] const std::vector<std::uint64_t>& GetPlaces() const { return places_; }
 
  private:
   const LasWriter* writer_ = nullptr;
   BlockReader reader_;
   std::vector<std::int32_t> xyz_;
   std::vector<std::vector<std::uint8_t>> values_;
+  bool hasPlaces_ = false;
+  std::vector<std::uint64_t> places_;
   std::vector<std::uint8_t> bytes_;
 };
 
@@ -127,7 +137,7 @@ class Exporter {
   Exporter(Cloud& cloud, const ExportOptions& options, const OOCPCUpdateIteration& record)
       : cloud_(cloud), options_(options), record_(record) {}
 
-  Outcome Run(const std::filesystem::path& output, std::uint64_t& pointCount) {
+  Outcome Run(const std::filesystem::path& output, ExportReport& report) {
     LasFrame frame;
     if (Outcome outcome = FrameForLas(cloud_, frame); !outcome.Ok()) return outcome;
     if (Outcome outcome = LasWriter::Create(output, frame, writer_); !outcome.Ok()) return outcome;
@@ -136,26 +146,35 @@ class Exporter {
     }
     Outcome outcome = HasSourceOrder(cloud_) ? WriteInSourceOrder(output) : WriteAsStored();
     if (!outcome.Ok()) return outcome;
-    pointCount = writer_->GetPointCount();
-    outcome = CheckPointCount(cloud_, pointCount, record_.pointCount);
+    const std::uint64_t written = writer_->GetPointCount();
+    report.pointCount = written;
+    const bool mayLack = options_.leavesOutDamaged && written < record_.pointCount;
+    report.damagedPoints = mayLack ? record_.pointCount - written : 0;
+    outcome = CheckPointCount(cloud_, written + report.damagedPoints, record_.pointCount);
     if (!outcome.Ok()) return outcome;
-    return writer_->Finish(IsFirstSource(cloud_, pointCount, record_.pointCount));
+    return writer_->Finish(IsFirstSource(cloud_, written, record_.pointCount));
   }
 
  private:
-  /// Visits the nodes that have points of their own until one fails.
-  template <typename Visit>
-  Outcome ForEachNode(const char* stage, const Visit& visit) {
-    Outcome failure;
+  /// Reads and formats the nodes that have points of their own, and puts each.
+  template <typename Put>
+  Outcome ForEachNode(const char* stage, const Put& put) {
+    NodeWalk walk(cloud_,
+                  options_.leavesOutDamaged ? DamagedNodes::kLeaveOut : DamagedNodes::kFail);
+    OOCPCOctreeAcceleratorNode node;
+    bool hasNode = false;
     std::uint64_t done = 0;
-    Outcome walk =
-        cloud_.WalkNodes(options_.iteration, [&](const OOCPCOctreeAcceleratorNode& node) {
-          if (node.ownPointCount > 0) failure = visit(node);
-          done += node.ownPointCount;
-          if (failure.Ok()) failure = Report(stage, done);
-          return failure.Ok() ? Descend::kIntoChildren : Descend::kStop;
-        });
-    return failure.Ok() ? walk : failure;
+    for (Outcome next = walk.Start(options_.iteration);; next = Report(stage, done)) {
+      if (next.Ok()) next = walk.Next(node, hasNode);
+      if (!next.Ok() || !hasNode) return next;
+      done += node.ownPointCount;
+      if (node.ownPointCount == 0) continue;
+      Outcome outcome = formatter_.Read(node);
+      if (IsDamage(outcome.code) && options_.leavesOutDamaged) continue;
+      if (outcome.Ok()) outcome = formatter_.Format(records_);
+      if (outcome.Ok()) outcome = put();
+      if (!outcome.Ok()) return outcome;
+    }
   }
 
   [[nodiscard]] Outcome Report(const char* stage, std::uint64_t done) const {
@@ -164,10 +183,7 @@ class Exporter {
   }
 
   Outcome WriteAsStored() {
-    return ForEachNode("writing", [&](const OOCPCOctreeAcceleratorNode& node) {
-      Outcome outcome = formatter_.Format(node, records_);
-      return outcome.Ok() ? writer_->Write(records_) : outcome;
-    });
+    return ForEachNode("writing", [&] { return writer_->Write(records_); });
   }
 
   Outcome WriteInSourceOrder(const std::filesystem::path& output) {
@@ -177,13 +193,9 @@ class Exporter {
     if (!outcome.Ok()) return outcome;
     LasRecords all;  // what the header says of them
     all.Clear();
-    std::vector<std::uint64_t> placesOfNode;
-    outcome = ForEachNode("sorting", [&](const OOCPCOctreeAcceleratorNode& node) {
-      Outcome read = formatter_.Format(node, records_);
-      if (read.Ok()) read = formatter_.ReadPlaces(node, placesOfNode);
-      if (!read.Ok()) return read;
+    outcome = ForEachNode("sorting", [&] {
       all.Count(records_);
-      return ordered->Put(placesOfNode, records_.bytes);
+      return ordered->Put(formatter_.GetPlaces(), records_.bytes);
     });
     if (!outcome.Ok()) return outcome;
     return ordered->Give([&](std::span<const std::uint8_t> records) {
@@ -224,12 +236,12 @@ Outcome MakeSourceOrder(const Cloud& cloud, std::size_t recordBytes, std::uint64
 }
 
 Outcome ExportLas(Cloud& cloud, const ExportOptions& options, const std::filesystem::path& output,
-                  std::uint64_t& pointCount) {
+                  ExportReport& report) {
   OOCPCUpdateIteration record;
   if (Outcome outcome = cloud.ReadIteration(options.iteration, record); !outcome.Ok()) {
     return outcome;
   }
-  return Exporter(cloud, options, record).Run(output, pointCount);
+  return Exporter(cloud, options, record).Run(output, report);
 }
 
 Outcome ExportLas(Cloud& cloud, std::uint64_t iteration, const std::filesystem::path& output,
@@ -238,7 +250,10 @@ Outcome ExportLas(Cloud& cloud, std::uint64_t iteration, const std::filesystem::
   ExportOptions options;
   options.iteration = iteration;
   options.progress = progress;
-  return ExportLas(cloud, options, output, pointCount);
+  ExportReport report;
+  Outcome outcome = ExportLas(cloud, options, output, report);
+  pointCount = report.pointCount;
+  return outcome;
 }
 
 }  // namespace tarnhost

@@ -45,6 +45,13 @@ struct ExportOptions {
   /// machine's.
   std::uint64_t memoryBytes = 0;
   std::function<bool(const ProgressReport&)> progress;  ///< may be empty; false stops
+  /// Points of which a value cannot be read are left out; else they are a failure.
+  bool leavesOutDamaged = false;
+};
+
+struct ExportReport {
+  std::uint64_t pointCount = 0;
+  std::uint64_t damagedPoints = 0;  ///< left out
 };
 
 /// Writes all points of an iteration into a LAS or LAZ file, as its name says: source by source in
@@ -52,7 +59,7 @@ struct ExportOptions {
 /// the points of the first source alone the header comes out byte for byte. The file appears only
 /// when it is complete. What does not fit into memory is kept in a temporary file beside it.
 Outcome ExportLas(Cloud& cloud, const ExportOptions& options, const std::filesystem::path& output,
-                  std::uint64_t& pointCount);
+                  ExportReport& report);
 /// The same with usual options.
 Outcome ExportLas(Cloud& cloud, std::uint64_t iteration, const std::filesystem::path& output,
                   const std::function<bool(const ProgressReport&)>& progress,

@@ -314,8 +314,8 @@ class Verifier {
     return areSound;
   }
 
-  /// Checks a node after its children. The depth of the recursion is that of the tree, which the
-  /// cells' levels bound.
+  /// Checks a node after its children. The depth of the recursion is that of the tree, at most
+  /// kDeepestLevel.
   Known CheckSubtree(std::uint64_t index, const Node& node) {
     Known known;
     if (++visited_[index] > 1) {

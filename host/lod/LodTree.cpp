@@ -14,9 +14,6 @@ namespace result = oocpc::result;
 
 namespace {
 
-/// More levels than any cloud has: a spacing that is not reached ends here.
-constexpr std::uint32_t kDeepestLevel = 64;
-
 /// Why levels of detail cannot be loaded, with the stream that it is about where that can be found.
 Outcome WhyNot(Cloud& cloud, std::uint64_t iteration, HRESULT code) {
   OOCPCLODBlock block;

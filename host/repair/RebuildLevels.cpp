@@ -24,8 +24,6 @@ using Codes = std::vector<std::uint64_t>;
 
 /// The finest grid that an import chooses.
 constexpr unsigned kFinestGridBits = 7;
-/// No tree is deeper: below the last Morton bit, each level divides the points by eight.
-constexpr unsigned kDeepestLevel = 64;
 
 unsigned ShiftBelow(unsigned level) { return 3 * (kMortonBits - level); }
 
@@ -135,7 +133,7 @@ class Rebuilder {
   }
 
   /// `above` are the codes of what the nodes above have in the node's cell. The depth of the
-  /// recursion is that of the tree, in which children stand before their parents.
+  /// recursion is that of the tree, at most kDeepestLevel.
   Outcome Visit(std::uint64_t index, Codes above) {
     Node node;
     Codes codes;
@@ -154,7 +152,6 @@ class Rebuilder {
 
   template <typename Action>
   Outcome ForEachChild(const Node& node, const Action& action) {
-    if (node.level >= kDeepestLevel) return BadTree();
     for (unsigned octant = 0; octant < node.children.size(); ++octant) {
       if (node.children[octant] == Node::kNoChild) continue;
       Node child;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "OOCPointCloud/repository/FileSystem.h"
+#include "host/cloud/Damage.h"
 #include "host/common/ImportFolders.h"
 #include "host/repair/EarlierState.h"
 #include "host/repair/RebuildLevels.h"
@@ -92,7 +93,8 @@ class Repair {
         {code, OOCPCFolderStreamStore::kMainFileName, 0, 0, Outcome::FromCode(code).what});
     if (!Failed(ReadMain(kMainCopyName))) return Outcome::Success();
     return Outcome::Failure(code, "neither the main stream nor its copy is sound", folder_.string(),
-                            "take the repository from a backup or import it again");
+                            "take the repository from a backup or import it again; tarn export "
+                            "--skip-damaged writes the points that can still be read");
   }
 
   Outcome Verify(const RepositoryState& state, VerifyReport& report) const {
@@ -154,19 +156,13 @@ class Repair {
     Outcome outcome = Cloud::Attach(std::make_unique<RepairView>(folder_, state), folder_, cloud);
     if (outcome.Ok()) outcome = RebuildLevels(*cloud, catalogue_, number, lod);
     cloud.reset();
-    if (IsOfTheMachine(outcome.code)) return outcome;
+    if (!outcome.Ok() && !IsDamage(outcome.code)) return outcome;
     // Else more than levels is damaged.
     if (!outcome.Ok() || !states.AddLevels(lod, state)) return Outcome::Success();
     outcome = Verify(state, report);
     isTaken = outcome.Ok() && TakeIfIntact(report, number);
     report_.hasOtherLevels = isTaken;
     return outcome;
-  }
-
-  /// What another try may not meet again.
-  static bool IsOfTheMachine(HRESULT code) {
-    return code == result::kOutOfMemory || code == result::kAccessDenied ||
-           code == result::kIoError || code == result::kStopped;
   }
 
   bool TakeIfIntact(const VerifyReport& found, std::uint64_t last) {

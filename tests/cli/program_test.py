@@ -8,6 +8,7 @@ import fcntl
 import json
 import os
 import pty
+import re
 import shutil
 import signal
 import struct
@@ -695,6 +696,23 @@ class ProgramTest(unittest.TestCase):
                 self.assertTrue(stream in ("main", "DEF_COLUMN_0") or stream in done.stderr)
                 self.assertFalse(os.path.exists(out))
                 shutil.rmtree(harmed)
+
+    def test_export_writes_what_damage_left_when_asked(self):
+        harmed, out = self.path("maimed.tarn"), self.path("left.las")
+        shutil.copytree(self.cloud, harmed)
+        self.harm(os.path.join(harmed, "DEF_COLUMN_1"), "alter")
+        self.assert_fails(run("repair", harmed), "no iteration is intact", "--skip-damaged")
+        self.assert_fails(run("export", harmed, "-o", self.path("left.csv"), "--skip-damaged"),
+                          "is for .las and .laz files", code=2)
+        done = run("export", harmed, "-o", out, "--skip-damaged")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        lost = int(re.search(r"tarn: ([\d,]+) points? damaged, and left out", done.stderr).group(1)
+                   .replace(",", ""))
+        before = int(run("query", self.cloud, "#true()", "--count").stdout)
+        self.assertEqual(json.loads(run("info", out, "--json").stdout)["points"], before - lost)
+        self.assertGreater(lost, 0)
+        os.remove(out)
+        shutil.rmtree(harmed)
 
     def test_who_finds_the_main_stream_missing_is_told_of_its_copy(self):
         headless = self.path("headless.tarn")

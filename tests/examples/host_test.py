@@ -30,7 +30,9 @@ def main():
         return done.stdout.replace("\r\n", "\n") + done.stderr
 
     with tempfile.TemporaryDirectory(prefix="tarn-host-") as folder:
-        scan, more, cloud = (os.path.join(folder, name) for name in ("a.las", "b.las", "a.tarn"))
+        # Letters of several alphabets: no code page has them all.
+        names = ("a.las", "b.las", "Straße 雪.tarn")
+        scan, more, cloud = (os.path.join(folder, name) for name in names)
         run(options.tarn, "synthesize", "-o", scan, "--points", "40000", "-q")
         run(options.tarn, "synthesize", "-o", more, "--points", "10000", "--seed", "5", "-q")
         run(options.tarn, "import", scan, "-o", cloud, "-q")

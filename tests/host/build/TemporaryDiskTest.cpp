@@ -216,8 +216,8 @@ TEST(TemporaryFileOnAFullDisk, FailsAnExportInOrderAndLeavesNothing) {
     const FailingTemporaryFiles files("temporary", chosen);
     ExportOptions options;
     options.memoryBytes = 100000;
-    std::uint64_t points = 0;
-    EXPECT_EQ(ExportLas(*folder.Open(), options, folder / "out.las", points).code,
+    ExportReport exported;
+    EXPECT_EQ(ExportLas(*folder.Open(), options, folder / "out.las", exported).code,
               result::kNoSpace);
     EXPECT_THAT(folder.List(), ElementsAre("cloud.tarn", "scan.las"));
   }

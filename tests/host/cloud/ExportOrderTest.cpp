@@ -33,8 +33,8 @@ Bytes Exported(const ScanFolder& folder, const std::string& name, std::uint64_t 
   ExportOptions options;
   options.iteration = iteration;
   options.memoryBytes = memory;
-  std::uint64_t count = 0;
-  EXPECT_TRUE(IsOk(ExportLas(*folder.Open(), options, folder / name, count)));
+  ExportReport report;
+  EXPECT_TRUE(IsOk(ExportLas(*folder.Open(), options, folder / name, report)));
   return ReadFile(folder / name);
 }
 

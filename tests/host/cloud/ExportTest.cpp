@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "host/cloud/Export.h"
 #include "host/cloud/Verify.h"
@@ -160,6 +161,103 @@ TEST(Export, LeavesNothingOfAnAlteredColumn) {
   EXPECT_EQ(outcome.code, result::kChecksumMismatch);
   EXPECT_EQ(outcome.where, "column intensity, block 0");
   EXPECT_EQ(folder.List(), (std::vector<std::string>{"cloud.tarn", "scan.las"}));
+}
+
+/// A cloud of several blocks with points at random places, and damage in it.
+class ExportOfDamaged : public ::testing::Test {
+ protected:
+  static constexpr std::uint64_t kPoints = 30000;
+
+  void Import(bool keepOrder = false) {
+    Bytes file = ScanOf(kPoints);
+    oocpctest::PlacePoints(file, oocpctest::RandomPositions(kPoints, 1000000));
+    ImportOptions options = folder_.Options({folder_.Add("scan.las", file)});
+    options.keepOrder = keepOrder;
+    ImportReport report;
+    ASSERT_TRUE(IsOk(ImportScans(options, report)));
+    ASSERT_TRUE(before_.Load(folder_ / "scan.las"));
+  }
+
+  void FlipBit(const std::string& stream, std::size_t at) const {
+    Bytes bytes = oocpctest::ReadFile(folder_.Repository() / stream);
+    ASSERT_LT(at, bytes.size());
+    bytes[at] ^= 1;
+    oocpctest::WriteFile(folder_.Repository() / stream, bytes);
+  }
+
+  ExportReport ExportWhatIsSound() const {
+    ExportOptions options;
+    options.leavesOutDamaged = true;
+    ExportReport report;
+    EXPECT_TRUE(IsOk(ExportLas(*folder_.Open(), options, folder_ / "out.las", report)));
+    EXPECT_EQ(report.pointCount + report.damagedPoints, kPoints);
+    return report;
+  }
+
+  /// What was written are records of the scan, each as often as there at most.
+  void ExpectPartOfScan(const ExportReport& report) const {
+    LasFile after;
+    ASSERT_TRUE(after.Load(folder_ / "out.las"));
+    EXPECT_EQ(after.GetPointCount(), report.pointCount);
+    const std::vector<std::string> all = SortedRecords(before_);
+    const std::vector<std::string> part = SortedRecords(after);
+    EXPECT_TRUE(std::ranges::includes(all, part));
+  }
+
+  ScanFolder folder_;
+  LasFile before_;
+};
+
+TEST_F(ExportOfDamaged, IsTheWholeScanWhereNothingIsDamaged) {
+  Import(true);
+  EXPECT_EQ(ExportWhatIsSound().damagedPoints, 0u);
+  EXPECT_EQ(oocpctest::ReadFile(folder_ / "out.las"), oocpctest::ReadFile(folder_ / "scan.las"));
+}
+
+TEST_F(ExportOfDamaged, LeavesOutThePointsOfABlockWhenAsked) {
+  Import();
+  FlipBit("DEF_COLUMN_1", 0);
+  std::uint64_t count = 0;
+  ASSERT_EQ(ExportLas(*folder_.Open(), 0, folder_ / "out.las", {}, count).code,
+            result::kChecksumMismatch);
+  const ExportReport report = ExportWhatIsSound();
+  EXPECT_GT(report.pointCount, 0u);
+  EXPECT_GT(report.damagedPoints, 0u);
+  ExpectPartOfScan(report);
+}
+
+TEST_F(ExportOfDamaged, KeepsTheOrderOfTheRest) {
+  Import(true);
+  FlipBit("DEF_COLUMN_1", 0);
+  const ExportReport report = ExportWhatIsSound();
+  EXPECT_GT(report.damagedPoints, 0u);
+  LasFile after;
+  ASSERT_TRUE(after.Load(folder_ / "out.las"));
+  std::uint64_t at = 0;
+  for (std::uint64_t i = 0; i < after.GetPointCount(); ++i) {
+    const std::size_t bytes = after.GetRecordBytes();
+    while (at < kPoints && std::memcmp(before_.GetRecord(at), after.GetRecord(i), bytes) != 0) ++at;
+    ASSERT_LT(at++, kPoints) << "record " << i << " does not follow the ones before";
+  }
+}
+
+TEST_F(ExportOfDamaged, LeavesOutWhatIsBelowANodeWhenAsked) {
+  Import();
+  FlipBit("DEF_OCTREE", 0);  // the first child of the root
+  const ExportReport report = ExportWhatIsSound();
+  EXPECT_GT(report.pointCount, 0u);
+  EXPECT_GT(report.damagedPoints, 0u);
+  ExpectPartOfScan(report);
+}
+
+TEST_F(ExportOfDamaged, FailsWithoutARoot) {
+  Import();
+  FlipBit("DEF_OCTREE", oocpctest::ReadFile(folder_.Repository() / "DEF_OCTREE").size() - 1);
+  ExportOptions options;
+  options.leavesOutDamaged = true;
+  ExportReport report;
+  EXPECT_TRUE(oocpc::Failed(ExportLas(*folder_.Open(), options, folder_ / "out.las", report).code));
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "out.las"));
 }
 
 }  // namespace

@@ -1,7 +1,13 @@
 // Everything that verification has to find, and that it finds nothing where all is well.
 #include <OOCPointCloud/OOCPCAcceleratorContainer.h>
+#include <OOCPointCloud/OOCPCRepositoryWriter.h>
+#include <OOCPointCloud/Repositories.h>
 #include <OOCPointCloud/ResultCodes.h>
 #include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
 
 #include "host/cloud/Verify.h"
 #include "tests/support/ScanFolder.h"
@@ -167,6 +173,17 @@ class ContradictoryTree : public ::testing::Test {
     std::copy(again.begin(), again.end(), nodes_.begin() + static_cast<std::ptrdiff_t>(at));
     oocpctest::WriteFile(Place("DEF_OCTREE"), nodes_);
   }
+  void AppendNodes(const Bytes& nodes) const {
+    std::unique_ptr<OOCPCFolderStreamStore> store;
+    ASSERT_EQ(OOCPCFolderStreamStore::Open(folder_.Repository(), store), result::kOk);
+    OOCPCCatalogue catalogue;
+    std::unique_ptr<OOCPCRepositoryWriter> writer;
+    ASSERT_EQ(OOCPCRepositoryWriter::OpenExisting(std::move(store), catalogue, writer),
+              result::kOk);
+    std::uint64_t position = 0;
+    ASSERT_EQ(writer->Append("DEF_OCTREE", nodes, position), result::kOk);
+    ASSERT_EQ(writer->Commit(catalogue), result::kOk);
+  }
   template <typename Change>
   void ChangeEntry(const std::string& column, const Change& change) {
     Bytes table = oocpctest::ReadFile(Place(column + "_BLOCKS"));
@@ -206,6 +223,23 @@ class ContradictoryTree : public ::testing::Test {
 TEST_F(ContradictoryTree, IsToldWhenALevelIsWrong) {
   ChangeNode(0, [](Node& node) { node.level = 2; });
   ExpectFault("DEF_OCTREE", "its level or its place");
+}
+
+TEST_F(ContradictoryTree, IsToldWhenItIsDeeperThanAnyTree) {
+  constexpr std::uint64_t kLevels = 200'000;
+  const std::uint64_t first = root_ + 1;
+  Bytes chain;
+  for (std::uint64_t i = 0; i < kLevels; ++i) {
+    Node node;
+    node.level = static_cast<std::uint32_t>(kLevels - 1 - i);
+    if (i > 0) node.children[0] = first + i - 1;
+    node.Encode(chain);
+  }
+  AppendNodes(chain);
+  ChangeIteration([&](OOCPCUpdateIteration& record) {
+    record.acceleratorPayload = {0, (first + kLevels) * Node::kBytes};
+  });
+  ExpectFault("DEF_OCTREE", "node " + std::to_string(first));
 }
 
 TEST_F(ContradictoryTree, IsToldWhenACellIsWrong) {
