@@ -30,6 +30,9 @@ class NamelessFile {
   [[nodiscard]] HRESULT Write(std::uint64_t offset, std::span<const std::uint8_t> bytes);
   /// Reads as many bytes as `out` has room for; kIoError when there are fewer.
   [[nodiscard]] HRESULT Read(std::uint64_t offset, std::span<std::uint8_t> out) const;
+  /// From here on a mapped file is used through its mapping alone, and takes none of the files that
+  /// the system lets a process have open, where a mapping does not need one.
+  void EndWriting();
   /// Says that these bytes are going to be read soon: the system may begin to fetch them.
   void ReadAhead(std::uint64_t offset, std::uint64_t bytes) const;
 

@@ -49,7 +49,13 @@ HRESULT NamelessFile::Create(const std::filesystem::path& folder,
 
 NamelessFile::~NamelessFile() {
   if (!mapped_.empty()) ::munmap(mapped_.data(), mapped_.size());
+  if (handle_ >= 0) ::close(static_cast<int>(handle_));
+}
+
+void NamelessFile::EndWriting() {
+  if (mapped_.empty() || handle_ < 0) return;
   ::close(static_cast<int>(handle_));
+  handle_ = -1;
 }
 
 HRESULT NamelessFile::Map(std::uint64_t bytes) {

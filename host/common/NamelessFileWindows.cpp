@@ -57,6 +57,9 @@ NamelessFile::~NamelessFile() {
   ::CloseHandle(HandleOf(handle_));
 }
 
+// Closing the handle would remove the file, and a process may have millions of them.
+void NamelessFile::EndWriting() {}
+
 HRESULT NamelessFile::Map(std::uint64_t bytes) {
   if (bytes == 0) return result::kOk;
   // Makes the file as long, and takes the room for it on the disk.

@@ -28,6 +28,11 @@ class ScratchBytes {
     return memory_ == nullptr ? nullptr : memory_->GetBytes().data() + at;
   }
   Outcome Write(std::uint64_t at, std::span<const std::uint8_t> bytes);
+  /// Nothing is written any more. Any number of them may be kept then, however few files a process
+  /// may have open.
+  void EndWriting() {
+    if (file_ != nullptr) file_->EndWriting();
+  }
   [[nodiscard]] const std::uint8_t* Get(std::uint64_t at) const { return bytes_.data() + at; }
   /// Says that these bytes are not needed soon.
   void Forget(std::uint64_t at, std::uint64_t count) const;

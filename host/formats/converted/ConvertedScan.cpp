@@ -208,7 +208,10 @@ Outcome ConvertedScan::Prepare(ScanWorkspace& workspace) {
   outcome = decoder_->Begin(workspace);
   if (outcome.Ok()) outcome = WriteParts(workspace);
   decoder_->End();
-  if (outcome.Ok()) return outcome;
+  if (outcome.Ok()) {
+    records_->EndWriting();
+    return outcome;
+  }
   records_.reset();
   workspace.memoryBytes += taken;
   return outcome;

@@ -200,9 +200,10 @@ Outcome LazScan::Prepare(ScanWorkspace& workspace) {
   if (stopped && outcome.Ok()) outcome = Outcome::FromCode(result::kStopped);
   if (!outcome.Ok()) {
     records_.reset();
-  } else if (bytes <= workspace.memoryBytes) {
-    workspace.memoryBytes -= bytes;
+    return outcome;
   }
+  records_->EndWriting();
+  if (bytes <= workspace.memoryBytes) workspace.memoryBytes -= bytes;
   return outcome;
 }
 
