@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <utility>
 
 #include "host/cloud/Export.h"
 #include "host/cloud/IterationCube.h"
@@ -19,6 +21,11 @@ namespace {
 constexpr double kTolerance = 1e-9;
 /// Points along an edge of the root node, where no level of detail tells their distance.
 constexpr double kUsualGrid = 128;
+/// The finest cells whose place a node's number tells. Below, points are equal or nearly so, and
+/// lie in nodes without regard to place.
+constexpr std::uint32_t kFinestLevel = 21;
+/// That a file of this format can count in a node.
+constexpr std::uint64_t kMostPoints = std::numeric_limits<std::int32_t>::max();
 
 /// Takes the Morton code of the node's cell apart, whose bits stand in the order ...zyxzyx.
 CopcKey KeyOf(const OOCPCOctreeAcceleratorNode& node) {
@@ -64,32 +71,71 @@ class CopcExporter {
     return BlockReader::Open(cloud_, columns, reader_);
   }
 
+  /// Takes the nodes in the order of a walk, parents first.
   Outcome Write(const OOCPCOctreeAcceleratorNode& node) {
-    const CopcKey key = KeyOf(node);
-    if (!IsInCell(node, key, cube_)) {
-      return Outcome::Failure(
-          result::kScanUnsupported, "the nodes of this iteration are no cells of one cube",
-          cloud_.GetPath().string(), "write a LAZ file and import that, or write that instead");
+    if (node.level <= kFinestLevel) {
+      if (Outcome outcome = WriteCell(); !outcome.Ok()) return outcome;
+      key_ = KeyOf(node);
+      hasCell_ = true;
+      if (!IsInCell(node, key_, cube_)) {
+        return Refuse("the nodes of this iteration are no cells of one cube");
+      }
     }
-    if (node.ownPointCount == 0) return writer_->WriteNode(key, 0, nullptr, {});
-    if (Outcome outcome = reader_.ReadPositions(node, xyz_); !outcome.Ok()) return outcome;
-    std::vector<std::span<const std::uint8_t>> columns;
-    for (std::size_t i = 0; i < values_.size(); ++i) {
-      if (Outcome outcome = reader_.ReadColumn(i, node, values_[i]); !outcome.Ok()) return outcome;
-      columns.emplace_back(values_[i]);
-    }
-    return writer_->WriteNode(key, node.ownPointCount, xyz_.data(), columns);
+    return AddToCell(node);
+  }
+
+  /// Writes the cell whose points were taken last.
+  Outcome WriteCell() {
+    if (!std::exchange(hasCell_, false)) return Outcome::Success();
+    const std::vector<std::span<const std::uint8_t>> columns(values_.begin(), values_.end());
+    Outcome outcome =
+        writer_->WriteNode(key_, static_cast<std::uint32_t>(xyz_.size() / 3), xyz_.data(), columns);
+    xyz_.clear();
+    for (auto& values : values_) values.clear();
+    return outcome;
   }
 
   [[nodiscard]] CopcWriter& GetWriter() { return *writer_; }
 
  private:
+  template <typename T>
+  static void MoveBehind(std::vector<T>& values, std::vector<T>& more) {
+    if (values.empty()) {
+      values.swap(more);
+    } else {
+      values.insert(values.end(), more.begin(), more.end());
+    }
+  }
+
+  Outcome AddToCell(const OOCPCOctreeAcceleratorNode& node) {
+    if (node.ownPointCount == 0) return Outcome::Success();
+    if (xyz_.size() / 3 + node.ownPointCount > kMostPoints) {
+      return Refuse("more than two billion points of this iteration are in one place");
+    }
+    if (Outcome outcome = reader_.ReadPositions(node, xyzOfNode_); !outcome.Ok()) return outcome;
+    MoveBehind(xyz_, xyzOfNode_);
+    for (std::size_t i = 0; i < values_.size(); ++i) {
+      if (Outcome outcome = reader_.ReadColumn(i, node, bytes_); !outcome.Ok()) return outcome;
+      MoveBehind(values_[i], bytes_);
+    }
+    return Outcome::Success();
+  }
+
+  Outcome Refuse(const char* what) const {
+    return Outcome::Failure(result::kScanUnsupported, what, cloud_.GetPath().string(),
+                            "write a LAZ file and import that, or write that instead");
+  }
+
   Cloud& cloud_;
   CopcCube cube_;  ///< local frame
   std::unique_ptr<CopcWriter> writer_;
   BlockReader reader_;
+  bool hasCell_ = false;
+  CopcKey key_;  ///< of the cell whose points these are
   std::vector<std::int32_t> xyz_;
   std::vector<std::vector<std::uint8_t>> values_;
+  std::vector<std::int32_t> xyzOfNode_;
+  std::vector<std::uint8_t> bytes_;
 };
 
 double SpacingOf(Cloud& cloud, std::uint64_t iteration, const CopcCube& cube) {
@@ -123,6 +169,7 @@ Outcome ExportCopc(Cloud& cloud, std::uint64_t iteration, const std::filesystem:
   });
   if (!failure.Ok()) return failure;
   if (!walk.Ok()) return walk;
+  if (Outcome outcome = exporter.WriteCell(); !outcome.Ok()) return outcome;
   if (Outcome outcome = CheckPointCount(cloud, writer.GetPointCount(), record.pointCount);
       !outcome.Ok()) {
     return outcome;

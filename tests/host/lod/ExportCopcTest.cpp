@@ -104,6 +104,31 @@ TEST(ExportCopc, KeepsEveryPoint) {
   }
 }
 
+TEST(ExportCopc, KeepsEqualPointsInTheCellThatTheyLieIn) {
+  constexpr std::uint32_t kEqual = 100000;
+  Bytes file = ScanOf(kEqual + 1000, 7);
+  auto positions = oocpctest::RandomPositions(kEqual + 1000, 1000000);
+  std::fill(positions.begin() + 1000, positions.end(), positions.front());
+  oocpctest::PlacePoints(file, positions);
+  const ScanFolder folder;
+  folder.ImportBytes(file);
+  std::uint32_t deepest = 0;
+  EXPECT_TRUE(IsOk(folder.Open()->WalkNodes(0, [&](const OOCPCOctreeAcceleratorNode& node) {
+    deepest = std::max(deepest, node.level);
+    return Descend::kIntoChildren;
+  })));
+  ASSERT_GT(deepest, 21u) << "no points lie below the finest cells";
+  EXPECT_EQ(Export(folder).pointCount, kEqual + 1000u);
+  std::unique_ptr<ScanFile> before;
+  ASSERT_TRUE(IsOk(OpenScan(folder / "scan.las", before)));
+  const auto after = OpenPrepared(folder / "out.copc.laz");
+  EXPECT_TRUE(oocpctest::SumRecords(*before) == oocpctest::SumRecords(*after));
+  std::uint64_t inOneChunk = 0;
+  for (const auto& chunk : after->GetChunks())
+    inOneChunk = std::max<std::uint64_t>(inOneChunk, chunk.points);
+  EXPECT_GT(inOneChunk, kEqual / 2);
+}
+
 TEST(ExportCopc, IsReadByAnIndependentReader) {
   if (!oocpctest::HasNodeReaders()) GTEST_SKIP() << "copc for node is not installed";
   const ScanFolder folder;
