@@ -9,6 +9,7 @@
 #include <OOCPointCloud/Repositories.h>
 #include <OOCPointCloud/ResultCodes.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
@@ -85,8 +86,10 @@ class Host {
     const auto expression = library_.MakeExpression();
     (*expression.*library_.setText)(text);
     (*expression.*library_.setCloud)(cloud_.get());
-    if (Failed(expression->ComputeBooleanAST())) {
+    if (const HRESULT code = expression->ComputeBooleanAST(); Failed(code)) {
+      // Nothing is told where it was not the text that failed.
       const OOCPCQueryExpressionError* error = expression->GetErrorIterator()->Next();
+      if (error == nullptr) return Fail("the query cannot be read", code);
       std::fprintf(stderr, "host: the query makes no sense from here on: %s\n",
                    error->GetText().c_str());
       return 1;

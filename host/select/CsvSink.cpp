@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <string_view>
 
 #include "OOCPointCloud/support/Bytes.h"
 #include "host/select/Sinks.h"
@@ -47,9 +48,12 @@ void AppendValue(std::string& text, ValueType type, const std::uint8_t* bytes) {
   }
 }
 
-/// A field as RFC 4180 quotes it.
+/// A field as RFC 4180 quotes it. Quoted are blanks at the ends, too, which readers drop otherwise.
 std::string Field(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  constexpr std::string_view kBlanks = " \t";
+  const bool hasBlankEnds = !text.empty() && (kBlanks.find(text.front()) != kBlanks.npos ||
+                                              kBlanks.find(text.back()) != kBlanks.npos);
+  if (!hasBlankEnds && text.find_first_of(",\"\r\n") == std::string::npos) return text;
   std::string quoted = "\"";
   for (const char letter : text) quoted += letter == '"' ? "\"\"" : std::string(1, letter);
   return quoted + "\"";

@@ -87,11 +87,15 @@ std::uint64_t ExactLimit(ClauseType type) {
   return 0;
 }
 
+/// Least integer down from which a type holds every one.
+std::int64_t ExactLeast(ClauseType type) {
+  if (type == ClauseType::kInt) return std::numeric_limits<std::int32_t>::min();
+  return type == ClauseType::kUInt8 ? 0 : -static_cast<std::int64_t>(ExactLimit(type));
+}
+
 bool Fits(const ActualRange& range, ClauseType type) {
-  if (type == ClauseType::kString) return false;
-  if (range.greatest > ExactLimit(type)) return false;
-  if (!range.negative) return true;
-  return type != ClauseType::kUInt8 && range.least >= -static_cast<std::int64_t>(ExactLimit(type));
+  if (type == ClauseType::kString || range.greatest > ExactLimit(type)) return false;
+  return !range.negative || range.least >= ExactLeast(type);
 }
 
 class Fitter {

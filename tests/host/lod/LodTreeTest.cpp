@@ -122,7 +122,7 @@ TEST_F(LodTreeWalk, FindsTheCoarsestLevelThatIsCloseEnough) {
   EXPECT_EQ(tree_->FindLevel(coarsest * 0.99), 1u);
   EXPECT_EQ(tree_->FindLevel(coarsest / 2), 1u);
   EXPECT_EQ(tree_->FindLevel(coarsest / 8 * 1.01), 3u);
-  EXPECT_EQ(tree_->FindLevel(1e-300), 64u);
+  EXPECT_EQ(tree_->FindLevel(1e-300), kDeepestLevel);
 }
 
 TEST(LodTree, IsARootAloneWhereThereIsOnePoint) {

@@ -2,9 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <numeric>
 
 #include "host/select/QueryTyping.h"
+#include "tests/host/select/HandMadeCloud.h"
 #include "tests/host/select/SelectFixture.h"
 
 namespace {
@@ -97,6 +99,33 @@ TEST(QueryTyping, TakesNarrowTypesForWideColumnsWhoseValuesAreSmall) {
   }
   EXPECT_EQ(TypesThatFit(*imported.cloud, "f32"), "fd");
   EXPECT_EQ(TypesThatFit(*imported.cloud, "f64"), "d");
+}
+
+TEST(QueryTyping, TakesATypeDownToTheLeastIntegerThatItHolds) {
+  oocpctest::HandMadeRecipe recipe;
+  recipe.xyz = {0, 0, 0, 1, 0, 0};
+  recipe.nodes = {2};
+  const auto add = [&](const char* name, std::int64_t least) {
+    oocpctest::ByteVector values;
+    for (const std::int64_t value : {least, std::int64_t{1}}) {
+      oocpc::AppendLittleEndian(values, value);
+    }
+    recipe.columns.push_back({name, {ValueType::kInt64, 1}, values});
+  };
+  add("of_int", std::numeric_limits<std::int32_t>::min());
+  add("below_int", std::int64_t{std::numeric_limits<std::int32_t>::min()} - 1);
+  add("of_float", -(1 << 24));
+  add("below_float", -(1 << 24) - 1);
+  add("of_double", -(std::int64_t{1} << 53));
+  add("below_double", -(std::int64_t{1} << 53) - 1);
+  const oocpctest::HandMadeCloud made(recipe);
+  ASSERT_NE(made.cloud, nullptr);
+  EXPECT_EQ(TypesThatFit(*made.cloud, "of_int"), "id");
+  EXPECT_EQ(TypesThatFit(*made.cloud, "below_int"), "d");
+  EXPECT_EQ(TypesThatFit(*made.cloud, "of_float"), "ifd");
+  EXPECT_EQ(TypesThatFit(*made.cloud, "below_float"), "id");
+  EXPECT_EQ(TypesThatFit(*made.cloud, "of_double"), "d");
+  EXPECT_EQ(TypesThatFit(*made.cloud, "below_double"), "");
 }
 
 TEST(QueryTyping, OffersCoordinatesAndColorsByTheirOwnNames) {

@@ -141,7 +141,8 @@ TEST(SelectByString, ReportsAnIndexWithoutAString) {
 }
 
 TEST(SelectByString, WritesStringsIntoCsvQuotedWhereNeeded) {
-  const StringCloud strings(kFlights, {1, 3});
+  const std::vector<std::string> texts{"south", "a, \"b\"", " ahead", "behind\t", "two words", " "};
+  const StringCloud strings(texts, {0, 1, 2, 3, 4, 5});
   ASSERT_NE(strings.cloud, nullptr);
   const oocpctest::TemporaryFolder folder;
   tarnhost::CsvSink sink(folder / "out.csv");
@@ -149,7 +150,8 @@ TEST(SelectByString, WritesStringsIntoCsvQuotedWhereNeeded) {
   ASSERT_TRUE(Succeeded(tarnhost::Select(*strings.cloud, Query("#true()"), &sink, report)));
   const auto bytes = oocpctest::ReadFile(folder / "out.csv");
   EXPECT_EQ(std::string(bytes.begin(), bytes.end()),
-            "x,y,z,flight\n0,0,0,south\n1,0,0,\"a, \"\"b\"\"\"\n");
+            "x,y,z,flight\n0,0,0,south\n1,0,0,\"a, \"\"b\"\"\"\n2,0,0,\" ahead\"\n"
+            "3,0,0,\"behind\t\"\n4,0,0,two words\n5,0,0,\" \"\n");
 }
 
 TEST(SelectByString, CannotBeWrittenAsLasWithoutASource) {
