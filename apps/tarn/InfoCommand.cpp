@@ -9,6 +9,7 @@
 #include "apps/tarn/Progress.h"
 #include "host/cloud/Checksums.h"
 #include "host/cloud/CloudFacts.h"
+#include "host/cloud/Statistics.h"
 #include "host/common/System.h"
 
 namespace tarnapp {
@@ -33,10 +34,13 @@ int PrintSums(const InfoArguments& arguments, const tarnhost::Checksums& sums) {
   return kDone;
 }
 
-int SumScanFile(const InfoArguments& arguments, tarnhost::ScanFile& scan) {
+tarnhost::ScanWorkspace MakeWorkspace() {
   std::error_code ignored;
-  tarnhost::ScanWorkspace workspace{
-      tarnhost::GetMachineMemoryBytes() / 4, std::filesystem::temp_directory_path(ignored), {}};
+  return {tarnhost::GetMachineMemoryBytes() / 4, std::filesystem::temp_directory_path(ignored), {}};
+}
+
+int SumScanFile(const InfoArguments& arguments, tarnhost::ScanFile& scan) {
+  tarnhost::ScanWorkspace workspace = MakeWorkspace();
   tarnhost::Checksums sums;
   tarnhost::Outcome outcome;
   {
@@ -56,31 +60,31 @@ int SumRepository(const InfoArguments& arguments, tarnhost::Cloud& cloud, std::u
   return outcome.Ok() ? PrintSums(arguments, sums) : ReportFailure(outcome);
 }
 
-/// What is told of repositories alone, by the name of its option; empty when nothing such is asked.
-std::string AskedOfRepositories(const InfoArguments& arguments) {
-  if (arguments.parts.statistics) return "--stats";
-  if (arguments.iteration.IsGiven()) return "--iteration and --at";
-  return {};
+tarnhost::Outcome AddStatistics(tarnhost::ScanFile& scan, tarnhost::CloudFacts& facts) {
+  tarnhost::ScanWorkspace workspace = MakeWorkspace();
+  const auto progress = ShowProgress(false);
+  return tarnhost::AddScanStatistics(scan, workspace, progress, facts);
 }
 
 int DescribeScan(const InfoArguments& arguments) {
-  if (const std::string asked = AskedOfRepositories(arguments); !asked.empty()) {
+  if (arguments.iteration.IsGiven()) {
     (void)ReportFailure(tarnhost::Outcome::Failure(
-        oocpc::result::kNotARepository,
-        asked + " can be told of a repository alone, this is a file", arguments.repository,
-        "import it: tarn import FILE -o REPOSITORY"));
+        oocpc::result::kNotARepository, "a repository alone has iterations, this is a file",
+        arguments.repository, "import it: tarn import FILE -o REPOSITORY"));
     return kWrongUsage;
   }
   std::unique_ptr<tarnhost::ScanFile> scan;
   tarnhost::ScanOptions options = arguments.scanOptions;
   options.progress = ShowProgress(!IsTerminal());
-  const tarnhost::Outcome outcome =
+  tarnhost::Outcome outcome =
       tarnhost::OpenScan(tarnhost::PathOf(arguments.repository), options, scan);
   options.progress = {};
   if (!outcome.Ok()) return ReportFailure(outcome);
   if (arguments.checksum) return SumScanFile(arguments, *scan);
   tarnhost::CloudFacts facts;
   tarnhost::CollectScanFacts(*scan, facts);
+  if (arguments.parts.statistics) outcome = AddStatistics(*scan, facts);
+  if (!outcome.Ok()) return ReportFailure(outcome);
   if (arguments.json) {
     PrintScanJson(arguments.repository, facts);
   } else {

@@ -139,13 +139,17 @@ void PrintScanSchema(const CloudFacts& facts) {
   }
 }
 
-void PrintStatistics(const CloudFacts& facts) {
+void PrintRanges(const CloudFacts& facts) {
   std::printf("\n%-28s %-24s %-24s %s\n", "dimension", "minimum", "maximum", "mean");
   for (const DimensionFacts& dimension : facts.dimensions) {
     std::printf("%-28s %-24s %-24s %s\n", Shown(dimension.name).c_str(),
                 Numbers(dimension.minimum).c_str(), Numbers(dimension.maximum).c_str(),
                 Means(dimension.mean).c_str());
   }
+}
+
+void PrintStatistics(const CloudFacts& facts) {
+  PrintRanges(facts);
   for (const std::string& oddity : facts.oddities) std::printf("note: %s\n", oddity.c_str());
 }
 
@@ -184,17 +188,21 @@ std::string HexText(std::uint64_t number) {
   return digits.data();
 }
 
+void AddRange(const DimensionFacts& dimension, nlohmann::json& json) {
+  json["minimum"] = nlohmann::json::array();
+  json["maximum"] = nlohmann::json::array();
+  for (const auto& number : dimension.minimum) json["minimum"].push_back(NumberJson(number));
+  for (const auto& number : dimension.maximum) json["maximum"].push_back(NumberJson(number));
+  for (const double mean : dimension.mean) json["mean"].push_back(NumberJson(mean));
+}
+
 nlohmann::json DimensionJson(const DimensionFacts& dimension) {
   nlohmann::json json{{"name", dimension.name},
                       {"type", oocpc::ValueTypeName(dimension.type.value)},
                       {"components", dimension.type.components},
                       {"description", dimension.description},
                       {"stored_bytes", dimension.storedBytes}};
-  json["minimum"] = nlohmann::json::array();
-  json["maximum"] = nlohmann::json::array();
-  for (const auto& number : dimension.minimum) json["minimum"].push_back(NumberJson(number));
-  for (const auto& number : dimension.maximum) json["maximum"].push_back(NumberJson(number));
-  for (const double mean : dimension.mean) json["mean"].push_back(NumberJson(mean));
+  AddRange(dimension, json);
   return json;
 }
 
@@ -279,6 +287,7 @@ void PrintScanText(const std::string& scan, const CloudFacts& facts, const InfoP
   std::printf("  dimensions   x y z%s\n", names.c_str());
   for (const std::string& oddity : facts.oddities) std::printf("  note: %s\n", oddity.c_str());
   if (parts.schema) PrintScanSchema(facts);
+  if (parts.statistics) PrintRanges(facts);
   if (isLas) {
     std::printf("\nheader:\n");
     PrintHeader(*las);
@@ -300,6 +309,7 @@ void PrintScanJson(const std::string& scan, const CloudFacts& facts) {
                                   {"type", oocpc::ValueTypeName(dimension.type.value)},
                                   {"components", dimension.type.components},
                                   {"description", dimension.description}});
+    if (!dimension.mean.empty()) AddRange(dimension, json["dimensions"].back());
   }
   json["sources"] = nlohmann::json::array();
   for (const SourceFacts& source : facts.sources) json["sources"].push_back(SourceJson(source));

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "OOCPointCloud/support/Bytes.h"
+#include "host/cloud/Statistics.h"
 
 namespace tarnhost {
 
@@ -14,62 +15,6 @@ using oocpc::ValueType;
 namespace {
 
 using Node = OOCPCOctreeAcceleratorNode;
-
-bool IsSigned(ValueType type) {
-  return type == ValueType::kInt8 || type == ValueType::kInt16 || type == ValueType::kInt32 ||
-         type == ValueType::kInt64;
-}
-
-bool IsReal(ValueType type) { return type == ValueType::kFloat || type == ValueType::kDouble; }
-
-Number NumberOf(ValueType type, std::uint64_t bits) {
-  if (IsReal(type)) return std::bit_cast<double>(bits);
-  if (IsSigned(type)) return static_cast<std::int64_t>(bits);
-  return bits;
-}
-
-double ValueAt(ValueType type, const std::uint8_t* bytes) {
-  switch (type) {
-    case ValueType::kUInt8:
-      return *bytes;
-    case ValueType::kInt8:
-      return static_cast<std::int8_t>(*bytes);
-    case ValueType::kUInt16:
-      return oocpc::LoadLittleEndian<std::uint16_t>(bytes);
-    case ValueType::kInt16:
-      return oocpc::LoadLittleEndian<std::int16_t>(bytes);
-    case ValueType::kString:
-    case ValueType::kUInt32:
-      return oocpc::LoadLittleEndian<std::uint32_t>(bytes);
-    case ValueType::kInt32:
-      return oocpc::LoadLittleEndian<std::int32_t>(bytes);
-    case ValueType::kUInt64:
-      return static_cast<double>(oocpc::LoadLittleEndian<std::uint64_t>(bytes));
-    case ValueType::kInt64:
-      return static_cast<double>(oocpc::LoadLittleEndian<std::int64_t>(bytes));
-    case ValueType::kFloat:
-      return oocpc::LoadLittleEndian<float>(bytes);
-    case ValueType::kDouble:
-      return oocpc::LoadLittleEndian<double>(bytes);
-  }
-  return 0;
-}
-
-/// Widens a range by that of a block.
-void Widen(DimensionFacts& facts, const oocpc::BlockEntry& entry) {
-  const bool first = facts.minimum.empty();
-  for (std::size_t i = 0; i < facts.type.components; ++i) {
-    const Number least = NumberOf(facts.type.value, entry.minimumBits[i]);
-    const Number greatest = NumberOf(facts.type.value, entry.maximumBits[i]);
-    if (first) {
-      facts.minimum.push_back(least);
-      facts.maximum.push_back(greatest);
-    } else {
-      facts.minimum[i] = std::min(facts.minimum[i], least);
-      facts.maximum[i] = std::max(facts.maximum[i], greatest);
-    }
-  }
-}
 
 Outcome EntryOf(OOCPCMetaDataContainer& column, const Node& node, oocpc::BlockEntry& entry) {
   const HRESULT code = column.ReadBlockEntry(node.blockId, entry);
@@ -90,7 +35,6 @@ class Collector {
       facts_.dimensions.push_back({column.name, column.type, column.description, 0, {}, {}, {}});
       names.push_back(column.name);
     }
-    sums_.resize(names.size());
     if (Outcome outcome = BlockReader::Open(cloud_, names, reader_); !outcome.Ok()) return outcome;
     Outcome failure;
     Outcome walk = cloud_.WalkNodes(iteration, [&](const Node& node) {
@@ -128,33 +72,12 @@ class Collector {
   }
 
   Outcome AddValues(const Node& node) {
-    std::vector<std::uint8_t> returns;
     for (std::size_t i = 0; i < facts_.dimensions.size(); ++i) {
-      const DimensionFacts& dimension = facts_.dimensions[i];
-      if (dimension.type.value == ValueType::kString) continue;
+      if (facts_.dimensions[i].type.value == ValueType::kString) continue;
       if (Outcome outcome = reader_.ReadColumn(i, node, values_); !outcome.Ok()) return outcome;
-      AddSums(dimension.type, sums_[i]);
-      const bool small = dimension.type == oocpc::ColumnType{ValueType::kUInt8, 1};
-      if (small && dimension.name == "return_number") returns = values_;
-      if (small && dimension.name == "number_of_returns") CountBadReturns(returns);
+      sums_.Add(i, facts_.dimensions[i], values_);
     }
     return Outcome::Success();
-  }
-
-  void AddSums(oocpc::ColumnType type, std::vector<double>& sums) {
-    sums.resize(type.components);
-    const std::uint32_t bytes = oocpc::ComponentBytes(type.value);
-    std::size_t component = 0;
-    for (std::size_t at = 0; at < values_.size(); at += bytes) {
-      sums[component] += ValueAt(type.value, values_.data() + at);
-      component = component + 1 == type.components ? 0 : component + 1;
-    }
-  }
-
-  void CountBadReturns(const std::vector<std::uint8_t>& returns) {
-    for (std::size_t i = 0; i < std::min(returns.size(), values_.size()); ++i) {
-      if (returns[i] > values_[i]) ++badReturns_;
-    }
   }
 
   void Finish() {
@@ -171,17 +94,7 @@ class Collector {
         facts_.bounds.max[axis] = std::max(a, b);
       }
     }
-    if (!statistics_ || facts_.pointCount == 0) return;
-    for (std::size_t i = 0; i < sums_.size(); ++i) {
-      if (facts_.dimensions[i].type.value == ValueType::kString) continue;
-      for (const double sum : sums_[i]) {
-        facts_.dimensions[i].mean.push_back(sum / static_cast<double>(facts_.pointCount));
-      }
-    }
-    if (badReturns_ > 0) {
-      facts_.oddities.push_back(std::to_string(badReturns_) +
-                                " points have a return number above their number of returns");
-    }
+    if (statistics_) sums_.GiveTo(facts_);
   }
 
   Cloud& cloud_;
@@ -189,9 +102,8 @@ class Collector {
   CloudFacts& facts_;
   BlockReader reader_;
   DimensionFacts positions_{"", {ValueType::kInt32, 3}, "", 0, {}, {}, {}};
-  std::vector<std::vector<double>> sums_;
+  ValueSums sums_;
   std::vector<std::uint8_t> values_;
-  std::uint64_t badReturns_ = 0;
 };
 
 std::string EpsgFromGeoKeys(std::span<const std::uint8_t> keys) {

@@ -93,8 +93,7 @@ class Repair {
         {code, OOCPCFolderStreamStore::kMainFileName, 0, 0, Outcome::FromCode(code).what});
     if (!Failed(ReadMain(kMainCopyName))) return Outcome::Success();
     return Outcome::Failure(code, "neither the main stream nor its copy is sound", folder_.string(),
-                            "take the repository from a backup or import it again; tarn export "
-                            "--skip-damaged writes the points that can still be read");
+                            "take the repository from a backup or import it again");
   }
 
   Outcome Verify(const RepositoryState& state, VerifyReport& report) const {
@@ -143,7 +142,8 @@ class Repair {
       return Outcome::Success();
     }
     return Outcome::Failure(first, "no iteration is intact", folder_.string(),
-                            "take the repository from a backup or import it again");
+                            "take the repository from a backup or import it again; tarn export "
+                            "--skip-damaged writes the points that can still be read");
   }
 
   /// Where nothing else is wrong with the last iteration, a further one has its points, and levels

@@ -697,6 +697,17 @@ class ProgramTest(unittest.TestCase):
                 self.assertFalse(os.path.exists(out))
                 shutil.rmtree(harmed)
 
+    def test_info_gives_the_statistics_of_a_scan_file_too(self):
+        told = run("info", self.scan, "--stats").stdout
+        of_cloud = run("info", self.cloud, "--stats").stdout
+        for name in ("intensity", "classification", "return_number"):
+            line = re.search(rf"^{name} +\S+ +\S+ ", of_cloud, re.MULTILINE).group(0)
+            self.assertIn(line, told)
+        facts = json.loads(run("info", self.scan, "--stats", "--json").stdout)
+        self.assertTrue(all("mean" in dimension for dimension in facts["dimensions"]))
+        self.assert_fails(run("info", self.scan, "--iteration", "0"),
+                          "a repository alone has iterations", code=2)
+
     def test_export_writes_what_damage_left_when_asked(self):
         harmed, out = self.path("maimed.tarn"), self.path("left.las")
         shutil.copytree(self.cloud, harmed)
