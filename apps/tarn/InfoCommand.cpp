@@ -69,7 +69,7 @@ tarnhost::Outcome AddStatistics(tarnhost::ScanFile& scan, tarnhost::CloudFacts& 
 int DescribeScan(const InfoArguments& arguments) {
   if (arguments.iteration.IsGiven()) {
     (void)ReportFailure(tarnhost::Outcome::Failure(
-        oocpc::result::kNotARepository, "a repository alone has iterations, this is a file",
+        oocpc::result::kNotARepository, "--iteration and --at are for a repository, this is a file",
         arguments.repository, "import it: tarn import FILE -o REPOSITORY"));
     return kWrongUsage;
   }

@@ -705,8 +705,6 @@ class ProgramTest(unittest.TestCase):
             self.assertIn(line, told)
         facts = json.loads(run("info", self.scan, "--stats", "--json").stdout)
         self.assertTrue(all("mean" in dimension for dimension in facts["dimensions"]))
-        self.assert_fails(run("info", self.scan, "--iteration", "0"),
-                          "a repository alone has iterations", code=2)
 
     def test_export_writes_what_damage_left_when_asked(self):
         harmed, out = self.path("maimed.tarn"), self.path("left.las")
@@ -1207,7 +1205,7 @@ class ProgramTest(unittest.TestCase):
         done = run("info", self.scan, "--schema")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertRegex(done.stdout, r"\nclassification +uint8_t ")
-        for asked in (["--stats"], ["--iteration", 0], ["--at", "2026-11-21"]):
+        for asked in (["--iteration", 0], ["--at", "2026-11-21"]):
             done = run("info", self.scan, *asked)
             self.assert_fails(done, asked[0], "repository", "tarn import", code=2)
             self.assertEqual(done.stdout, "")
