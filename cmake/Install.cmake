@@ -8,6 +8,10 @@ set_target_properties(${libraries} PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(tarn PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 install(TARGETS ${libraries} OOCPointCloudTarnHeaders EXPORT OOCPointCloudTarnTargets)
 install(TARGETS tarn)
+if(WIN32)  # what Windows has no packages for, beside the program, where it is looked for
+  install(FILES $<TARGET_FILE:TBB::tbb> $<TARGET_FILE_DIR:TBB::tbb>/tbbmalloc.dll
+    DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 foreach(library IN LISTS libraries)
   install(DIRECTORY ${library}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 endforeach()

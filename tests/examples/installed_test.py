@@ -1,9 +1,11 @@
 """Builds and runs the example of a host against nothing but an installed tree: with its CMake
 package, and with pkg-config.
 
-usage: installed_test.py CMAKE BUILD_FOLDER SOURCE_FOLDER [--sanitizers=…]
+usage: installed_test.py CMAKE BUILD_FOLDER SOURCE_FOLDER COMPILER [--sanitizers=…]
+           [--run=COMMAND]   COMMAND starts programs of another system, Windows
 """
 
+import argparse
 import glob
 import os
 import shutil
@@ -20,35 +22,50 @@ def run(*command, **options):
 
 
 def main():
-    cmake, build, source = sys.argv[1:4]
-    if sys.argv[4] != "--sanitizers=":
+    parser = argparse.ArgumentParser()
+    for name in ("cmake", "build", "source", "compiler"):
+        parser.add_argument(name)
+    for name in ("--sanitizers", "--run"):
+        parser.add_argument(name, default="")
+    options = parser.parse_args()
+    if options.sanitizers:
         print("SKIPPED: what is built with sanitizers needs them in other programs, too")
         return
+    is_windows = bool(options.run)
+    ending = ".exe" if is_windows else ""
     with tempfile.TemporaryDirectory(prefix="tarn-installed-") as folder:
         first, tree = os.path.join(folder, "first"), os.path.join(folder, "moved")
-        run(cmake, "--install", build, "--prefix", first)
+        run(options.cmake, "--install", options.build, "--prefix", first)
         os.rename(first, tree)  # an installed tree can be moved
         example = os.path.join(folder, "example")
-        shutil.copytree(os.path.join(source, "examples", "host"), example)
-        library, = glob.glob(os.path.join(tree, "**", "libOOCPointCloudTarn.so"), recursive=True)
-        tarn = os.path.join(tree, "bin", "tarn")
+        shutil.copytree(os.path.join(options.source, "examples", "host"), example)
+        name = "OOCPointCloudTarn.dll" if is_windows else "libOOCPointCloudTarn.so"
+        library, = glob.glob(os.path.join(tree, "**", name), recursive=True)
+        tarn = os.path.join(tree, "bin", "tarn" + ending)
 
         built = os.path.join(folder, "build")
-        run(cmake, "-S", example, "-B", built, "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={tree}",
-            "-DCMAKE_BUILD_TYPE=Debug")
-        run(cmake, "--build", built)
-        by_hand = os.path.join(folder, "by_hand")
-        environment = dict(os.environ,
-                           PKG_CONFIG_PATH=os.path.join(os.path.dirname(library), "pkgconfig"))
+        run(options.cmake, "-S", example, "-B", built, "-G", "Ninja",
+            f"-DCMAKE_PREFIX_PATH={tree}", "-DCMAKE_BUILD_TYPE=Debug",
+            f"-DCMAKE_CXX_COMPILER={options.compiler}",
+            *(["-DCMAKE_SYSTEM_NAME=Windows", "-DCMAKE_EXE_LINKER_FLAGS=-static"]
+              if is_windows else []))
+        run(options.cmake, "--build", built)
+        by_hand = os.path.join(folder, "by_hand" + ending)
+        packages, = glob.glob(os.path.join(tree, "**", "pkgconfig"), recursive=True)
         flags = run("pkg-config", "--cflags", "--libs", "OOCPointCloudTarn",
-                    env=environment).split()
+                    env=dict(os.environ, PKG_CONFIG_PATH=packages)).split()
         assert "-lOOCPointCloudTarn" in flags, flags
-        run(os.environ.get("CXX", "c++"), "-std=c++20", os.path.join(example, "host.cpp"), "-o",
-            by_hand, *flags, "-Wl,-rpath," + os.path.dirname(library), "-ldl")
+        flags += (["-static"] if is_windows else
+                  ["-Wl,-rpath," + os.path.dirname(library), "-ldl"])
+        run(options.compiler, "-std=c++20", os.path.join(example, "host.cpp"), "-o", by_hand,
+            *flags)
 
-        tester = os.path.join(source, "tests", "examples", "host_test.py")
-        for host in (os.path.join(built, "host_example"), by_hand):
-            run(sys.executable, tester, tarn, host, library)
+        # Where Windows looks for the libraries of programs that do not lie beside them.
+        environment = dict(os.environ, WINEPATH=os.path.join(tree, "bin"))
+        tester = os.path.join(options.source, "tests", "examples", "host_test.py")
+        for host in (os.path.join(built, "host_example" + ending), by_hand):
+            run(sys.executable, tester, tarn, host, library, "--run=" + options.run,
+                env=environment)
 
 
 if __name__ == "__main__":
