@@ -2,7 +2,9 @@
 package, and with pkg-config.
 
 usage: installed_test.py CMAKE BUILD_FOLDER SOURCE_FOLDER COMPILER [--sanitizers=…]
-           [--run=COMMAND]   COMMAND starts programs of another system, Windows
+           [--run=COMMAND --libraries=FOLDER]
+
+COMMAND starts programs of another system, Windows; in FOLDER is what it has no packages for.
 """
 
 import argparse
@@ -25,7 +27,7 @@ def main():
     parser = argparse.ArgumentParser()
     for name in ("cmake", "build", "source", "compiler"):
         parser.add_argument(name)
-    for name in ("--sanitizers", "--run"):
+    for name in ("--sanitizers", "--run", "--libraries"):
         parser.add_argument(name, default="")
     options = parser.parse_args()
     if options.sanitizers:
@@ -45,18 +47,22 @@ def main():
 
         built = os.path.join(folder, "build")
         run(options.cmake, "-S", example, "-B", built, "-G", "Ninja",
-            f"-DCMAKE_PREFIX_PATH={tree}", "-DCMAKE_BUILD_TYPE=Debug",
+            f"-DCMAKE_PREFIX_PATH={tree};{options.libraries}", "-DCMAKE_BUILD_TYPE=Debug",
             f"-DCMAKE_CXX_COMPILER={options.compiler}",
             *(["-DCMAKE_SYSTEM_NAME=Windows", "-DCMAKE_EXE_LINKER_FLAGS=-static"]
               if is_windows else []))
         run(options.cmake, "--build", built)
         by_hand = os.path.join(folder, "by_hand" + ending)
         packages, = glob.glob(os.path.join(tree, "**", "pkgconfig"), recursive=True)
+        if is_windows:
+            packages += ":" + os.path.join(options.libraries, "lib", "pkgconfig")
         flags = run("pkg-config", "--cflags", "--libs", "OOCPointCloudTarn",
                     env=dict(os.environ, PKG_CONFIG_PATH=packages)).split()
         assert "-lOOCPointCloudTarn" in flags, flags
-        flags += (["-static"] if is_windows else
-                  ["-Wl,-rpath," + os.path.dirname(library), "-ldl"])
+        if is_windows:  # the compiler's runtime alone goes into the program
+            flags = ["-static", "-Wl,-Bdynamic", *flags, "-Wl,-Bstatic"]
+        else:
+            flags += ["-Wl,-rpath," + os.path.dirname(library), "-ldl"]
         run(options.compiler, "-std=c++20", os.path.join(example, "host.cpp"), "-o", by_hand,
             *flags)
 
