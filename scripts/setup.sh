@@ -13,7 +13,7 @@ if [ "${1:-}" = --tests ]; then
 fi
 
 if [ "${1:-}" = --benchmarks ]; then
-  packages+=(libbenchmark-dev zstd)
+  packages+=(libbenchmark-dev zstd time)
 fi
 
 if [ "${1:-}" = --windows ]; then

@@ -15,11 +15,15 @@ unsigned PartingLevel(std::uint64_t a, std::uint64_t b) {
   return kMortonBits - 1 - highestBit / 3;
 }
 
+std::uint64_t CodeOf(const CodedPoint& point) { return point.code; }
+std::uint64_t CodeOf(std::uint64_t code) { return code; }
+
 /// Occupied cells, whose codes differ from this bit on; of sorted points.
-std::uint64_t CountCellsOf(std::span<const CodedPoint> points, unsigned shift) {
+template <typename Points>
+std::uint64_t CountCellsOf(const Points& points, unsigned shift) {
   std::uint64_t cells = points.empty() ? 0 : 1;
   for (std::size_t i = 1; i < points.size(); ++i) {
-    cells += (points[i].code ^ points[i - 1].code) >> shift != 0 ? 1 : 0;
+    cells += (CodeOf(points[i]) ^ CodeOf(points[i - 1])) >> shift != 0 ? 1 : 0;
   }
   return cells;
 }
@@ -77,6 +81,15 @@ OOCPC_TARGET_CLONES void DistancesFromCentre(std::span<const CodedPoint> points,
   }
 }
 
+std::vector<std::uint64_t> ListCells(std::span<const CodedPoint> points, unsigned level) {
+  const unsigned shift = 3 * (kMortonBits - level);
+  std::vector<std::uint64_t> cells;
+  for (const CodedPoint& point : points) {
+    if (cells.empty() || (cells.back() ^ point.code) >> shift != 0) cells.push_back(point.code);
+  }
+  return cells;
+}
+
 CellCounts CountCells(std::span<const CodedPoint> points) {
   CellCounts cells{};
   if (points.empty()) return cells;
@@ -97,19 +110,15 @@ void NodeSampler::Start(unsigned cellLevel, std::uint64_t cellCount, std::uint64
   for (const std::uint64_t code : taken_) spacing_.Add(code);
 }
 
-void NodeSampler::Limit(std::span<const CodedPoint> points, unsigned cellLevel, std::size_t most) {
+void NodeSampler::Limit(std::vector<std::uint64_t> cells, unsigned cellLevel, std::size_t most) {
   const std::size_t left = most - std::min(most, keptCells_.size());
-  unsigned shift = 3 * (kMortonBits - cellLevel);
-  std::vector<CodedPoint> fresh;  // one point of each cell that has none yet
-  for (const CodedPoint& point : points) {
-    const bool sameCell = !fresh.empty() && (fresh.back().code ^ point.code) >> shift == 0;
-    if (!sameCell && !IsKept(point.code)) fresh.push_back(point);
-  }
+  std::erase_if(cells, [&](std::uint64_t code) { return IsKept(code); });
   nextKept_ = 0;
   limitShift_ = 0;
-  for (std::uint64_t cells = fresh.size(); cells > left && cells > 1;) {
+  unsigned shift = 3 * (kMortonBits - cellLevel);
+  for (std::uint64_t count = cells.size(); count > left && count > 1;) {
     limitShift_ = shift += 3;
-    cells = CountCellsOf(fresh, shift);
+    count = CountCellsOf(cells, shift);
   }
 }
 

@@ -32,6 +32,10 @@ void DistancesFromCentre(std::span<const CodedPoint> points, unsigned level,
 /// Numbers of occupied cells: entry l is that of level l.
 using CellCounts = std::array<std::uint64_t, kMortonBits + 1>;
 
+/// A code of each occupied cell of a level, in ascending order; of sorted points.
+[[nodiscard]] std::vector<std::uint64_t> ListCells(std::span<const CodedPoint> points,
+                                                   unsigned level);
+
 /// Of sorted points.
 [[nodiscard]] CellCounts CountCells(std::span<const CodedPoint> points);
 
@@ -48,10 +52,10 @@ class NodeSampler {
   /// Adds what the node has taken before, in ascending order: no more is taken of their cells, at
   /// the level of cells given.
   void Keep(std::vector<std::uint64_t> codes, unsigned cellLevel);
-  /// Sees to it that a node has about `most` points at most, those kept included: where the sorted
-  /// points have too many cells, one point is taken of several cells together, which are a coarser
-  /// one.
-  void Limit(std::span<const CodedPoint> points, unsigned cellLevel, std::size_t most);
+  /// Sees to it that a node has about `most` points at most, those kept included: where there are
+  /// too many cells, one point is taken of several cells together, which are a coarser one. `cells`
+  /// has a code of each occupied cell of the level, in ascending order.
+  void Limit(std::vector<std::uint64_t> cells, unsigned cellLevel, std::size_t most);
   /// Whether the cell of a code has a point that was kept. To be asked in ascending order.
   [[nodiscard]] bool IsKept(std::uint64_t code);
 

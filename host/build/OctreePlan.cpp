@@ -100,7 +100,9 @@ class Planner {
         sampler.Keep(existing_->ReadOwn(node.existing), cellLevel);
         points = HoldPoints(points, node, own);
       }
-      sampler.Limit(points, cellLevel, OctreePlan::kNodeCapacity);
+      sampler.Limit(ListCells(points, cellLevel), cellLevel, OctreePlan::kNodeCapacity);
+    } else if (points.size() > OctreePlan::kMostSamples) {
+      sampler.Limit(ListCells(points, cellLevel), cellLevel, OctreePlan::kMostSamples);
     }
     points = sampler.TakeAll(points, cellLevel, own);
     std::array<Codes, 8> taken;

@@ -33,6 +33,9 @@ struct OctreePlan {
   /// A node in whose cell are no more points than this, those that nodes above it keep included,
   /// has no children.
   static constexpr std::uint32_t kNodeCapacity = 24576;
+  /// A node with children has about this many samples at most: where a small part of a cloud fills
+  /// space as the whole does not, the grid that suits the whole gives its nodes millions of cells.
+  static constexpr std::uint32_t kMostSamples = 8 * kNodeCapacity;
 
   std::vector<PlannedNode> nodes;  ///< the root last
   /// Numbers of all points, node after node.
@@ -69,11 +72,11 @@ struct SubtreeRoot {
 /// Plans the subtree of points sorted along the Morton curve, which are used up.
 ///
 /// The samples of all nodes of a level are taken on one grid, so that a level is evenly dense (see
-/// NodeSampler). A node with more than kNodeCapacity points in its cell keeps its sample; the rest
-/// goes to its children. A node with fewer keeps them all, but divides them into the samples of its
-/// level and of the finer ones; a last sixteenth, or 64 points, join the level before. Points that
-/// no Morton bit tells apart are dealt to the children by count. No points at all give a root
-/// without points.
+/// NodeSampler); a node that would have more than kMostSamples has them on a coarser one. A node
+/// with more than kNodeCapacity points in its cell keeps its sample; the rest goes to its children.
+/// A node with fewer keeps them all, but divides them into the samples of its level and of the
+/// finer ones; a last sixteenth, or 64 points, join the level before. Points that no Morton bit
+/// tells apart are dealt to the children by count. No points at all give a root without points.
 ///
 /// Where points come to an existing tree, its inner nodes keep their samples and take only what
 /// these leave room for; children of theirs in which nothing changes are no part of the plan. Then

@@ -209,12 +209,20 @@ Outcome TopLevels::Next(std::vector<TakenPoint>& taken, std::vector<std::uint64_
   return Outcome::Success();
 }
 
+/// A code of each cell.
+std::vector<std::uint64_t> TopLevels::ListCells(const BestOfCells& best) {
+  std::vector<std::uint64_t> cells(best.size());
+  std::ranges::transform(best, cells.begin(),
+                         [](const CellCandidate& cell) { return cell.candidate.code; });
+  return cells;
+}
+
 /// Samples a node above the pieces [begin, end).
 Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, std::size_t end,
                         std::vector<std::uint64_t> above) {
   std::uint64_t points = 0;
   for (std::size_t i = begin; i < end; ++i) points += CountLeft(i, level);
-  std::vector<CellCandidate> best;
+  BestOfCells best;
   if (Outcome outcome = FindBest(level, begin, end, best); !outcome.Ok()) return outcome;
   NodeSampler sampler(std::move(above));
   const unsigned cellLevel = CellLevelOf(grid_, level);
@@ -223,11 +231,9 @@ Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, 
     if (kept != ExistingTree::kNone) {
       sampler.Keep(existing_->ReadOwn(kept), cellLevel);
     }
-    std::vector<CodedPoint> cells(best.size());
-    std::ranges::transform(best, cells.begin(), [](const CellCandidate& cell) {
-      return CodedPoint{cell.candidate.code, 0};
-    });
-    sampler.Limit(cells, cellLevel, OctreePlan::kNodeCapacity);
+    sampler.Limit(ListCells(best), cellLevel, OctreePlan::kNodeCapacity);
+  } else if (best.size() > OctreePlan::kMostSamples) {
+    sampler.Limit(ListCells(best), cellLevel, OctreePlan::kMostSamples);
   }
   sampler.Start(cellLevel, best.size(), points);
   for (const auto& [candidate, piece] : best) {
@@ -274,7 +280,7 @@ std::uint64_t TopLevels::CountLeft(std::size_t piece, unsigned level) const {
 /// The best point that is left in each cell of a node's level, along the Morton curve. Small cells
 /// lie in one piece; larger ones may reach over several, one behind the other.
 Outcome TopLevels::FindBest(unsigned level, std::size_t begin, std::size_t end,
-                            std::vector<CellCandidate>& best) const {
+                            BestOfCells& best) const {
   const unsigned shift = 3 * (kMortonBits - CellLevelOf(grid_, level));
   LevelCandidates candidates;
   for (std::size_t piece = begin; piece < end; ++piece) {

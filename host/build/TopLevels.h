@@ -114,8 +114,11 @@ class TopLevels {
   [[nodiscard]] std::uint64_t CountLeft(std::size_t piece, unsigned level) const;
   [[nodiscard]] std::unordered_map<std::uint64_t, std::uint32_t> CountHeldInstead(
       std::size_t piece, unsigned level) const;
-  Outcome FindBest(unsigned level, std::size_t begin, std::size_t end,
-                   std::vector<CellCandidate>& best) const;
+  /// Of some million cells at most, which a growing vector would have in memory twice.
+  using BestOfCells = std::deque<CellCandidate>;
+
+  [[nodiscard]] static std::vector<std::uint64_t> ListCells(const BestOfCells& best);
+  Outcome FindBest(unsigned level, std::size_t begin, std::size_t end, BestOfCells& best) const;
 
   std::span<const Piece> pieces_;
   const CandidateStore& candidates_;

@@ -248,5 +248,21 @@ TEST(OctreePlan, KeepsTwoFarClustersApart) {
   CheckAll(codes);
 }
 
+TEST(OctreePlan, TakesACoarserGridWhereAPartOfTheCloudHasTooManyCells) {
+  auto codes = RandomCodes(500000, 30);
+  for (std::size_t i = 0; i < codes.size(); i += 2) codes[i] |= std::uint64_t{7} << 60;
+  const auto points = Coded(codes);
+  const CellCounts cells = CountCells(points);
+  // On the finest grid, which two cells suggest, each cluster's node would have half of these.
+  ASSERT_EQ(cells[11], 2u);
+  ASSERT_GT(cells[11 + 7], 2 * OctreePlan::kMostSamples);
+  const OctreePlan plan = PlanOctree(points);
+  CheckPlan(plan, codes);
+  std::uint32_t most = 0;
+  for (const PlannedNode& node : plan.nodes) most = std::max(most, node.ownPointCount);
+  EXPECT_LE(most, OctreePlan::kMostSamples);
+  EXPECT_GT(most, OctreePlan::kMostSamples / 16);
+}
+
 }  // namespace
 }  // namespace tarnhost

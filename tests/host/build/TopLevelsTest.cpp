@@ -156,6 +156,13 @@ TEST(Pieces, GiveTheSameOctreeOfTwoFarClusters) {
   ExpectSame(codes, 40000);
 }
 
+TEST(Pieces, GiveTheSameOctreeOfFarClustersThatFillSpace) {
+  auto codes = RandomCodes(500000, 30);
+  for (std::size_t i = 0; i < codes.size(); i += 2) codes[i] |= std::uint64_t{7} << 60;
+  ExpectSame(codes, 40000);
+  ExpectSame(codes, 150000);
+}
+
 TEST(Pieces, GiveTheSameOctreeOfALine) {
   Codes codes;
   for (std::uint64_t i = 0; i < 120000; ++i) codes.push_back(CodeOf(i * 17, 5, 1000));
