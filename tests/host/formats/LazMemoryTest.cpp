@@ -24,6 +24,13 @@ using Bytes = std::vector<std::uint8_t>;
 /// A run of points, and what else there is to hold.
 constexpr std::size_t kMostBytes = (std::size_t{1} << 20) + (std::size_t{1} << 18);
 
+Bytes RecordsIn(const Bytes& las) {
+  const auto begin = las.begin() + LasBuilder::Get<std::uint32_t>(las, 96);
+  const auto bytes = std::size_t{LasBuilder::Get<std::uint16_t>(las, 105)} *
+                     LasBuilder::Get<std::uint64_t>(las, 247);
+  return {begin, begin + static_cast<std::ptrdiff_t>(bytes)};
+}
+
 class LazMemory : public ::testing::Test {
  protected:
   Outcome OpenLimited(const Bytes& file) {
@@ -69,6 +76,38 @@ TEST_F(LazMemory, SufficesToFindTheEndsOfLargeChunks) {
   ASSERT_TRUE(OpenLimited(CompressLas(las, options).bytes).Ok());
   ASSERT_EQ(scan_->GetChunks().size(), 2u);
   EXPECT_EQ(scan_->GetChunks()[1].points, 30'000u);
+}
+
+TEST_F(LazMemory, IsBoundedWhereALargeChunkIsDecodedIntoAFile) {
+  for (unsigned format = 0; format < 11; ++format) {
+    SCOPED_TRACE(format);
+    constexpr std::uint32_t kPoints = 70'000;
+    const Bytes las = SmoothScan(format, kPoints, 5);
+    ASSERT_TRUE(OpenLimited(CompressLas(las, {{kPoints}}).bytes).Ok());
+    ASSERT_EQ(scan_->GetChunks().size(), 1u);
+    ASSERT_GT(scan_->GetScratchBytes(), kMostBytes) << "more than a run";
+    ScanWorkspace workspace{100, folder_.Path(), {}};
+    {
+      const AllocationLimit limit(kMostBytes);
+      const Outcome outcome = scan_->Prepare(workspace);
+      ASSERT_TRUE(outcome.Ok()) << outcome.what;
+    }
+    Bytes records(kPoints * scan_->GetRecordBytes());
+    scan_->ReadRecords(0, kPoints, records.data());
+    EXPECT_TRUE(records == RecordsIn(las)) << "records differ";
+  }
+}
+
+TEST_F(LazMemory, IsBoundedWhereALargeChunkIsDamaged) {
+  LazFile file = CompressLas(SmoothScan(3, 70'000), {{70'000}});
+  const auto end = file.bytes.begin() + static_cast<std::ptrdiff_t>(file.tableAt);
+  std::fill(end - 1000, end, std::uint8_t{0x77});
+  ASSERT_TRUE(OpenLimited(file.bytes).Ok());
+  ScanWorkspace workspace{100, folder_.Path(), {}};
+  const AllocationLimit limit(kMostBytes);
+  const Outcome outcome = scan_->Prepare(workspace);
+  EXPECT_EQ(outcome.code, result::kScanContradictory);
+  EXPECT_THAT(outcome.what, HasSubstr("chunk 1 of 1 is damaged (points 1 to 70000)"));
 }
 
 }  // namespace
