@@ -1,7 +1,9 @@
-// What LAZ files may take of memory: never more than some runs of points, whatever they state.
+// LAZ files and memory: reading takes no more than some runs of points, whatever the file states,
+// and writing tells where there is too little.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/formats/laz/LazPointWriter.h"
 #include "host/formats/laz/LazScan.h"
 #include "tests/support/AllocationLimit.h"
 #include "tests/support/LazFiles.h"
@@ -108,6 +110,58 @@ TEST_F(LazMemory, IsBoundedWhereALargeChunkIsDamaged) {
   const Outcome outcome = scan_->Prepare(workspace);
   EXPECT_EQ(outcome.code, result::kScanContradictory);
   EXPECT_THAT(outcome.what, HasSubstr("chunk 1 of 1 is damaged (points 1 to 70000)"));
+}
+
+/// Records that hardly get any shorter.
+Bytes RandomRecords(unsigned format, std::uint32_t count) {
+  LasBuilder builder;
+  builder.format = format;
+  builder.pointCount = count;
+  return RecordsIn(builder.Build());
+}
+
+TEST_F(LazMemory, ThatIsUsedUpFailsTheWritingOfChunksOfAnySize) {
+  // Too little for an encoder, or for the records alone.
+  for (const std::size_t most : {std::size_t{4096}, std::size_t{1} << 19}) {
+    for (const unsigned format : {1u, 7u}) {
+      SCOPED_TRACE(std::to_string(most) + " bytes, format " + std::to_string(format));
+      const Bytes records = RandomRecords(format, 30'000);
+      ASSERT_GT(records.size(), most);
+      std::unique_ptr<OutputFile> file;
+      ASSERT_TRUE(OutputFile::Create(folder_ / "out.laz", file).Ok());
+      laz::LazPointWriter writer(
+          *file, laz::LazLayoutFor(static_cast<std::uint8_t>(format), records.size() / 30'000,
+                                   laz::kVariableChunks));
+      ASSERT_TRUE(writer.Begin().Ok());
+      ASSERT_TRUE(writer.Append(records).Ok());
+      Outcome outcome;
+      {
+        const AllocationLimit limit(most);
+        ASSERT_TRUE(writer.EndChunk().Ok()) << "the chunk is compressed later";
+        outcome = writer.Finish();
+      }
+      EXPECT_EQ(outcome.code, result::kOutOfMemory);
+      EXPECT_EQ(outcome.where, (folder_ / "out.laz").string());
+      EXPECT_EQ(writer.Finish().code, result::kOutOfMemory) << "a chunk is missing";
+      EXPECT_TRUE(writer.GetChunks().empty());
+    }
+  }
+}
+
+TEST_F(LazMemory, ThatIsUsedUpFailsTheWritingOfChunksOfOneSize) {
+  constexpr std::uint32_t kChunkPoints = 30'000;
+  const Bytes records = RandomRecords(0, kChunkPoints);
+  std::unique_ptr<OutputFile> file;
+  ASSERT_TRUE(OutputFile::Create(folder_ / "out.laz", file).Ok());
+  laz::LazPointWriter writer(*file,
+                             laz::LazLayoutFor(0, records.size() / kChunkPoints, kChunkPoints));
+  ASSERT_TRUE(writer.Begin().Ok());
+  // Enough to take records over, but not for the bytes that they are compressed to.
+  const AllocationLimit limit(records.size());
+  Outcome outcome;
+  for (int i = 0; i < 1000 && outcome.Ok(); ++i) outcome = writer.Append(records);
+  EXPECT_EQ(outcome.code, result::kOutOfMemory);
+  EXPECT_TRUE(writer.GetChunks().empty());
 }
 
 }  // namespace
