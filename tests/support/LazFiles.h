@@ -29,6 +29,29 @@ struct LazFile {
   std::size_t tableAt = 0;
 };
 
+/// A scan whose points differ little from one to the next, with jumps, in several channels.
+inline std::vector<std::uint8_t> SmoothScan(unsigned format, std::uint32_t count,
+                                            std::size_t extraBytes = 0) {
+  LasBuilder builder;
+  builder.format = format;
+  builder.pointCount = count;
+  builder.extraBytes = extraBytes;
+  builder.records.push_back({"someone", 7, std::vector<std::uint8_t>(33, 1)});
+  builder.extendedRecords.push_back({"someone else", 9, std::vector<std::uint8_t>(70, 2)});
+  std::vector<std::uint8_t> file = builder.Build();
+  const auto at = LasBuilder::Get<std::uint32_t>(file, 96);
+  const std::size_t stride = builder.PointBytes();
+  std::mt19937 random(format);
+  for (std::uint32_t i = 1; i < count; ++i) {
+    std::uint8_t* record = file.data() + at + i * stride;
+    if (random() % 50 == 0) continue;  // stays random
+    std::memcpy(record, record - stride, stride);
+    for (std::size_t axis = 0; axis < 3; ++axis) record[4 * axis] ^= random() % 256;
+    record[12 + random() % (stride - 12)] ^= static_cast<std::uint8_t>(1u << random() % 8);
+  }
+  return file;
+}
+
 /// Compresses a LAS file that is sound.
 inline LazFile CompressLas(const std::vector<std::uint8_t>& las, const LazOptions& options = {}) {
   namespace laz = tarnhost::laz;

@@ -1,6 +1,8 @@
 // Decodes and encodes whole chunks of points.
 #include "host/formats/laz/ChunkCoder.h"
 
+#include <algorithm>
+
 #include "host/formats/laz/LayeredItems.h"
 #include "host/formats/laz/PointwiseItems.h"
 
@@ -13,6 +15,7 @@ namespace {
 
 /// More points than this in a byte are beyond what any model can say.
 constexpr std::uint64_t kMostPointsOfByte = 2048;
+constexpr std::size_t kRunBytes = std::size_t{1} << 20;
 
 /// Sizes of the layers of a chunk, and where the first begins.
 struct LayerTable {
@@ -46,21 +49,6 @@ bool IsWanted(const LazLayout& layout, std::size_t layer, std::uint32_t parts) {
   return (parts & kPartExtraBytes) != 0;
 }
 
-bool DecodePointwise(PointwiseItems& items, std::size_t recordBytes,
-                     std::span<const std::uint8_t> bytes, std::uint32_t points,
-                     std::uint8_t* records, std::size_t& used) {
-  if (bytes.size() < recordBytes + 4) return false;
-  std::memcpy(records, bytes.data(), recordBytes);
-  items.Start<true>(records);
-  ArithmeticDecoder decoder(bytes.subspan(recordBytes));
-  for (std::uint32_t i = 1; i < points; ++i) {
-    records += recordBytes;
-    items.Code(decoder, records);
-  }
-  used = static_cast<std::size_t>(decoder.GetNext() - bytes.data());
-  return decoder.IsSound() && items.IsSound();
-}
-
 }  // namespace
 
 bool CanHold(const LazLayout& layout, std::uint64_t chunkBytes, std::uint64_t points) {
@@ -68,8 +56,12 @@ bool CanHold(const LazLayout& layout, std::uint64_t chunkBytes, std::uint64_t po
          points <= 1 + (chunkBytes - layout.recordBytes) * kMostPointsOfByte;
 }
 
+std::uint32_t CountRunPoints(const LazLayout& layout) {
+  return static_cast<std::uint32_t>(std::max<std::size_t>(1, kRunBytes / layout.recordBytes));
+}
+
 struct ChunkDecoder::State {
-  explicit State(const LazLayout& layout) {
+  explicit State(const LazLayout& layout) : recordBytes(layout.recordBytes) {
     if (layout.layered) {
       layered = std::make_unique<LayeredItems>(layout);
     } else {
@@ -77,42 +69,82 @@ struct ChunkDecoder::State {
     }
   }
 
-  bool DecodeLayered(const LazLayout& layout, const ChunkBytes& chunk, std::uint32_t points,
-                     std::uint8_t* records, std::uint32_t parts);
+  bool BeginPointwise(const ChunkBytes& chunk);
+  bool BeginLayered(const LazLayout& layout, const ChunkBytes& chunk, std::uint32_t points,
+                    std::uint32_t parts);
+  /// Of the next points, of which none is the chunk's first.
+  void DecodePointwise(std::uint32_t count, std::uint8_t* records);
+  void DecodeLayered(std::uint32_t count, std::uint8_t* records);
+  [[nodiscard]] bool IsSound() const;
 
+  std::size_t recordBytes;
   std::unique_ptr<PointwiseItems> pointwise;
   std::unique_ptr<LayeredItems> layered;
+  // Of the chunk that is being decoded.
+  std::span<const std::uint8_t> bytes;
+  bool begins = false;             ///< no point was given yet
+  std::vector<std::uint8_t> last;  ///< the record before the next one, or the first
+  ArithmeticDecoder coder;         ///< of pointwise chunks
   std::vector<DecodedLayer> layers;
 };
 
-bool ChunkDecoder::State::DecodeLayered(const LazLayout& layout, const ChunkBytes& chunk,
-                                        std::uint32_t points, std::uint8_t* records,
-                                        std::uint32_t parts) {
+bool ChunkDecoder::State::BeginPointwise(const ChunkBytes& chunk) {
+  if (chunk.bytes.size() < recordBytes + 4) return false;
+  bytes = chunk.bytes.first(chunk.chunkBytes);
+  last.assign(chunk.bytes.begin(), chunk.bytes.begin() + static_cast<std::ptrdiff_t>(recordBytes));
+  pointwise->Start<true>(last.data());
+  coder = ArithmeticDecoder(chunk.bytes.subspan(recordBytes));
+  return true;
+}
+
+bool ChunkDecoder::State::BeginLayered(const LazLayout& layout, const ChunkBytes& chunk,
+                                       std::uint32_t points, std::uint32_t parts) {
   LayerTable table;
-  if (!ReadLayerTable(layout, chunk.bytes.first(chunk.chunkBytes), table)) return false;
+  bytes = chunk.bytes.first(chunk.chunkBytes);
+  if (!ReadLayerTable(layout, bytes, table)) return false;
   if (table.points != points || table.chunkBytes != chunk.chunkBytes) return false;
   layers.assign(layout.CountLayers(), {});
   std::size_t at = table.headBytes;
   for (std::size_t i = 0; i < layers.size(); ++i) {
-    const auto bytes =
-        LoadLittleEndian<std::uint32_t>(chunk.bytes.data() + layout.recordBytes + 4 + 4 * i);
-    if (bytes != 0 && IsWanted(layout, i, parts)) {
+    const auto layerBytes =
+        LoadLittleEndian<std::uint32_t>(bytes.data() + layout.recordBytes + 4 + 4 * i);
+    if (layerBytes != 0 && IsWanted(layout, i, parts)) {
       layers[i].present = true;
       layers[i].coder = ArithmeticDecoder(chunk.bytes.subspan(at));
-      layers[i].end = chunk.bytes.data() + at + bytes;
+      layers[i].end = bytes.data() + at + layerBytes;
     }
-    at += bytes;
+    at += layerBytes;
   }
   if (points > 1 && !layers[kLayerXy].present) return false;
-  std::memcpy(records, chunk.bytes.data(), layout.recordBytes);
-  layered->Start<true>(records);
-  for (std::uint32_t i = 1; i < points; ++i) {
-    records += layout.recordBytes;
+  last.assign(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(recordBytes));
+  layered->Start<true>(last.data());
+  return true;
+}
+
+void ChunkDecoder::State::DecodePointwise(std::uint32_t count, std::uint8_t* records) {
+  ArithmeticDecoder local = coder;  // in registers
+  const std::uint8_t* before = last.data();
+  for (std::uint32_t i = 0; i < count; ++i) {
+    pointwise->Code(local, before, records);
+    before = records;
+    records += recordBytes;
+  }
+  coder = local;
+  if (before != last.data()) std::memcpy(last.data(), before, recordBytes);
+}
+
+void ChunkDecoder::State::DecodeLayered(std::uint32_t count, std::uint8_t* records) {
+  for (std::uint32_t i = 0; i < count; ++i, records += recordBytes) {
     layered->Code(layers.data(), records);
   }
-  bool sound = layered->IsSound();
-  for (const DecodedLayer& layer : layers) sound = sound && layer.IsSound();
-  return sound;
+}
+
+bool ChunkDecoder::State::IsSound() const {
+  if (pointwise) {
+    return coder.IsSound() && coder.GetNext() <= bytes.data() + bytes.size() &&
+           pointwise->IsSound();
+  }
+  return layered->IsSound() && std::ranges::all_of(layers, &DecodedLayer::IsSound);
 }
 
 ChunkDecoder::ChunkDecoder(const LazLayout& layout)
@@ -122,23 +154,48 @@ ChunkDecoder::~ChunkDecoder() = default;
 
 bool ChunkDecoder::Decode(const ChunkBytes& chunk, std::uint32_t points, std::uint8_t* records,
                           std::uint32_t parts) {
-  if (layout_.layered) return state_->DecodeLayered(layout_, chunk, points, records, parts);
-  std::size_t used = 0;
-  return DecodePointwise(*state_->pointwise, layout_.recordBytes, chunk.bytes, points, records,
-                         used) &&
-         used == chunk.chunkBytes;
+  return Begin(chunk, points, parts) && DecodeRun(points, records) && IsComplete();
 }
 
-bool ChunkDecoder::DecodeNext(std::span<const std::uint8_t> bytes, std::uint32_t points,
-                              std::uint8_t* records, std::size_t& chunkBytes) {
-  if (!layout_.layered) {
-    return DecodePointwise(*state_->pointwise, layout_.recordBytes, bytes, points, records,
-                           chunkBytes);
+bool ChunkDecoder::Begin(const ChunkBytes& chunk, std::uint32_t points, std::uint32_t parts) {
+  state_->begins = true;
+  return layout_.layered ? state_->BeginLayered(layout_, chunk, points, parts)
+                         : state_->BeginPointwise(chunk);
+}
+
+bool ChunkDecoder::DecodeRun(std::uint32_t count, std::uint8_t* records) {
+  if (count == 0) return true;
+  if (state_->begins) {
+    state_->begins = false;
+    std::memcpy(records, state_->last.data(), layout_.recordBytes);
+    records += layout_.recordBytes;
+    --count;
   }
-  LayerTable table;
-  if (!ReadLayerTable(layout_, bytes, table)) return false;
-  chunkBytes = static_cast<std::size_t>(table.chunkBytes);
-  return Decode({bytes, chunkBytes}, points, records);
+  if (layout_.layered) {
+    state_->DecodeLayered(count, records);
+  } else {
+    state_->DecodePointwise(count, records);
+  }
+  return state_->IsSound();
+}
+
+bool ChunkDecoder::IsComplete() const {
+  if (layout_.layered) return std::ranges::all_of(state_->layers, &DecodedLayer::IsComplete);
+  return state_->coder.GetNext() == state_->bytes.data() + state_->bytes.size();
+}
+
+bool ChunkDecoder::MeasurePointwise(std::span<const std::uint8_t> bytes, std::uint32_t points,
+                                    std::uint64_t& chunkBytes) {
+  if (layout_.layered || !Begin({bytes, bytes.size()}, points)) return false;
+  const std::uint32_t most = std::min(points, CountRunPoints(layout_));
+  std::vector<std::uint8_t> run(most * layout_.recordBytes);
+  for (std::uint32_t left = points; left > 0;) {
+    const std::uint32_t count = std::min(left, most);
+    if (!DecodeRun(count, run.data())) return false;
+    left -= count;
+  }
+  chunkBytes = static_cast<std::uint64_t>(state_->coder.GetNext() - bytes.data());
+  return true;
 }
 
 bool MeasureLayeredChunk(const LazLayout& layout, std::span<const std::uint8_t> bytes,
@@ -182,7 +239,7 @@ void ChunkEncoder::State::EncodePointwise(std::size_t recordBytes,
   pointwise->Start<false>(scratch.data());
   coder.Start();
   for (std::size_t at = recordBytes; at < scratch.size(); at += recordBytes) {
-    pointwise->Code(coder, scratch.data() + at);
+    pointwise->Code(coder, scratch.data() + at - recordBytes, scratch.data() + at);
   }
   coder.Finish();
   chunk.assign(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(recordBytes));

@@ -37,6 +37,10 @@ struct ChunkBytes {
 /// as sure as a model can be takes 1/361 bit, and a point takes a few.
 [[nodiscard]] bool CanHold(const LazLayout& layout, std::uint64_t chunkBytes, std::uint64_t points);
 
+/// How many points a run has that is decoded by itself: about a mebibyte of records, so that
+/// memory does not grow with the chunks that a file states.
+[[nodiscard]] std::uint32_t CountRunPoints(const LazLayout& layout);
+
 /// Keeps the memory of its models from chunk to chunk. One thread at a time.
 class ChunkDecoder {
  public:
@@ -50,9 +54,21 @@ class ChunkDecoder {
   [[nodiscard]] bool Decode(const ChunkBytes& chunk, std::uint32_t points, std::uint8_t* records,
                             std::uint32_t parts = kAllParts);
 
-  /// The same for a chunk of unknown length, which goes into `chunkBytes`.
-  [[nodiscard]] bool DecodeNext(std::span<const std::uint8_t> bytes, std::uint32_t points,
-                                std::uint8_t* records, std::size_t& chunkBytes);
+  // The same in runs: Begin(), DecodeRun() until all points are there, IsComplete(). Once one of
+  // them is false, the chunk is damaged and must not be gone on with.
+
+  /// Begins a chunk of so many points, at least one. Its bytes must stay until its last run.
+  [[nodiscard]] bool Begin(const ChunkBytes& chunk, std::uint32_t points,
+                           std::uint32_t parts = kAllParts);
+  /// Writes the records of the next `count` points, which must be there, to `records`.
+  [[nodiscard]] bool DecodeRun(std::uint32_t count, std::uint8_t* records);
+  /// Whether the points decoded take all bytes of the chunk.
+  [[nodiscard]] bool IsComplete() const;
+
+  /// How many of `bytes` a pointwise chunk of so many points takes, which only decoding it tells.
+  /// Takes memory for a run of points, and ends with the first run that is damaged.
+  [[nodiscard]] bool MeasurePointwise(std::span<const std::uint8_t> bytes, std::uint32_t points,
+                                      std::uint64_t& chunkBytes);
 
  private:
   struct State;

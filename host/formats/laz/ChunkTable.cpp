@@ -151,12 +151,11 @@ class Reader {
           "the chunk table is missing, and chunks of varying size cannot be told apart", where_);
     }
     ChunkDecoder decoder(layout_);
-    std::vector<std::uint8_t> records;
     std::uint64_t offset = table_.pointsEnd;
     for (std::uint64_t first = 0; first < points_.pointCount;) {
       const auto left = points_.file.subspan(static_cast<std::size_t>(offset));
       Chunk chunk{offset, left.size(), first, 0};
-      if (!Measure(left, decoder, records, chunk)) return Cut(first);
+      if (!Measure(left, decoder, chunk)) return Cut(first);
       table_.chunks.push_back(chunk);
       offset += chunk.bytes;
       first += chunk.points;
@@ -164,8 +163,7 @@ class Reader {
     return EndAt(offset);
   }
 
-  bool Measure(std::span<const std::uint8_t> bytes, ChunkDecoder& decoder,
-               std::vector<std::uint8_t>& records, Chunk& chunk) const {
+  bool Measure(std::span<const std::uint8_t> bytes, ChunkDecoder& decoder, Chunk& chunk) const {
     const std::uint64_t left = points_.pointCount - chunk.firstPoint;
     if (layout_.layered) {
       return MeasureLayeredChunk(layout_, bytes, chunk.points, chunk.bytes) && chunk.points != 0 &&
@@ -177,11 +175,7 @@ class Reader {
       return false;
     }
     chunk.points = static_cast<std::uint32_t>(points);
-    records.resize(points * layout_.recordBytes);
-    std::size_t used = 0;
-    if (!decoder.DecodeNext(bytes, chunk.points, records.data(), used)) return false;
-    chunk.bytes = used;
-    return true;
+    return decoder.MeasurePointwise(bytes, chunk.points, chunk.bytes);
   }
 
   Outcome Cut(std::uint64_t found) const {

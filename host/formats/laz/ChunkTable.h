@@ -35,8 +35,8 @@ struct ChunkedPoints {
 };
 
 /// Reads and checks the chunk table. Where it is missing, because its writer was stopped, the
-/// chunks are walked one after the other, which for pointwise ones means decoding them. `where`
-/// names the file in messages. kScanTruncated, kScanContradictory.
+/// chunks are walked one after the other, which for pointwise ones means decoding them, a run of
+/// points at a time. `where` names the file in messages. kScanTruncated, kScanContradictory.
 Outcome ReadChunkTable(const LazLayout& layout, const ChunkedPoints& points,
                        const std::string& where, ChunkTable& table);
 

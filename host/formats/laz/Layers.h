@@ -15,9 +15,12 @@ struct DecodedLayer {
   const std::uint8_t* end = nullptr;
   bool present = false;
 
+  /// As far as it was read.
   [[nodiscard]] bool IsSound() const {
-    return !present || (coder.IsSound() && coder.GetNext() == end);
+    return !present || (coder.IsSound() && coder.GetNext() <= end);
   }
+  /// Whether it was read to its end.
+  [[nodiscard]] bool IsComplete() const { return !present || coder.GetNext() == end; }
   void NoteChange(bool /*changed*/) {}
 };
 

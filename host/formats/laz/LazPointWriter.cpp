@@ -4,6 +4,7 @@
 #include <tbb/task_arena.h>
 
 #include <algorithm>
+#include <exception>
 
 #include "OOCPointCloud/support/Bytes.h"
 
@@ -66,20 +67,29 @@ void LazPointWriter::Encode(Job& job) {
     if (job.state != Job::kWaiting) return;
     job.state = Job::kRunning;
   }
-  encoders_.local().Encode(job.records, job.chunk);
+  Job::State state = Job::kDone;
+  try {
+    encoders_.local().Encode(job.records, job.chunk);
+  } catch (const std::exception&) {  // for want of memory; there is nothing else to fail
+    state = Job::kFailed;            // whoever waits for the chunk has to hear of it
+  }
   const std::lock_guard<std::mutex> lock(mutex_);
-  job.state = Job::kDone;
+  job.state = state;
   done_.notify_all();
 }
 
 Outcome LazPointWriter::WriteFront() {
   const std::shared_ptr<Job> job = jobs_.front();
-  jobs_.pop_front();
   Encode(*job);  // unless another thread has begun
   {
     std::unique_lock<std::mutex> lock(mutex_);
-    done_.wait(lock, [&] { return job->state == Job::kDone; });
+    done_.wait(lock, [&] { return job->state == Job::kDone || job->state == Job::kFailed; });
   }
+  // Stays in front, so that no later chunk is written in its place.
+  if (job->state == Job::kFailed) {
+    return Outcome::FromCode(oocpc::result::kOutOfMemory, file_.GetTarget().string());
+  }
+  jobs_.pop_front();
   const auto points = static_cast<std::uint32_t>(job->records.size() / layout_.recordBytes);
   chunks_.push_back({file_.GetLength(), job->chunk.size(), pointCount_, points});
   pointCount_ += points;

@@ -20,7 +20,8 @@ namespace tarnhost::laz {
 /// Writes the points of one file from the position that it has reached: what stands there is where
 /// the header says that points begin. Chunks come in the order of the records; which thread
 /// compressed them makes no difference. A few chunks for each core are kept in memory. One thread
-/// at a time.
+/// at a time. Failures are those of the file; kOutOfMemory where a chunk could not be compressed,
+/// after which nothing more is written.
 class LazPointWriter {
  public:
   /// `file` must outlive the writer.
@@ -42,7 +43,7 @@ class LazPointWriter {
 
  private:
   struct Job {
-    enum State { kWaiting, kRunning, kDone };
+    enum State { kWaiting, kRunning, kDone, kFailed };
     std::vector<std::uint8_t> records;
     std::vector<std::uint8_t> chunk;
     State state = kWaiting;

@@ -138,13 +138,16 @@ void LazScan::TakeTrailing() {
   trailing_ = ownTrailing_;
 }
 
-Outcome LazScan::DecodeChunk(std::size_t index, laz::ChunkDecoder& decoder, std::uint8_t* records,
-                             std::uint32_t parts) const {
+laz::ChunkBytes LazScan::GetBytesOf(const laz::Chunk& chunk) const {
+  return {GetFile().subspan(static_cast<std::size_t>(chunk.offset)),
+          static_cast<std::size_t>(chunk.bytes)};
+}
+
+/// Ends the decoding of a chunk, which was found to be sound or not.
+Outcome LazScan::EndChunk(std::size_t index, bool sound) const {
   const laz::Chunk& chunk = table_.chunks[index];
-  const auto bytes = GetFile().subspan(static_cast<std::size_t>(chunk.offset));
-  const bool sound =
-      decoder.Decode({bytes, static_cast<std::size_t>(chunk.bytes)}, chunk.points, records, parts);
-  OOCPCForgetPages(bytes.first(static_cast<std::size_t>(chunk.bytes)));
+  const laz::ChunkBytes bytes = GetBytesOf(chunk);
+  OOCPCForgetPages(bytes.bytes.first(bytes.chunkBytes));
   if (sound) return Outcome::Success();
   return Outcome::Failure(
       result::kScanContradictory,
@@ -154,17 +157,31 @@ Outcome LazScan::DecodeChunk(std::size_t index, laz::ChunkDecoder& decoder, std:
       GetPath().string(), "copy or download it again, or write it again from its source");
 }
 
-Outcome LazScan::DecodeInto(std::size_t index, laz::ChunkDecoder& decoder,
-                            std::vector<std::uint8_t>& buffer) {
+Outcome LazScan::DecodeChunk(std::size_t index, laz::ChunkDecoder& decoder, std::uint8_t* records,
+                             std::uint32_t parts) const {
+  const laz::Chunk& chunk = table_.chunks[index];
+  return EndChunk(index, decoder.Decode(GetBytesOf(chunk), chunk.points, records, parts));
+}
+
+Outcome LazScan::DecodeIntoScratch(std::size_t index, laz::ChunkDecoder& decoder,
+                                   std::vector<std::uint8_t>& run) {
   const laz::Chunk& chunk = table_.chunks[index];
   const std::size_t stride = GetRecordBytes();
   const std::uint64_t at = chunk.firstPoint * stride;
   if (std::uint8_t* memory = records_->GetMemory(at); memory != nullptr) {
     return DecodeChunk(index, decoder, memory);
   }
-  buffer.resize(chunk.points * stride);
-  if (Outcome outcome = DecodeChunk(index, decoder, buffer.data()); !outcome.Ok()) return outcome;
-  return records_->Write(at, buffer);
+  const std::uint32_t most = laz::CountRunPoints(lazLayout_);
+  bool sound = decoder.Begin(GetBytesOf(chunk), chunk.points);
+  for (std::uint32_t done = 0; sound && done < chunk.points;) {
+    const std::uint32_t count = std::min(most, chunk.points - done);
+    run.resize(count * stride);
+    sound = decoder.DecodeRun(count, run.data());
+    if (!sound) break;
+    if (Outcome outcome = records_->Write(at + done * stride, run); !outcome.Ok()) return outcome;
+    done += count;
+  }
+  return EndChunk(index, sound && decoder.IsComplete());
 }
 
 Outcome LazScan::Prepare(ScanWorkspace& workspace) {
@@ -175,7 +192,7 @@ Outcome LazScan::Prepare(ScanWorkspace& workspace) {
   if (!outcome.Ok()) return outcome;
   struct Worker {
     laz::ChunkDecoder decoder;
-    std::vector<std::uint8_t> buffer;
+    std::vector<std::uint8_t> run;
   };
   tbb::enumerable_thread_specific<Worker> workers([this] {
     return Worker{laz::ChunkDecoder(lazLayout_), {}};
@@ -188,7 +205,7 @@ Outcome LazScan::Prepare(ScanWorkspace& workspace) {
   tbb::parallel_for(std::size_t{0}, count, [&](std::size_t i) {
     if (stopped.load(std::memory_order_relaxed)) return;
     Worker& worker = workers.local();
-    Outcome decoded = DecodeInto(i, worker.decoder, worker.buffer);
+    Outcome decoded = DecodeIntoScratch(i, worker.decoder, worker.run);
     const std::lock_guard<std::mutex> lock(mutex);
     if (!decoded.Ok() && i < failedChunk) {
       failedChunk = i;

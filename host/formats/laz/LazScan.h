@@ -34,8 +34,9 @@ class LazScan final : public LasBasedScan {
   Outcome DecodeChunk(std::size_t chunk, laz::ChunkDecoder& decoder, std::uint8_t* records,
                       std::uint32_t parts = laz::kAllParts) const;
 
-  /// Decodes all chunks, on all cores. DecodeChunk's failure for the first one that is damaged, and
-  /// those of ScratchBytes; kStopped.
+  /// Decodes all chunks, on all cores, into memory or into a temporary file; beside these, it takes
+  /// memory for a run of points on each core. DecodeChunk's failure for the first chunk that is
+  /// damaged, and those of ScratchBytes; kStopped.
   Outcome Prepare(ScanWorkspace& workspace) override;
   [[nodiscard]] std::uint64_t GetScratchBytes() const override {
     return GetPointCount() * GetRecordBytes();
@@ -57,8 +58,11 @@ class LazScan final : public LasBasedScan {
   Outcome LoadLayout(const LasHeader& compressed);
   void Uncompress(const LasHeader& compressed);
   void TakeTrailing();
-  Outcome DecodeInto(std::size_t chunk, laz::ChunkDecoder& decoder,
-                     std::vector<std::uint8_t>& buffer);
+  [[nodiscard]] laz::ChunkBytes GetBytesOf(const laz::Chunk& chunk) const;
+  Outcome EndChunk(std::size_t chunk, bool sound) const;
+  /// By way of `run`, of a few points of the chunk at a time, where the scratch is a file.
+  Outcome DecodeIntoScratch(std::size_t chunk, laz::ChunkDecoder& decoder,
+                            std::vector<std::uint8_t>& run);
 
   laz::LazLayout lazLayout_;
   laz::ChunkTable table_;

@@ -27,11 +27,9 @@ class PointwiseItems {
     for (auto& model : extra_) model.Start<kDecodes>(256);
   }
 
-  /// `record` is read from when encoding, and written to when decoding; the one before it stands
-  /// before it in memory.
+  /// `record` is read from when encoding, and written to when decoding; `last` is the one before.
   template <typename Coder>
-  TARNHOST_LAZ_INLINE void Code(Coder& coder, std::uint8_t* record) {
-    const std::uint8_t* last = record - layout_.recordBytes;
+  TARNHOST_LAZ_INLINE void Code(Coder& coder, const std::uint8_t* last, std::uint8_t* record) {
     point_.Code(coder, record);
     if (layout_.timeAt != 0) {
       std::uint8_t* at = record + layout_.timeAt;

@@ -6,6 +6,7 @@
 #include "host/cloud/Verify.h"
 #include "host/formats/laz/LazScan.h"
 #include "tests/support/LazFiles.h"
+#include "tests/support/NodeReaders.h"
 #include "tests/support/RecordSums.h"
 #include "tests/support/ScanFolder.h"
 #include "tests/support/TestData.h"
@@ -89,6 +90,47 @@ TEST(ExportLaz, GivesBackScansOfManyChunks) {
   const ScanFolder folder;
   ExpectRoundTrip(folder.Add("scan.laz", CompressLas(ScanOf(120000), {{7000}}).bytes));
 }
+
+/// Where the extended record of a LAS file made by SmoothScan stands, behind its points.
+std::size_t ExtendedRecordAt(const Bytes& file) {
+  EXPECT_EQ(LasBuilder::Get<std::uint32_t>(file, 243), 1u);
+  return static_cast<std::size_t>(LasBuilder::Get<std::uint64_t>(file, 235));
+}
+
+class ExportLazIndependently : public ::testing::TestWithParam<unsigned> {};
+
+TEST_P(ExportLazIndependently, IsReadPointByPointByAnIndependentReader) {
+  if (!oocpctest::HasNodeReaders()) GTEST_SKIP() << "laz-perf for node is not installed";
+  const ScanFolder folder;
+  constexpr std::uint32_t kPoints = 2 * laz::kUsualChunkPoints + 10'000;
+  const Bytes las = oocpctest::SmoothScan(GetParam(), kPoints, 3);
+  ImportOptions options = folder.Options({folder.Add("scan.las", las)});
+  options.keepOrder = true;
+  ImportReport report;
+  ASSERT_TRUE(IsOk(ImportScans(options, report)));
+  std::uint64_t count = 0;
+  ASSERT_TRUE(IsOk(ExportLas(*folder.Open(), 0, folder / "out.laz", {}, count)));
+  std::unique_ptr<LazScan> scan;
+  ASSERT_TRUE(IsOk(LazScan::Open(folder / "out.laz", scan)));
+  EXPECT_EQ(scan->GetChunks().size(), 3u);
+
+  ASSERT_TRUE(oocpctest::RunNodeReader("read_laz.js", {folder / "out.laz", folder / "records"}));
+  const Bytes read = oocpctest::ReadFile(folder / "records");
+  const std::size_t stride = LasBuilder::FormatBytes(GetParam()) + 3;
+  ASSERT_EQ(read.size(), kPoints * stride);
+  const std::uint8_t* const written = las.data() + LasBuilder::Get<std::uint32_t>(las, 96);
+  for (std::size_t i = 0; i < kPoints; ++i) {
+    ASSERT_EQ(std::memcmp(read.data() + i * stride, written + i * stride, stride), 0)
+        << "point " << i;
+  }
+  // The chunks and their table are shorter than the points were: what stood behind them moved.
+  const Bytes laz = oocpctest::ReadFile(folder / "out.laz");
+  ASSERT_LT(ExtendedRecordAt(laz), ExtendedRecordAt(las));
+  EXPECT_EQ(Bytes(laz.begin() + static_cast<std::ptrdiff_t>(ExtendedRecordAt(laz)), laz.end()),
+            Bytes(las.begin() + static_cast<std::ptrdiff_t>(ExtendedRecordAt(las)), las.end()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, ExportLazIndependently, ::testing::Values(0, 1, 2, 3, 6, 7, 8));
 
 TEST(ExportLaz, IsTheSameHoweverManyThreadsCompress) {
   const ScanFolder folder;
