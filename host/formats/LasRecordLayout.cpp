@@ -305,6 +305,18 @@ bool WidenColors(const LasField& field, std::uint64_t count, std::span<const std
   return true;
 }
 
+Outcome CheckBits(const LasField& field, std::span<const std::uint8_t> values) {
+  if (field.bits == 0) return Outcome::Success();
+  unsigned bits = 0;
+  for (const std::uint8_t value : values) bits |= value;
+  if (bits >> field.bits == 0) return Outcome::Success();
+  return Outcome::Failure(oocpc::result::kScanUnsupported,
+                          "a " + field.dimension.name + " is larger than the " +
+                              std::to_string((1u << field.bits) - 1) +
+                              " that this point format has room for",
+                          {}, "write a CSV file instead");
+}
+
 bool GetStatedBox(const LasHeader& header, StoredBox& box) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const double scale = header.scale[axis];

@@ -82,6 +82,9 @@ class LasRecordLayout {
                                std::span<const std::uint8_t>& values,
                                std::vector<std::uint8_t>& widened);
 
+/// Refuses values of a field that have more bits than it has room for: kScanUnsupported.
+Outcome CheckBits(const LasField& field, std::span<const std::uint8_t> values);
+
 /// The stored integers of a header's bounds: see ScanFile.
 [[nodiscard]] bool GetStatedBox(const LasHeader& header, StoredBox& box);
 

@@ -23,19 +23,6 @@ bool EndsInLaz(const std::filesystem::path& path) {
   return ending == ".laz";
 }
 
-/// Refuses values that have more bits than the file has room for.
-Outcome CheckBits(const LasField& field, std::span<const std::uint8_t> values) {
-  if (field.bits == 0) return Outcome::Success();
-  unsigned bits = 0;
-  for (const std::uint8_t value : values) bits |= value;
-  if (bits >> field.bits == 0) return Outcome::Success();
-  return Outcome::Failure(oocpc::result::kScanUnsupported,
-                          "a " + field.dimension.name + " is larger than the " +
-                              std::to_string((1u << field.bits) - 1) +
-                              " that this point format has room for",
-                          {}, "write a CSV file instead");
-}
-
 }  // namespace
 
 void LasRecords::Clear() {

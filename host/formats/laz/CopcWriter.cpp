@@ -183,6 +183,7 @@ Outcome CopcWriter::WriteNode(const CopcKey& key, std::uint32_t count, const std
     if (!WidenColors(fields[i], count, values, widened)) {
       return Outcome::FromCode(result::kBadRecord, fields[i].dimension.name);
     }
+    if (Outcome outcome = CheckBits(fields[i], values); !outcome.Ok()) return outcome;
     layout_.ScatterRows(i, values.data(), count, assembled_.data());
   }
   Convert(count);

@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "host/cloud/Export.h"
+#include "host/formats/laz/CopcWriter.h"
 #include "host/lod/ExportCopc.h"
 #include "tests/support/ScanContent.h"
 #include "tests/support/ScanFolder.h"
@@ -16,6 +19,7 @@ using oocpctest::PutNumber;
 using oocpctest::ScanContent;
 using oocpctest::ScanFolder;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsSupersetOf;
 
 /// A PLY file with 8-bit colours, an intensity that LAS would round, and a name LAS does not have.
@@ -59,6 +63,35 @@ TEST(ExportOtherFormats, MakesALasHeaderWithExtraBytes) {
   tarnhost::CopcReport report;
   ASSERT_TRUE(IsOk(tarnhost::ExportCopc(*cloud, 0, folder / "out.copc.laz", {}, report)));
   ExpectPoint(ScanContent(folder / "out.copc.laz"));
+}
+
+/// A cloud of a CSV file, whose columns have the types that LAS has for their names.
+void ImportText(const ScanFolder& folder, const std::string& text) {
+  folder.Import({folder.Add("scan.csv", {text.begin(), text.end()})});
+}
+
+/// What became of a cloud's export into a LAS, LAZ or COPC file.
+tarnhost::Outcome ExportTo(const ScanFolder& folder, const std::string& name) {
+  const auto cloud = folder.Open();
+  tarnhost::CopcReport copc;
+  std::uint64_t points = 0;
+  return tarnhost::IsCopcName(folder / name)
+             ? tarnhost::ExportCopc(*cloud, 0, folder / name, {}, copc)
+             : tarnhost::ExportLas(*cloud, 0, folder / name, {}, points);
+}
+
+constexpr std::array<const char*, 3> kFileNames{"out.las", "out.laz", "out.copc.laz"};
+
+TEST(ExportOtherFormats, RefusesValuesThatNoPointFormatHasBitsFor) {
+  const ScanFolder folder;
+  ImportText(folder, "x,y,z,return_number\n1.5,2,3,1\n2.5,3,4,20\n");
+  for (const char* name : kFileNames) {
+    SCOPED_TRACE(name);
+    const tarnhost::Outcome outcome = ExportTo(folder, name);
+    EXPECT_EQ(outcome.code, oocpc::result::kScanUnsupported);
+    EXPECT_THAT(outcome.what, HasSubstr("a return_number is larger than the"));
+    EXPECT_FALSE(std::filesystem::exists(folder / name));
+  }
 }
 
 TEST(ExportOtherFormats, WritesEveryRealScan) {
