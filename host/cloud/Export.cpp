@@ -7,6 +7,7 @@
 
 #include "host/cloud/CloudFacts.h"
 #include "host/cloud/Damage.h"
+#include "host/cloud/LargestValues.h"
 #include "host/cloud/MergedFrame.h"
 #include "host/cloud/NodeWalk.h"
 #include "host/cloud/SourceColumns.h"
@@ -16,11 +17,14 @@ namespace tarnhost {
 
 namespace result = oocpc::result;
 
-Outcome FrameForLas(const Cloud& cloud, LasFrame& frame) {
-  if (cloud.GetSources().empty()) return MakeMergedFrame(cloud, frame);
+Outcome FrameForLas(Cloud& cloud, LasFrame& frame) {
+  LargestValues largest(cloud);
+  if (cloud.GetSources().empty()) return MakeMergedFrame(cloud, largest, frame);
   const SourceRecord& source = cloud.GetSources().front();
   const std::optional<LasHeader> header = ReadSourceHeader(source);
-  if (!header || !HoldsColumns(cloud, *header)) return MakeMergedFrame(cloud, frame);
+  if (!header || !HoldsColumns(cloud, *header, largest)) {
+    return MakeMergedFrame(cloud, largest, frame);
+  }
   frame = {source.leadingBytes, source.trailingBytes, source.pointCount};
   return DropCopcRecords(frame, cloud.GetPath().string());
 }
@@ -41,7 +45,7 @@ const CloudColumn* ColumnFor(const Cloud& cloud, const LasField& field) {
   if (column == nullptr && name.ends_with(kNumbered)) {
     column = FindColumn(cloud, name.substr(0, name.size() - kNumbered.size()));
   }
-  const bool fits = column != nullptr && CanWrite(column->type, field.dimension.type);
+  const bool fits = column != nullptr && CanWrite(column->type, field.dimension);
   return fits ? column : nullptr;
 }
 

@@ -13,9 +13,9 @@ namespace tarnhost {
 
 /// What a LAS file made out of the cloud looks like besides its points: that of the first source,
 /// less what was true of that file's order of points alone, or, where it has no place for all
-/// columns, what MakeMergedFrame makes. The columns that tell the source are left out.
-/// kScanUnsupported when the cloud has a column that no LAS file can hold.
-Outcome FrameForLas(const Cloud& cloud, LasFrame& frame);
+/// columns or their largest values, what MakeMergedFrame makes. The columns that tell the source
+/// are left out. kScanUnsupported when the cloud has a column that no LAS file can hold.
+Outcome FrameForLas(Cloud& cloud, LasFrame& frame);
 
 /// The columns of the cloud in the order in which a LAS writer of this layout takes them; no name
 /// where the cloud has none. kScanUnsupported when one has another type.

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <tuple>
 #include <utility>
 
 #include "OOCPointCloud/support/Bytes.h"
@@ -60,8 +61,7 @@ struct LasSource {
 
 const CloudColumn* FindAlike(const Cloud& cloud, const Dimension& dimension) {
   const auto found = std::ranges::find(cloud.GetColumns(), dimension.name, &CloudColumn::name);
-  return found != cloud.GetColumns().end() && CanWrite(found->type, dimension.type) ? &*found
-                                                                                    : nullptr;
+  return found != cloud.GetColumns().end() && CanWrite(found->type, dimension) ? &*found : nullptr;
 }
 
 LasHeader PlainHeader(std::uint8_t format) {
@@ -71,21 +71,28 @@ LasHeader PlainHeader(std::uint8_t format) {
   return header;
 }
 
-/// The point format with a place for most columns; of several, the one with the shortest records.
-std::uint8_t ChooseFormat(const Cloud& cloud) {
+/// Of two point formats, the one whose fields have bits for more columns is better; then the one
+/// with a place for more of them, then the one with shorter records.
+auto Judge(const Cloud& cloud, std::uint8_t format, LargestValues& largest) {
+  const LasRecordLayout layout = LasRecordLayout::Of(PlainHeader(format));
+  int tooNarrow = 0;
+  int held = 0;
+  for (const LasField& field : layout.GetFields()) {
+    if (FindAlike(cloud, field.dimension) == nullptr) continue;
+    ++held;
+    if (largest.Exceed(field)) ++tooNarrow;
+  }
+  return std::tuple(-tooNarrow, held, -static_cast<int>(layout.GetRecordBytes()));
+}
+
+std::uint8_t ChooseFormat(const Cloud& cloud, LargestValues& largest) {
   std::uint8_t chosen = 0;
-  std::pair<std::size_t, int> best{0, 0};
-  for (std::uint8_t format = 0; format < kFormatCount; ++format) {
-    const LasRecordLayout layout = LasRecordLayout::Of(PlainHeader(format));
-    const auto held =
-        static_cast<std::size_t>(std::ranges::count_if(layout.GetFields(), [&](const auto& field) {
-          return FindAlike(cloud, field.dimension) != nullptr;
-        }));
-    const std::pair<std::size_t, int> worth{held, -static_cast<int>(layout.GetRecordBytes())};
-    if (format == 0 || worth > best) {
-      best = worth;
-      chosen = format;
-    }
+  auto best = Judge(cloud, chosen, largest);
+  for (std::uint8_t format = 1; format < kFormatCount; ++format) {
+    const auto worth = Judge(cloud, format, largest);
+    if (worth <= best) continue;
+    best = worth;
+    chosen = format;
   }
   return chosen;
 }
@@ -93,13 +100,13 @@ std::uint8_t ChooseFormat(const Cloud& cloud) {
 /// Puts the frame together.
 class Merger {
  public:
-  Merger(const Cloud& cloud, std::vector<LasSource> sources)
-      : cloud_(cloud), sources_(std::move(sources)) {
+  Merger(const Cloud& cloud, std::vector<LasSource> sources, LargestValues& largest)
+      : cloud_(cloud), sources_(std::move(sources)), largest_(largest) {
     if (!sources_.empty()) header_ = sources_.front().header;
   }
 
   Outcome Run(LasFrame& frame) {
-    header_.pointFormat = ChooseFormat(cloud_);
+    header_.pointFormat = ChooseFormat(cloud_, largest_);
     if (Outcome outcome = DescribeExtraBytes(); !outcome.Ok()) return outcome;
     SetVersion();
     TakeRecords();
@@ -140,7 +147,7 @@ class Merger {
         // Extra bytes of a name that LAS has for something else are numbered: see ColumnsForLas.
         const std::string& name = field.dimension.name;
         return (name == column.name || name == column.name + "_2") &&
-               CanWrite(column.type, field.dimension.type);
+               CanWrite(column.type, field.dimension);
       };
       if (!IsSourceColumn(column) && std::ranges::none_of(layout.GetFields(), isColumn)) {
         return NoPlace(column, "its name means something else there");
@@ -155,7 +162,7 @@ class Merger {
     header_.pointBytes = LasPointBytes(header_.pointFormat);
     for (const CloudColumn& column : cloud_.GetColumns()) {
       const auto isField = [&](const LasField& field) {
-        return field.dimension.name == column.name && CanWrite(column.type, field.dimension.type);
+        return field.dimension.name == column.name && CanWrite(column.type, field.dimension);
       };
       if (IsSourceColumn(column) || std::ranges::any_of(layout.GetFields(), isField)) continue;
       if (column.type.value == ValueType::kString) return NoPlace(column, "it holds texts");
@@ -252,6 +259,7 @@ class Merger {
 
   const Cloud& cloud_;
   std::vector<LasSource> sources_;
+  LargestValues& largest_;
   LasHeader header_;
   Bytes descriptors_;
   Bytes records_;
@@ -264,7 +272,7 @@ class Merger {
 
 }  // namespace
 
-bool HoldsColumns(const Cloud& cloud, const LasHeader& header) {
+bool HoldsColumns(const Cloud& cloud, const LasHeader& header, LargestValues& largest) {
   if (header.scale != cloud.GetTransform().scale || header.offset != cloud.GetTransform().offset) {
     return false;
   }
@@ -273,17 +281,17 @@ bool HoldsColumns(const Cloud& cloud, const LasHeader& header) {
       cloud.GetColumns(), [](const CloudColumn& column) { return !IsSourceColumn(column); });
   return static_cast<std::size_t>(columns) == layout.GetFields().size() &&
          std::ranges::all_of(layout.GetFields(), [&](const LasField& field) {
-           return FindAlike(cloud, field.dimension) != nullptr;
+           return FindAlike(cloud, field.dimension) != nullptr && !largest.Exceed(field);
          });
 }
 
-Outcome MakeMergedFrame(const Cloud& cloud, LasFrame& frame) {
+Outcome MakeMergedFrame(const Cloud& cloud, LargestValues& largest, LasFrame& frame) {
   std::vector<LasSource> sources;
   for (const SourceRecord& source : cloud.GetSources()) {
     std::optional<LasHeader> header = ReadSourceHeader(source);
     if (header) sources.push_back({std::move(*header), &source});
   }
-  return Merger(cloud, std::move(sources)).Run(frame);
+  return Merger(cloud, std::move(sources), largest).Run(frame);
 }
 
 }  // namespace tarnhost

@@ -100,10 +100,11 @@ Outcome LasWriter::FormatBlock(std::uint64_t count, const std::int32_t* xyz,
   const auto& fields = layout_.GetFields();
   if (given.size() != fields.size()) return Outcome::FromCode(oocpc::result::kBadRecord);
   std::vector<std::span<const std::uint8_t>> columns(given.begin(), given.end());
-  std::vector<std::uint8_t> widened;
+  // Of each field, as the values of several may have been widened.
+  std::vector<std::vector<std::uint8_t>> widened(fields.size());
   for (std::size_t i = 0; i < fields.size(); ++i) {
     if (columns[i].empty()) continue;
-    if (!WidenColors(fields[i], count, columns[i], widened)) {
+    if (!FitToField(fields[i], count, columns[i], widened[i])) {
       return Outcome::FromCode(oocpc::result::kBadRecord, fields[i].dimension.name);
     }
     if (Outcome outcome = CheckBits(fields[i], columns[i]); !outcome.Ok()) return outcome;

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
 
+#include "host/build/Append.h"
 #include "host/cloud/Export.h"
 #include "host/formats/laz/CopcWriter.h"
 #include "host/lod/ExportCopc.h"
@@ -15,12 +17,16 @@ namespace {
 
 using oocpctest::Coordinates;
 using oocpctest::IsOk;
+using oocpctest::LasBuilder;
 using oocpctest::PutNumber;
 using oocpctest::ScanContent;
 using oocpctest::ScanFolder;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
+using ::testing::UnorderedElementsAre;
+using ::testing::UnorderedElementsAreArray;
 
 /// A PLY file with 8-bit colours, an intensity that LAS would round, and a name LAS does not have.
 std::vector<std::uint8_t> PlyFile() {
@@ -70,14 +76,25 @@ void ImportText(const ScanFolder& folder, const std::string& text) {
   folder.Import({folder.Add("scan.csv", {text.begin(), text.end()})});
 }
 
+void Append(const ScanFolder& folder, const std::filesystem::path& scan) {
+  tarnhost::ImportOptions options = folder.Options({scan});
+  options.timePoint = 1000;
+  tarnhost::ImportReport report;
+  EXPECT_TRUE(IsOk(tarnhost::AppendScans(options, report)));
+}
+
+/// The point format that a file states.
+int FormatOf(const std::filesystem::path& path) { return oocpctest::ReadFile(path)[104] & 0x7F; }
+
 /// What became of a cloud's export into a LAS, LAZ or COPC file.
-tarnhost::Outcome ExportTo(const ScanFolder& folder, const std::string& name) {
+tarnhost::Outcome ExportTo(const ScanFolder& folder, const std::string& name,
+                           std::uint64_t iteration = 0) {
   const auto cloud = folder.Open();
   tarnhost::CopcReport copc;
   std::uint64_t points = 0;
   return tarnhost::IsCopcName(folder / name)
-             ? tarnhost::ExportCopc(*cloud, 0, folder / name, {}, copc)
-             : tarnhost::ExportLas(*cloud, 0, folder / name, {}, points);
+             ? tarnhost::ExportCopc(*cloud, iteration, folder / name, {}, copc)
+             : tarnhost::ExportLas(*cloud, iteration, folder / name, {}, points);
 }
 
 constexpr std::array<const char*, 3> kFileNames{"out.las", "out.laz", "out.copc.laz"};
@@ -91,6 +108,60 @@ TEST(ExportOtherFormats, RefusesValuesThatNoPointFormatHasBitsFor) {
     EXPECT_EQ(outcome.code, oocpc::result::kScanUnsupported);
     EXPECT_THAT(outcome.what, HasSubstr("a return_number is larger than the"));
     EXPECT_FALSE(std::filesystem::exists(folder / name));
+  }
+}
+
+TEST(ExportOtherFormats, ChoosesAPointFormatThatHasBitsForTheLargestValues) {
+  const ScanFolder folder;
+  ImportText(folder,
+             "x,y,z,classification,return_number\n1.5,2,3,64,9\n2.5,3,4,2,1\n3.5,3,4,255,15\n");
+  for (const char* name : kFileNames) {
+    SCOPED_TRACE(name);
+    ASSERT_TRUE(IsOk(ExportTo(folder, name)));
+    const ScanContent scan(folder / name);
+    EXPECT_THAT(scan.Values("classification"), UnorderedElementsAre(64, 2, 255));
+    EXPECT_THAT(scan.Values("return_number"), UnorderedElementsAre(9, 1, 15));
+    EXPECT_EQ(FormatOf(folder / name), 6);
+  }
+}
+
+TEST(ExportOtherFormats, KeepsTheShortestPointFormatWhereItsBitsAreEnough) {
+  const ScanFolder folder;
+  ImportText(folder, "x,y,z,classification,return_number\n1.5,2,3,31,7\n");
+  ASSERT_TRUE(IsOk(ExportTo(folder, "out.las")));
+  EXPECT_EQ(FormatOf(folder / "out.las"), 0);
+}
+
+TEST(ExportOtherFormats, LeavesTheFirstSourcesPointFormatWhereAppendedValuesTakeMoreBits) {
+  LasBuilder builder;
+  builder.format = 3;
+  builder.minor = 2;
+  builder.scale = {0.01, 0.01, 0.01};
+  std::vector<std::uint8_t> las = builder.Build();
+  oocpctest::PlacePoints(las, oocpctest::RandomPositions(builder.pointCount, 1000));
+  const ScanFolder folder;
+  const ScanContent before(folder.Add("scan.las", las));
+  folder.Import({folder / "scan.las"});
+  const std::string text = "x,y,z,classification\n1000.01,-1999.98,3.01,200\n";
+  Append(folder, folder.Add("more.csv", {text.begin(), text.end()}));
+  for (const char* name : kFileNames) {
+    SCOPED_TRACE(name);
+    ASSERT_TRUE(IsOk(ExportTo(folder, name, 1)));
+    EXPECT_EQ(FormatOf(folder / name), 7);
+    const ScanContent after(folder / name);
+    for (const char* dimension : {"classification", "gps_time", "DEF_COLOR", "withheld"}) {
+      std::vector<double> values = before.Values(dimension);
+      const bool isClass = dimension == std::string("classification");
+      values.resize(values.size() + values.size() / builder.pointCount, isClass ? 200 : 0);
+      EXPECT_THAT(after.Values(dimension), UnorderedElementsAreArray(values)) << dimension;
+    }
+    std::vector<double> angles;  // in the units of the newer formats
+    for (const double degrees : before.Values("scan_angle")) {
+      angles.push_back(std::round(degrees / 0.006));
+    }
+    angles.push_back(0);
+    EXPECT_THAT(after.Values("scan_angle"), UnorderedElementsAreArray(angles));
+    EXPECT_THAT(after.Values("scan_angle_2"), IsEmpty());
   }
 }
 
