@@ -3,14 +3,12 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <optional>
 #include <tuple>
 #include <utility>
 
-#include "OOCPointCloud/support/Bytes.h"
-#include "host/cloud/CloudFacts.h"
+#include "host/cloud/LasSources.h"
 #include "host/cloud/SourceColumns.h"
 #include "host/formats/LasRecordLayout.h"
 
@@ -22,14 +20,9 @@ using Bytes = std::vector<std::uint8_t>;
 using oocpc::ValueType;
 
 constexpr std::uint8_t kFormatCount = 11;
-constexpr std::size_t kRecordHeadBytes = 54;
-constexpr std::size_t kExtendedHeadBytes = 60;
 constexpr std::uint16_t kWktEncoding = 1u << 4;
-constexpr std::uint16_t kWktRecord = 2112;
 constexpr std::uint16_t kExtraBytesRecord = 4;
-constexpr std::uint16_t kWaveformRecord = 65535;
 constexpr const char* kSpecUser = "LASF_Spec";
-constexpr const char* kProjectionUser = "LASF_Projection";
 
 // Within a descriptor of extra bytes.
 constexpr std::size_t kNameAt = 4;
@@ -37,27 +30,6 @@ constexpr std::size_t kNameBytes = 32;
 constexpr std::size_t kTextAt = 160;
 constexpr std::size_t kTextBytes = 32;
 constexpr std::uint8_t kScaleAndOffset = 8 | 16;  ///< options that any type keeps
-
-struct LasSource {
-  LasHeader header;
-  const SourceRecord* record;
-
-  [[nodiscard]] std::uint64_t GetPointsEnd() const {
-    return header.pointsOffset + record->pointCount * std::uint64_t{header.pointBytes};
-  }
-  /// Head and payload.
-  [[nodiscard]] std::span<const std::uint8_t> GetBytes(const LasVariableRecord& variable) const {
-    const std::size_t head = variable.extended ? kExtendedHeadBytes : kRecordHeadBytes;
-    const auto bytes = static_cast<std::size_t>(head + variable.payloadBytes);
-    const std::uint64_t at = variable.payloadOffset - head;
-    return variable.extended
-               ? record->trailingBytes.subspan(static_cast<std::size_t>(at - GetPointsEnd()), bytes)
-               : record->leadingBytes.subspan(static_cast<std::size_t>(at), bytes);
-  }
-  [[nodiscard]] std::span<const std::uint8_t> GetPayload(const LasVariableRecord& variable) const {
-    return GetBytes(variable).last(static_cast<std::size_t>(variable.payloadBytes));
-  }
-};
 
 const CloudColumn* FindAlike(const Cloud& cloud, const Dimension& dimension) {
   const auto found = std::ranges::find(cloud.GetColumns(), dimension.name, &CloudColumn::name);
@@ -223,35 +195,18 @@ class Merger {
       AppendLasRecord(records_, kSpecUser, kExtraBytesRecord, "extra bytes", descriptors_);
       ++header_.recordCount;
     }
-    for (const LasSource& source : sources_) {
-      for (const LasVariableRecord& record : source.header.records) TakeRecord(source, record);
+    header_.globalEncoding = EncodingWithSystem(header_.globalEncoding, FindSystemSource(sources_));
+    for (const ChosenRecord& chosen : ChooseRecords(sources_)) {
+      if (!chosen.record->extended || header_.versionMinor >= 4) TakeRecord(chosen);
     }
   }
 
-  void TakeRecord(const LasSource& source, const LasVariableRecord& record) {
-    const bool isSpec = record.userId == kSpecUser;
-    const bool isWaveform = isSpec && record.recordId == kWaveformRecord;
-    const bool isFirst = &source == &sources_.front();
-    if ((isSpec && record.recordId == kExtraBytesRecord) || IsCopcRecord(record) ||
-        record.IsCompression() || (isWaveform && !isFirst) ||
-        (record.extended && header_.versionMinor < 4)) {
-      return;
-    }
-    // One coordinate system is enough, of other records one of the same content.
-    const auto payload = source.GetPayload(record);
-    if (!isFirst && record.userId == kProjectionUser && hasProjection_) return;
-    auto& alike = taken_[{record.userId, record.recordId}];
-    if (std::ranges::any_of(alike, [&](const auto& p) { return std::ranges::equal(p, payload); })) {
-      return;
-    }
-    alike.push_back(payload);
-    if (isFirst && record.userId == kProjectionUser) hasProjection_ = true;
-    if (record.userId == kProjectionUser && record.recordId == kWktRecord &&
-        header_.pointFormat >= 6) {
-      header_.globalEncoding |= kWktEncoding;
-    }
-    const auto bytes = source.GetBytes(record);
-    if (isWaveform && record.extended) waveformAt_ = trailing_.size();
+  void TakeRecord(const ChosenRecord& chosen) {
+    const LasVariableRecord& record = *chosen.record;
+    // The newer formats ask for this of a file that has such a record, the older ones allow both.
+    if (IsWktRecord(record) && header_.pointFormat >= 6) header_.globalEncoding |= kWktEncoding;
+    if (IsWaveformRecord(record) && record.extended) waveformAt_ = trailing_.size();
+    const auto bytes = chosen.source->GetBytes(record);
     Bytes& to = record.extended ? trailing_ : records_;
     to.insert(to.end(), bytes.begin(), bytes.end());
     ++(record.extended ? header_.extendedCount : header_.recordCount);
@@ -264,9 +219,6 @@ class Merger {
   Bytes descriptors_;
   Bytes records_;
   Bytes trailing_;
-  std::map<std::pair<std::string, std::uint16_t>, std::vector<std::span<const std::uint8_t>>>
-      taken_;
-  bool hasProjection_ = false;
   std::optional<std::uint64_t> waveformAt_;  ///< from the end of the points
 };
 
@@ -286,12 +238,7 @@ bool HoldsColumns(const Cloud& cloud, const LasHeader& header, LargestValues& la
 }
 
 Outcome MakeMergedFrame(const Cloud& cloud, LargestValues& largest, LasFrame& frame) {
-  std::vector<LasSource> sources;
-  for (const SourceRecord& source : cloud.GetSources()) {
-    std::optional<LasHeader> header = ReadSourceHeader(source);
-    if (header) sources.push_back({std::move(*header), &source});
-  }
-  return Merger(cloud, std::move(sources), largest).Run(frame);
+  return Merger(cloud, ListLasSources(cloud), largest).Run(frame);
 }
 
 }  // namespace tarnhost

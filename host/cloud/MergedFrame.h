@@ -14,10 +14,9 @@ namespace tarnhost {
 
 /// The frame of a LAS file without points that holds all columns of the cloud, less those that tell
 /// the source: the smallest point format with a place for most of them, and bits for their values,
-/// the others as extra bytes.
-/// Everything else is that of the first LAS source, if there is one; records that only other
-/// sources have stand behind its own, but those of a coordinate system. kScanUnsupported when a
-/// column has no place in a LAS file.
+/// the others as extra bytes. Everything else is that of the first LAS source, if there is one;
+/// records that only other sources have stand behind its own, and the coordinate system is that of
+/// the first source that states one. kScanUnsupported when a column has no place in a LAS file.
 Outcome MakeMergedFrame(const Cloud& cloud, LargestValues& largest, LasFrame& frame);
 
 }  // namespace tarnhost
