@@ -8,6 +8,7 @@
 #include "host/cloud/CloudFacts.h"
 #include "host/cloud/Damage.h"
 #include "host/cloud/LargestValues.h"
+#include "host/cloud/LasSources.h"
 #include "host/cloud/MergedFrame.h"
 #include "host/cloud/NodeWalk.h"
 #include "host/cloud/SourceColumns.h"
@@ -17,6 +18,37 @@ namespace tarnhost {
 
 namespace result = oocpc::result;
 
+namespace {
+
+/// The first source's frame, with what records only others have.
+Outcome ExtendFirstFrame(const Cloud& cloud, LasFrame& frame) {
+  const std::vector<LasSource> sources = ListLasSources(cloud);
+  const LasSource& first = sources.front();
+  const LasSource* const system = FindSystemSource(sources);
+  const std::string where = cloud.GetPath().string();
+  frame = {first.record->leadingBytes, first.record->trailingBytes, first.record->pointCount};
+  const bool hasOtherSystem = system != nullptr && system != &first;
+  Outcome outcome = DropRecords(
+      frame,
+      [&](const LasVariableRecord& record) {
+        return IsCopcRecord(record) || (hasOtherSystem && IsProjectionRecord(record));
+      },
+      where);
+  if (!outcome.Ok()) return outcome;
+  LasRecordBytes added;
+  for (const ChosenRecord& chosen : ChooseRecords(sources)) {
+    if (chosen.source == &first) continue;
+    const auto bytes = chosen.source->GetBytes(*chosen.record);
+    auto& to = chosen.record->extended ? added.extended : added.plain;
+    to.insert(to.end(), bytes.begin(), bytes.end());
+    ++(chosen.record->extended ? added.extendedCount : added.plainCount);
+  }
+  if (added.plainCount + added.extendedCount == 0) return outcome;
+  return AddRecords(frame, added, EncodingWithSystem(first.header.globalEncoding, system), where);
+}
+
+}  // namespace
+
 Outcome FrameForLas(Cloud& cloud, LasFrame& frame) {
   LargestValues largest(cloud);
   if (cloud.GetSources().empty()) return MakeMergedFrame(cloud, largest, frame);
@@ -25,8 +57,7 @@ Outcome FrameForLas(Cloud& cloud, LasFrame& frame) {
   if (!header || !HoldsColumns(cloud, *header, largest)) {
     return MakeMergedFrame(cloud, largest, frame);
   }
-  frame = {source.leadingBytes, source.trailingBytes, source.pointCount};
-  return DropCopcRecords(frame, cloud.GetPath().string());
+  return ExtendFirstFrame(cloud, frame);
 }
 
 namespace {

@@ -12,7 +12,8 @@
 namespace tarnhost {
 
 /// What a LAS file made out of the cloud looks like besides its points: that of the first source,
-/// less what was true of that file's order of points alone, or, where it has no place for all
+/// less what was true of that file's order of points alone, with the records that only others have
+/// behind its own (see ChooseRecords), or, where it has no place for all
 /// columns or their largest values, what MakeMergedFrame makes. The columns that tell the source
 /// are left out. kScanUnsupported when the cloud has a column that no LAS file can hold.
 Outcome FrameForLas(Cloud& cloud, LasFrame& frame);

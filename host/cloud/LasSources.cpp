@@ -16,7 +16,6 @@ namespace {
 
 constexpr std::size_t kRecordHeadBytes = 54;
 constexpr std::size_t kExtendedHeadBytes = 60;
-constexpr std::uint16_t kWktEncoding = 1u << 4;
 constexpr std::uint16_t kWktRecord = 2112;
 constexpr std::uint16_t kGeoKeysRecord = 34735;
 constexpr std::size_t kGeoKeysHeadBytes = 8;
@@ -109,8 +108,8 @@ std::vector<ChosenRecord> ChooseRecords(std::span<const LasSource> sources) {
 
 std::uint16_t EncodingWithSystem(std::uint16_t encoding, const LasSource* system) {
   if (system == nullptr) return encoding;
-  const unsigned others = encoding & ~static_cast<unsigned>(kWktEncoding);
-  return static_cast<std::uint16_t>(others | (system->header.globalEncoding & kWktEncoding));
+  const unsigned others = encoding & ~static_cast<unsigned>(kLasWktEncoding);
+  return static_cast<std::uint16_t>(others | (system->header.globalEncoding & kLasWktEncoding));
 }
 
 }  // namespace tarnhost

@@ -20,7 +20,6 @@ using Bytes = std::vector<std::uint8_t>;
 using oocpc::ValueType;
 
 constexpr std::uint8_t kFormatCount = 11;
-constexpr std::uint16_t kWktEncoding = 1u << 4;
 constexpr std::uint16_t kExtraBytesRecord = 4;
 constexpr const char* kSpecUser = "LASF_Spec";
 
@@ -204,7 +203,7 @@ class Merger {
   void TakeRecord(const ChosenRecord& chosen) {
     const LasVariableRecord& record = *chosen.record;
     // The newer formats ask for this of a file that has such a record, the older ones allow both.
-    if (IsWktRecord(record) && header_.pointFormat >= 6) header_.globalEncoding |= kWktEncoding;
+    if (IsWktRecord(record) && header_.pointFormat >= 6) header_.globalEncoding |= kLasWktEncoding;
     if (IsWaveformRecord(record) && record.extended) waveformAt_ = trailing_.size();
     const auto bytes = chosen.source->GetBytes(record);
     Bytes& to = record.extended ? trailing_ : records_;

@@ -18,6 +18,7 @@ using oocpctest::LasBuilder;
 using oocpctest::ReadFile;
 using oocpctest::ScanFolder;
 using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAreArray;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::array<const char*, 3> kFileNames{"out.las", "out.laz", "out.copc.laz"};
@@ -157,6 +158,112 @@ TEST(MergedRecords, HaveNoFlagOfASystemThatIsNotTaken) {
   const Written written(folder / "out.las");
   EXPECT_THAT(written.records, ElementsAre("LASF_Projection 34735 2992"));
   EXPECT_EQ(written.Flags(), 0u);
+}
+
+/// The records of files of two such sources in either order.
+void ExpectRecords(const Source& a, const Source& b, const std::vector<std::string>& expected,
+                   unsigned flags) {
+  for (const std::vector<Source>& sources : {std::vector{a, b}, std::vector{b, a}}) {
+    const ScanFolder folder;
+    Import(folder, sources);
+    for (const char* name : kFileNames) {
+      SCOPED_TRACE(name);
+      ExportTo(folder, name);
+      const Written written(folder / name);
+      EXPECT_THAT(written.records, UnorderedElementsAreArray(expected));
+      EXPECT_EQ(written.Flags(), flags);
+      EXPECT_EQ(written.header.pointCount, 80u);
+      std::unique_ptr<ScanFile> scan;
+      ASSERT_TRUE(IsOk(OpenScan(folder / name, scan)));
+      ScanWorkspace workspace{std::uint64_t{1} << 30, {}, {}};
+      EXPECT_TRUE(IsOk(scan->Prepare(workspace)));
+    }
+  }
+}
+
+TEST(RecordsOfScansOfOneLayout, AreAllKeptInEitherOrder) {
+  const Source plain{.records = {Note(1, "mine"), Note(2, "both")},
+                     .extendedRecords = {Note(3, "far")},
+                     .seed = 1};
+  const Source withSystem{.encoding = kWktBit,
+                          .records = {Note(2, "both"), Wkt("HERE"), Note(1, "theirs")},
+                          .extendedRecords = {Note(4, "farther"), Note(3, "far")},
+                          .seed = 2};
+  ExpectRecords(plain, withSystem,
+                {"someone 1 mine", "someone 2 both", "LASF_Projection 2112 HERE",
+                 "someone 1 theirs", "someone 3 far extended", "someone 4 farther extended"},
+                kWktBit);
+}
+
+TEST(RecordsOfScansOfOneLayout, HoldASystemThatStandsBehindThePointsOfALaterOne) {
+  ExpectRecords({.seed = 1}, {.encoding = kWktBit, .extendedRecords = {Wkt("HERE")}, .seed = 2},
+                {"LASF_Projection 2112 HERE extended"}, kWktBit);
+}
+
+TEST(RecordsOfScansOfOneLayout, ReplaceASystemThatSaysNothing) {
+  const ScanFolder folder;
+  Import(folder, {{.records = {Wkt(""), Note(1, "mine")}, .extendedRecords = {Wkt("")}, .seed = 1},
+                  {.encoding = kWktBit, .records = {Wkt("HERE")}, .seed = 2}});
+  for (const char* name : kFileNames) {
+    SCOPED_TRACE(name);
+    ExportTo(folder, name);
+    EXPECT_THAT(Written(folder / name).records,
+                ElementsAre("someone 1 mine", "LASF_Projection 2112 HERE"));
+  }
+}
+
+TEST(RecordsOfScansOfOneLayout, MakeAFileOfANewerVersionWhereTheyAskForIt) {
+  const ScanFolder folder;
+  Import(folder,
+         {{.format = 3, .minor = 2, .records = {Note(1, "mine")}, .headerPadding = 9, .seed = 1},
+          {.format = 3, .encoding = kWktBit, .extendedRecords = {Wkt("HERE")}, .seed = 2}});
+  for (const char* name : {"out.las", "out.laz"}) {
+    SCOPED_TRACE(name);
+    ExportTo(folder, name);
+    const Written written(folder / name);
+    EXPECT_EQ(written.header.versionMinor, 4);
+    EXPECT_EQ(written.header.pointCount, 80u);
+    EXPECT_THAT(written.records,
+                ElementsAre("someone 1 mine", "LASF_Projection 2112 HERE extended"));
+  }
+}
+
+TEST(RecordsOfScansOfOneLayout, LeaveTheWavePacketsOfTheFirstOneWhereTheHeaderSays) {
+  const LasBuilder::Record waves{"LASF_Spec", 65535, Bytes(30, 7)};
+  const ScanFolder folder;
+  Bytes first = FileOf({.extendedRecords = {Note(1, "mine"), waves}});
+  const auto extendedAt = LasBuilder::Get<std::uint64_t>(first, 235);
+  LasBuilder::Put(first, 227, std::uint64_t{extendedAt + 60 + 4});
+  const Bytes second =
+      FileOf({.records = {Wkt("HERE")}, .extendedRecords = {Note(2, "theirs"), waves}, .seed = 2});
+  folder.Import({folder.Add("0.las", first), folder.Add("1.las", second)});
+  for (const char* name : {"out.las", "out.laz"}) {
+    SCOPED_TRACE(name);
+    ExportTo(folder, name);
+    const Written written(folder / name);
+    const auto& records = written.header.records;
+    const auto wavesAt = std::ranges::find(records, 65535, &LasVariableRecord::recordId);
+    ASSERT_NE(wavesAt, records.end());
+    EXPECT_EQ(written.header.waveformOffset, wavesAt->payloadOffset - 60);
+    EXPECT_EQ(std::ranges::count(records, 65535, &LasVariableRecord::recordId), 1);
+    EXPECT_EQ(records.back().recordId, 2);
+  }
+}
+
+TEST(RecordsOfScansOfOneLayout, LeaveTheFirstHeaderAsItIsWhereOthersAddNothing) {
+  const ScanFolder folder;
+  Import(folder, {{.format = 3, .minor = 2, .records = {Note(1, "mine")}, .headerPadding = 9},
+                  {.format = 3, .records = {Note(1, "mine")}, .seed = 2}});
+  ExportTo(folder, "out.las");
+  const Bytes before = ReadFile(folder / "0.las");
+  const Bytes after = ReadFile(folder / "out.las");
+  constexpr std::size_t kCountsAt = 107;
+  constexpr std::size_t kHeadBytes = 227;
+  const std::size_t pointsAt = LasBuilder::Get<std::uint32_t>(before, 96);
+  EXPECT_TRUE(std::equal(before.begin(), before.begin() + kCountsAt, after.begin()));
+  EXPECT_TRUE(std::equal(before.begin() + kHeadBytes,
+                         before.begin() + static_cast<std::ptrdiff_t>(pointsAt),
+                         after.begin() + kHeadBytes));
 }
 
 }  // namespace
