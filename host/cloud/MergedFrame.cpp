@@ -95,7 +95,7 @@ class Merger {
     leading.insert(leading.end(), records_.begin(), records_.end());
     const auto owner =
         std::make_shared<const std::pair<Bytes, Bytes>>(std::move(leading), std::move(trailing_));
-    frame = {owner->first, owner->second, 0, owner};
+    frame = {owner->first, owner->second, 0, owner, colorOffset_};
     return CheckColumns(frame);
   }
 
@@ -112,7 +112,8 @@ class Merger {
     Outcome outcome = ParseLasFrame(frame.leadingBytes, 0, frame.trailingBytes,
                                     cloud_.GetPath().string(), header);
     if (!outcome.Ok()) return outcome;
-    const LasRecordLayout layout = LasRecordLayout::Of(header);
+    LasRecordLayout layout = LasRecordLayout::Of(header);
+    layout.JoinColor(frame.colorOffset);
     for (const CloudColumn& column : cloud_.GetColumns()) {
       const auto isColumn = [&](const LasField& field) {
         // Extra bytes of a name that LAS has for something else are numbered: see ColumnsForLas.
@@ -137,21 +138,27 @@ class Merger {
       };
       if (IsSourceColumn(column) || std::ranges::any_of(layout.GetFields(), isField)) continue;
       if (column.type.value == ValueType::kString) return NoPlace(column, "it holds texts");
-      if (column.type.components > 1) return NoPlace(column, "it holds vectors");
+      const bool isColor = column.name == "DEF_COLOR" && column.type.components == 3;
+      if (column.type.components > 1 && !isColor) return NoPlace(column, "it holds vectors");
       if (column.name.size() > kNameBytes) return NoPlace(column, "its name is too long");
-      Describe(column);
+      if (isColor) {
+        colorOffset_ = header_.pointBytes;
+        for (const char* name : {"red", "green", "blue"}) Describe(column, name);
+      } else {
+        Describe(column, column.name);
+      }
       header_.pointBytes =
           static_cast<std::uint16_t>(header_.pointBytes + oocpc::ValueBytes(column.type));
     }
     return Outcome::Success();
   }
 
-  void Describe(const CloudColumn& column) {
-    Bytes descriptor = FindDescriptor(column.name);
+  void Describe(const CloudColumn& column, const std::string& name) {
+    Bytes descriptor = FindDescriptor(name);
     const auto dataType = static_cast<std::uint8_t>(column.type.value);
     if (descriptor.empty()) {
       descriptor.resize(kExtraByteDescriptorBytes);
-      std::copy(column.name.begin(), column.name.end(), descriptor.begin() + kNameAt);
+      std::copy(name.begin(), name.end(), descriptor.begin() + kNameAt);
       std::copy_n(column.description.begin(), std::min(column.description.size(), kTextBytes),
                   descriptor.begin() + kTextAt);
     } else if (descriptor[2] != dataType) {
@@ -216,6 +223,7 @@ class Merger {
   LargestValues& largest_;
   LasHeader header_;
   Bytes descriptors_;
+  std::size_t colorOffset_ = 0;  ///< see LasFrame
   Bytes records_;
   Bytes trailing_;
   std::optional<std::uint64_t> waveformAt_;  ///< from the end of the points

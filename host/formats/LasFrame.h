@@ -20,6 +20,9 @@ struct LasFrame {
   std::uint64_t sourcePointCount = 0;           ///< points between the two in the source
   /// Holds the bytes, if anything does here; else they are borrowed.
   std::shared_ptr<const void> owner{};
+  /// Where in a point record the first of three extra bytes stands that are one colour together:
+  /// see LasRecordLayout::JoinColor. 0: there are none.
+  std::size_t colorOffset = 0;
 };
 
 /// The flag of a header that its coordinate system is well-known text; LAS 1.4.

@@ -90,6 +90,15 @@ LasRecordLayout LasRecordLayout::Of(const LasHeader& header) {
   return layout;
 }
 
+void LasRecordLayout::JoinColor(std::size_t offsetBytes) {
+  if (offsetBytes == 0) return;
+  const auto red = std::ranges::find(fields_, offsetBytes, &LasField::offsetBytes);
+  if (fields_.end() - red < 3) return;
+  red->dimension.name = "DEF_COLOR";
+  red->dimension.type.components = 3;
+  fields_.erase(red + 1, red + 3);
+}
+
 void LasRecordLayout::AddStandardFields(std::uint8_t format) {
   const ColumnType u16{ValueType::kUInt16, 1};
   Add("intensity", u16, 12, "strength of the returned pulse, scaled by the sensor's maker");

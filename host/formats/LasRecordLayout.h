@@ -32,6 +32,10 @@ class LasRecordLayout {
   /// none is one that positions, colours or derived values go by.
   static LasRecordLayout Of(const LasHeader& header);
 
+  /// Makes one field "DEF_COLOR" out of the three of one type that follow each other from a place
+  /// in the record on; a place of 0 is none. For records of colours that no point format has.
+  void JoinColor(std::size_t offsetBytes);
+
   [[nodiscard]] const std::vector<LasField>& GetFields() const { return fields_; }
   [[nodiscard]] std::size_t GetRecordBytes() const { return recordBytes_; }
 

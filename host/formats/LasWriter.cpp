@@ -81,6 +81,7 @@ LasWriter::LasWriter(const LasFrame& frame, LasHeader header, std::unique_ptr<Ou
       header_(std::move(header)),
       layout_(LasRecordLayout::Of(header_)),
       file_(std::move(file)) {
+  layout_.JoinColor(frame.colorOffset);
   least_.fill(std::numeric_limits<std::int32_t>::max());
   greatest_.fill(std::numeric_limits<std::int32_t>::min());
   const auto& fields = layout_.GetFields();

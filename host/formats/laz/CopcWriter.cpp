@@ -107,6 +107,7 @@ Outcome CopcWriter::Create(const std::filesystem::path& path, const LasFrame& fr
   std::unique_ptr<OutputFile> file;
   if (outcome = OutputFile::Create(path, file); !outcome.Ok()) return outcome;
   std::unique_ptr<CopcWriter> begun(new CopcWriter(cube, source, std::move(file)));
+  begun->layout_.JoinColor(frame.colorOffset);
   outcome = begun->Begin(frame, source);
   if (outcome.Ok()) writer = std::move(begun);
   return outcome;

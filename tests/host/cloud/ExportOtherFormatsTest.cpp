@@ -165,6 +165,42 @@ TEST(ExportOtherFormats, LeavesTheFirstSourcesPointFormatWhereAppendedValuesTake
   }
 }
 
+TEST(ExportOtherFormats, WritesColorsOfOtherTypesAsThreeExtraBytes) {
+  std::string ply =
+      "ply\nformat ascii 1.0\nelement vertex 2\nproperty double x\nproperty double y\n"
+      "property double z\nproperty uchar red_2\nproperty float red\nproperty float green\n"
+      "property float blue\nproperty uchar user_data\nend_header\n";
+  ply += "1 2 3 9 0.25 0.5 0.75 200\n2 3 4 8 1 0 0.125 100\n";
+  const ScanFolder folder;
+  folder.Import({folder.Add("scan.ply", {ply.begin(), ply.end()})});
+  for (const char* name : kFileNames) {
+    SCOPED_TRACE(name);
+    ASSERT_TRUE(IsOk(ExportTo(folder, name)));
+    const ScanContent scan(folder / name);
+    EXPECT_THAT(scan.Values("red_2"), UnorderedElementsAre(9, 8));
+    EXPECT_THAT(scan.Values("red_3"), UnorderedElementsAre(0.25, 1));
+    EXPECT_THAT(scan.Values("green_2"), UnorderedElementsAre(0.5, 0));
+    EXPECT_THAT(scan.Values("blue_2"), UnorderedElementsAre(0.75, 0.125));
+    EXPECT_THAT(scan.Values("user_data"), UnorderedElementsAre(200, 100));
+  }
+}
+
+TEST(ExportOtherFormats, WritesTextColorsAboveSixteenBitsAsThreeExtraBytes) {
+  const ScanFolder folder;
+  ImportText(folder, "x,y,z,red,green,blue,nir\n1.5,2,3,70000,1,65536,7\n");
+  for (const char* name : kFileNames) {
+    SCOPED_TRACE(name);
+    ASSERT_TRUE(IsOk(ExportTo(folder, name)));
+    const ScanContent scan(folder / name);
+    EXPECT_THAT(scan.Dimensions(),
+                IsSupersetOf({"red_2:int32_t", "green_2:int32_t", "blue_2:int32_t"}));
+    EXPECT_THAT(scan.Values("red_2"), ElementsAre(70000));
+    EXPECT_THAT(scan.Values("green_2"), ElementsAre(1));
+    EXPECT_THAT(scan.Values("blue_2"), ElementsAre(65536));
+    EXPECT_THAT(scan.Values("nir"), ElementsAre(7));
+  }
+}
+
 TEST(ExportOtherFormats, WritesEveryRealScan) {
   const std::vector<std::filesystem::path> scans = oocpctest::TestScansOfOtherFormats();
   if (scans.empty()) GTEST_SKIP() << "no real scans at hand";
