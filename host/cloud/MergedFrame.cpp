@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <tuple>
@@ -150,7 +151,21 @@ class Merger {
       header_.pointBytes =
           static_cast<std::uint16_t>(header_.pointBytes + oocpc::ValueBytes(column.type));
     }
-    return Outcome::Success();
+    return CheckDescriptors();
+  }
+
+  /// The length of the record that holds all descriptors has 16 bits.
+  [[nodiscard]] Outcome CheckDescriptors() const {
+    constexpr std::size_t kMost =
+        std::numeric_limits<std::uint16_t>::max() / kExtraByteDescriptorBytes;
+    const std::size_t count = descriptors_.size() / kExtraByteDescriptorBytes;
+    if (count <= kMost) return Outcome::Success();
+    return Outcome::Failure(oocpc::result::kScanUnsupported,
+                            "its columns need " + std::to_string(count) +
+                                " extra bytes dimensions, of which a LAS file describes no more "
+                                "than " +
+                                std::to_string(kMost),
+                            cloud_.GetPath().string(), "write a CSV file instead");
   }
 
   void Describe(const CloudColumn& column, const std::string& name) {

@@ -201,6 +201,30 @@ TEST(ExportOtherFormats, WritesTextColorsAboveSixteenBitsAsThreeExtraBytes) {
   }
 }
 
+TEST(ExportOtherFormats, RefusesMoreColumnsThanARecordDescribes) {
+  for (const int columns : {341, 342}) {
+    std::string names = "x,y,z";
+    std::string values = "1.5,2,3";
+    for (int i = 0; i < columns; ++i) {
+      names += ",c" + std::to_string(i);
+      values += "," + std::to_string(1000 + i);
+    }
+    const ScanFolder folder;
+    ImportText(folder, names + "\n" + values + "\n");
+    for (const char* name : kFileNames) {
+      SCOPED_TRACE(name);
+      const tarnhost::Outcome outcome = ExportTo(folder, name);
+      if (columns == 341) {
+        ASSERT_TRUE(IsOk(outcome));
+        EXPECT_THAT(ScanContent(folder / name).Values("c340"), ElementsAre(1340));
+      } else {
+        EXPECT_EQ(outcome.code, oocpc::result::kScanUnsupported);
+        EXPECT_THAT(outcome.what, HasSubstr("need 342 extra bytes dimensions"));
+      }
+    }
+  }
+}
+
 TEST(ExportOtherFormats, WritesEveryRealScan) {
   const std::vector<std::filesystem::path> scans = oocpctest::TestScansOfOtherFormats();
   if (scans.empty()) GTEST_SKIP() << "no real scans at hand";
