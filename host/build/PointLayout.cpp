@@ -128,6 +128,9 @@ bool CanConvert(const Dimension& from, const Dimension& to) {
 void ConvertValues(const Dimension& from, const Dimension& to, const std::uint8_t* values,
                    std::size_t count, std::uint8_t* out) {
   if (IsCoarseAngle(from.type, to)) return RefineAngles({values, count}, out);
+  if (IsByteColor(from.type, to)) {
+    return SpreadColors({values, count * oocpc::ValueBytes(from.type)}, out);
+  }
   WidenValues(from.type, to.type, values, count, out);
 }
 
