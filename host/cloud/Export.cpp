@@ -44,7 +44,7 @@ Outcome ExtendFirstFrame(const Cloud& cloud, LasFrame& frame) {
     ++(chosen.record->extended ? added.extendedCount : added.plainCount);
   }
   if (added.plainCount + added.extendedCount == 0) return outcome;
-  return AddRecords(frame, added, EncodingWithSystem(first.header.globalEncoding, system), where);
+  return AddRecords(frame, added, ChooseEncoding(sources), where);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "host/cloud/CloudFacts.h"
 #include "host/formats/LasFrame.h"
+#include "host/formats/LasRecordLayout.h"
 
 namespace tarnhost {
 
@@ -106,10 +107,18 @@ std::vector<ChosenRecord> ChooseRecords(std::span<const LasSource> sources) {
   return chosen;
 }
 
-std::uint16_t EncodingWithSystem(std::uint16_t encoding, const LasSource* system) {
-  if (system == nullptr) return encoding;
-  const unsigned others = encoding & ~static_cast<unsigned>(kLasWktEncoding);
-  return static_cast<std::uint16_t>(others | (system->header.globalEncoding & kLasWktEncoding));
+std::uint16_t ChooseEncoding(std::span<const LasSource> sources) {
+  if (sources.empty()) return 0;
+  unsigned encoding = sources.front().header.globalEncoding;
+  const auto takeFlag = [&](unsigned flag, const LasSource& source) {
+    encoding = (encoding & ~flag) | (source.header.globalEncoding & flag);
+  };
+  if (const LasSource* system = FindSystemSource(sources)) takeFlag(kLasWktEncoding, *system);
+  const auto timed = std::ranges::find_if(sources, [](const LasSource& source) {
+    return source.record->pointCount > 0 && HasGpsTime(source.header.pointFormat);
+  });
+  if (timed != sources.end()) takeFlag(kLasAdjustedTime, *timed);
+  return static_cast<std::uint16_t>(encoding);
 }
 
 }  // namespace tarnhost

@@ -47,7 +47,8 @@ struct ChosenRecord {
 /// bytes, of compression, of an octree, and wave packets but the first source's.
 [[nodiscard]] std::vector<ChosenRecord> ChooseRecords(std::span<const LasSource> sources);
 
-/// The header's flags with those of the coordinate system as the source that states it has them.
-[[nodiscard]] std::uint16_t EncodingWithSystem(std::uint16_t encoding, const LasSource* system);
+/// The flags of such a file's header: those of the first source, but that of the coordinate system
+/// as the source that states it has it, and that of GPS times as the first one with such has it.
+[[nodiscard]] std::uint16_t ChooseEncoding(std::span<const LasSource> sources);
 
 }  // namespace tarnhost

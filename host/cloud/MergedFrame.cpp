@@ -216,7 +216,7 @@ class Merger {
       AppendLasRecord(records_, kSpecUser, kExtraBytesRecord, "extra bytes", descriptors_);
       ++header_.recordCount;
     }
-    header_.globalEncoding = EncodingWithSystem(header_.globalEncoding, FindSystemSource(sources_));
+    header_.globalEncoding = ChooseEncoding(sources_);
     for (const ChosenRecord& chosen : ChooseRecords(sources_)) {
       if (!chosen.record->extended || header_.versionMinor >= 4) TakeRecord(chosen);
     }

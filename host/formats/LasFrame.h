@@ -25,6 +25,8 @@ struct LasFrame {
   std::size_t colorOffset = 0;
 };
 
+/// The flag of a header that GPS times are adjusted standard seconds, not seconds of the week.
+inline constexpr std::uint16_t kLasAdjustedTime = 1u;
 /// The flag of a header that its coordinate system is well-known text; LAS 1.4.
 inline constexpr std::uint16_t kLasWktEncoding = 1u << 4;
 

@@ -66,7 +66,6 @@ void ScatterBytes(const std::uint8_t* values, std::uint64_t count, std::size_t s
   }
 }
 
-bool HasGpsTime(std::uint8_t format) { return format >= 3 || format == 1; }
 bool HasColor(std::uint8_t format) {
   return format == 2 || format == 3 || format == 5 || format == 7 || format == 8 || format == 10;
 }
@@ -76,6 +75,8 @@ bool HasWavePacket(std::uint8_t format) {
 }
 
 }  // namespace
+
+bool HasGpsTime(std::uint8_t format) { return format >= 3 || format == 1; }
 
 LasRecordLayout LasRecordLayout::Of(const LasHeader& header) {
   LasRecordLayout layout;

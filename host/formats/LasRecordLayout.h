@@ -22,6 +22,9 @@ struct LasField {
   std::uint8_t bits = 0;   ///< 0: whole bytes, else the number of bits of an unsigned 8-bit value
 };
 
+/// Whether points of a format have GPS times.
+[[nodiscard]] bool HasGpsTime(std::uint8_t format);
+
 /// The fields of a point record, less X, Y and Z, which are its first twelve bytes. Together they
 /// cover every bit of the record, so taking a record apart and putting it together again gives the
 /// same bytes. Value semantics.

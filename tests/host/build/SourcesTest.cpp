@@ -247,6 +247,44 @@ TEST(OtherCoordinateSystems, MayBeTheSameInAnotherNotation) {
   EXPECT_THAT(notes, ElementsAre(HasSubstr("c.las: its coordinate system is EPSG:26913")));
 }
 
+/// A scan whose header says how its GPS times count.
+Bytes TimedScan(unsigned format, bool isAdjusted, std::uint32_t points = 10) {
+  LasBuilder builder;
+  builder.format = format;
+  builder.pointCount = points;
+  Bytes file = builder.Build();
+  LasBuilder::Put(file, 6, static_cast<std::uint16_t>(isAdjusted ? 1 : 0));
+  return file;
+}
+
+TEST(OtherGpsTimes, AreToldOfInAnImport) {
+  const ScanFolder folder;
+  ImportOptions options = folder.Options(
+      {folder.Add("untimed.las", TimedScan(0, false)),
+       folder.Add("none.las", TimedScan(1, false, 0)), folder.Add("a.las", TimedScan(1, true)),
+       folder.Add("b.las", TimedScan(6, false)), folder.Add("c.las", TimedScan(3, true))});
+  std::vector<std::string> notes;
+  options.notice = [&](const std::string& text) { notes.push_back(text); };
+  ImportReport report;
+  ASSERT_TRUE(IsOk(ImportScans(options, report)));
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("b.las: its GPS times are seconds of the week, those of "
+                                           "the cloud adjusted standard seconds")));
+  std::uint64_t points = 0;
+  ASSERT_TRUE(IsOk(ExportLas(*folder.Open(), 0, folder / "out.las", {}, points)));
+  EXPECT_EQ(oocpctest::ReadFile(folder / "out.las")[6] & 1, 1) << "that of the first times";
+}
+
+TEST(OtherGpsTimes, AreToldOfInAnAppend) {
+  const ScanFolder folder;
+  folder.Import({folder.Add("a.las", TimedScan(3, false))});
+  std::vector<std::string> notes;
+  ASSERT_TRUE(IsOk(Append(
+      folder,
+      {folder.Add("b.las", TimedScan(3, true)), folder.Add("untimed.las", TimedScan(2, true))},
+      &notes)));
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("b.las: its GPS times are adjusted standard seconds")));
+}
+
 Bytes Text(const std::string& text) { return {text.begin(), text.end()}; }
 
 std::uint64_t CountKind(Cloud& cloud, const std::string& kind) {
