@@ -17,20 +17,17 @@ namespace {
 
 constexpr std::size_t kRecordHeadBytes = 54;
 constexpr std::size_t kExtendedHeadBytes = 60;
-constexpr std::uint16_t kWktRecord = 2112;
-constexpr std::uint16_t kGeoKeysRecord = 34735;
-constexpr std::size_t kGeoKeysHeadBytes = 8;
 constexpr std::uint16_t kExtraBytesRecord = 4;
 constexpr std::uint16_t kWaveformRecord = 65535;
 constexpr const char* kSpecUser = "LASF_Spec";
-constexpr const char* kProjectionUser = "LASF_Projection";
 
 /// Records are there that say nothing: a text of zeros, or a list of no keys.
 bool StatesSystem(const LasSource& source, const LasVariableRecord& record) {
-  if (!IsProjectionRecord(record)) return false;
-  const auto payload = source.GetPayload(record);
-  if (record.recordId == kGeoKeysRecord) return payload.size() > kGeoKeysHeadBytes;
-  return record.recordId == kWktRecord && !payload.empty() && payload.front() != 0;
+  if (IsWktRecord(record)) {
+    const auto payload = source.GetPayload(record);
+    return !payload.empty() && payload.front() != 0;
+  }
+  return HasGeoKeys(record);
 }
 
 }  // namespace
@@ -55,14 +52,6 @@ std::vector<LasSource> ListLasSources(const Cloud& cloud) {
     if (header) sources.push_back({std::move(*header), &source});
   }
   return sources;
-}
-
-bool IsProjectionRecord(const LasVariableRecord& record) {
-  return record.userId == kProjectionUser;
-}
-
-bool IsWktRecord(const LasVariableRecord& record) {
-  return IsProjectionRecord(record) && record.recordId == kWktRecord;
 }
 
 bool IsExtraBytesRecord(const LasVariableRecord& record) {

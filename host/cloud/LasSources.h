@@ -25,9 +25,6 @@ struct LasSource {
 /// Those of a cloud's sources that are LAS files. Their bytes stay valid while the cloud is open.
 [[nodiscard]] std::vector<LasSource> ListLasSources(const Cloud& cloud);
 
-[[nodiscard]] bool IsProjectionRecord(const LasVariableRecord& record);
-/// True for the coordinate system as well-known text.
-[[nodiscard]] bool IsWktRecord(const LasVariableRecord& record);
 [[nodiscard]] bool IsExtraBytesRecord(const LasVariableRecord& record);
 /// True for the record whose payload is the wave packets themselves.
 [[nodiscard]] bool IsWaveformRecord(const LasVariableRecord& record);

@@ -178,6 +178,19 @@ class Adder {
 
 bool IsCopcRecord(const LasVariableRecord& record) { return record.userId == "copc"; }
 
+bool IsProjectionRecord(const LasVariableRecord& record) {
+  return record.userId == "LASF_Projection";
+}
+
+bool IsWktRecord(const LasVariableRecord& record) {
+  return IsProjectionRecord(record) && record.recordId == 2112;
+}
+
+bool HasGeoKeys(const LasVariableRecord& record) {
+  constexpr std::size_t kHeadBytes = 8;
+  return IsProjectionRecord(record) && record.recordId == 34735 && record.payloadBytes > kHeadBytes;
+}
+
 Outcome DropRecords(LasFrame& frame,
                     const std::function<bool(const LasVariableRecord&)>& isUnwanted,
                     const std::string& where) {

@@ -33,6 +33,12 @@ inline constexpr std::uint16_t kLasWktEncoding = 1u << 4;
 /// A record of user "copc" describes the order of the points of one file. It is true of no other.
 [[nodiscard]] bool IsCopcRecord(const LasVariableRecord& record);
 
+[[nodiscard]] bool IsProjectionRecord(const LasVariableRecord& record);
+/// True for the coordinate system as well-known text.
+[[nodiscard]] bool IsWktRecord(const LasVariableRecord& record);
+/// True for the coordinate system as a list of GeoTIFF keys that is not empty.
+[[nodiscard]] bool HasGeoKeys(const LasVariableRecord& record);
+
 /// The frame without the records that `isUnwanted` names; the same one, when it has none. Failures
 /// of ParseLasFrame.
 Outcome DropRecords(LasFrame& frame,

@@ -119,6 +119,8 @@ CopcWriter::CopcWriter(const CopcCube& cube, const LasHeader& source,
       header_(HeaderFor(source)),
       layout_(LasRecordLayout::Of(source)),
       sourceFormat_(source.pointFormat),
+      lacksWkt_(std::ranges::any_of(source.records, HasGeoKeys) &&
+                std::ranges::none_of(source.records, IsWktRecord)),
       file_(std::move(file)) {
   least_.fill(std::numeric_limits<std::int32_t>::max());
   greatest_.fill(std::numeric_limits<std::int32_t>::min());
