@@ -60,6 +60,11 @@ int Run(const ExportArguments& arguments) {
       std::printf("point format %d was written as %d, as COPC files have no lower ones\n",
                   copc.sourceFormat, copc.format);
     }
+    if (copc.lacksWkt) {
+      std::printf(
+          "its coordinate system is given as GeoTIFF keys, as the source has it; readers that want "
+          "well-known text find none\n");
+    }
   }
   return kDone;
 }

@@ -14,6 +14,7 @@
 
 #include "host/build/AdaptedScan.h"
 #include "host/build/CoordinateSystems.h"
+#include "host/build/GpsTimes.h"
 #include "host/build/NewStrings.h"
 #include "host/build/PointLayout.h"
 #include "host/build/RepositoryBuilder.h"
@@ -126,6 +127,7 @@ class Appender {
     if (Outcome outcome = OpenScans(options_, temporaryFolder_, scans, report); !outcome.Ok())
       return outcome;
     TellOfOtherSystems(options_, CoordinateSystemOf(cloud_->GetSources()), scans);
+    TellOfOtherTimes(options_, GpsTimesOf(cloud_->GetSources()), scans);
     if (Outcome outcome = ListFormerSources(); !outcome.Ok()) return outcome;
     ScanWorkspace workspace{MemoryFor(options_) / 2, temporaryFolder_, {}};
     for (const auto& scan : scans) workspaceTotal_ += scan->GetPointCount();

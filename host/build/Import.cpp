@@ -4,6 +4,7 @@
 #include <new>
 
 #include "host/build/CoordinateSystems.h"
+#include "host/build/GpsTimes.h"
 #include "host/build/RepositoryBuilder.h"
 #include "host/build/RepositoryPlace.h"
 #include "host/build/ScanInputs.h"
@@ -37,6 +38,7 @@ Outcome ImportIntoStore(const ImportOptions& options, std::unique_ptr<OOCPCIStre
   if (Outcome outcome = OpenScans(options, temporaryFolder, scans, report); !outcome.Ok())
     return outcome;
   TellOfOtherSystems(options, {}, scans);
+  TellOfOtherTimes(options, {}, scans);
   PointSet points;
   if (Outcome outcome = JoinScans(options, std::move(scans), points); !outcome.Ok()) return outcome;
   OOCPCRepositoryWriter writer(std::move(store));

@@ -5,27 +5,16 @@
 #include <tbb/parallel_reduce.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
 
 #include "host/build/StoredSteps.h"
 #include "host/build/ValueWidening.h"
+#include "host/formats/LasRecordLayout.h"
 
 namespace tarnhost {
 
-using oocpc::ColumnType;
 using oocpc::ValueType;
 
 namespace {
-
-constexpr ColumnType kDegrees{ValueType::kInt8, 1};
-constexpr ColumnType kFineDegrees{ValueType::kInt16, 1};
-/// Units of the scan angle of point formats from 6 on, in degrees.
-constexpr double kAngleUnit = 0.006;
-
-bool IsScanAngle(const Dimension& from, const Dimension& to) {
-  return from.name == "scan_angle" && from.type == kDegrees && to.type == kFineDegrees;
-}
 
 Outcome CannotMerge(const Dimension& a, const Dimension& b, const ScanFile& scan) {
   return Outcome::Failure(
@@ -138,12 +127,11 @@ bool CanConvert(const Dimension& from, const Dimension& to) {
 
 void ConvertValues(const Dimension& from, const Dimension& to, const std::uint8_t* values,
                    std::size_t count, std::uint8_t* out) {
-  if (!IsScanAngle(from, to)) return WidenValues(from.type, to.type, values, count, out);
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto degrees = static_cast<std::int8_t>(values[i]);
-    const auto angle = static_cast<std::int16_t>(std::lround(degrees / kAngleUnit));
-    std::memcpy(out + i * sizeof(angle), &angle, sizeof(angle));
+  if (IsCoarseAngle(from.type, to)) return RefineAngles({values, count}, out);
+  if (IsByteColor(from.type, to)) {
+    return SpreadColors({values, count * oocpc::ValueBytes(from.type)}, out);
   }
+  WidenValues(from.type, to.type, values, count, out);
 }
 
 }  // namespace tarnhost

@@ -46,7 +46,7 @@ Outcome FindCommonLayout(std::span<const std::unique_ptr<ScanFile>> scans, Point
 /// ConvertValues.
 [[nodiscard]] bool CanConvert(const Dimension& from, const Dimension& to);
 /// Converts values. Scan angles of LAS point formats below 6, in whole degrees, become those of the
-/// others, in units of 0.006 degrees, which tell them apart.
+/// others, in units of 0.006 degrees, which tell them apart. Colours of 8 bits are spread over 16.
 void ConvertValues(const Dimension& from, const Dimension& to, const std::uint8_t* values,
                    std::size_t count, std::uint8_t* out);
 

@@ -7,6 +7,8 @@
 
 #include "host/cloud/CloudFacts.h"
 #include "host/cloud/Damage.h"
+#include "host/cloud/LargestValues.h"
+#include "host/cloud/LasSources.h"
 #include "host/cloud/MergedFrame.h"
 #include "host/cloud/NodeWalk.h"
 #include "host/cloud/SourceColumns.h"
@@ -16,13 +18,46 @@ namespace tarnhost {
 
 namespace result = oocpc::result;
 
-Outcome FrameForLas(const Cloud& cloud, LasFrame& frame) {
-  if (cloud.GetSources().empty()) return MakeMergedFrame(cloud, frame);
+namespace {
+
+/// The first source's frame, with what records only others have.
+Outcome ExtendFirstFrame(const Cloud& cloud, LasFrame& frame) {
+  const std::vector<LasSource> sources = ListLasSources(cloud);
+  const LasSource& first = sources.front();
+  const LasSource* const system = FindSystemSource(sources);
+  const std::string where = cloud.GetPath().string();
+  frame = {first.record->leadingBytes, first.record->trailingBytes, first.record->pointCount};
+  const bool hasOtherSystem = system != nullptr && system != &first;
+  Outcome outcome = DropRecords(
+      frame,
+      [&](const LasVariableRecord& record) {
+        return IsCopcRecord(record) || (hasOtherSystem && IsProjectionRecord(record));
+      },
+      where);
+  if (!outcome.Ok()) return outcome;
+  LasRecordBytes added;
+  for (const ChosenRecord& chosen : ChooseRecords(sources)) {
+    if (chosen.source == &first) continue;
+    const auto bytes = chosen.source->GetBytes(*chosen.record);
+    auto& to = chosen.record->extended ? added.extended : added.plain;
+    to.insert(to.end(), bytes.begin(), bytes.end());
+    ++(chosen.record->extended ? added.extendedCount : added.plainCount);
+  }
+  if (added.plainCount + added.extendedCount == 0) return outcome;
+  return AddRecords(frame, added, ChooseEncoding(sources), where);
+}
+
+}  // namespace
+
+Outcome FrameForLas(Cloud& cloud, LasFrame& frame) {
+  LargestValues largest(cloud);
+  if (cloud.GetSources().empty()) return MakeMergedFrame(cloud, largest, frame);
   const SourceRecord& source = cloud.GetSources().front();
   const std::optional<LasHeader> header = ReadSourceHeader(source);
-  if (!header || !HoldsColumns(cloud, *header)) return MakeMergedFrame(cloud, frame);
-  frame = {source.leadingBytes, source.trailingBytes, source.pointCount};
-  return DropCopcRecords(frame, cloud.GetPath().string());
+  if (!header || !HoldsColumns(cloud, *header, largest)) {
+    return MakeMergedFrame(cloud, largest, frame);
+  }
+  return ExtendFirstFrame(cloud, frame);
 }
 
 namespace {
@@ -41,7 +76,7 @@ const CloudColumn* ColumnFor(const Cloud& cloud, const LasField& field) {
   if (column == nullptr && name.ends_with(kNumbered)) {
     column = FindColumn(cloud, name.substr(0, name.size() - kNumbered.size()));
   }
-  const bool fits = column != nullptr && CanWrite(column->type, field.dimension.type);
+  const bool fits = column != nullptr && CanWrite(column->type, field.dimension);
   return fits ? column : nullptr;
 }
 

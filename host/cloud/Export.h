@@ -12,10 +12,12 @@
 namespace tarnhost {
 
 /// What a LAS file made out of the cloud looks like besides its points: that of the first source,
-/// less what was true of that file's order of points alone, or, where it has no place for all
-/// columns, what MakeMergedFrame makes. The columns that tell the source are left out.
-/// kScanUnsupported when the cloud has a column that no LAS file can hold.
-Outcome FrameForLas(const Cloud& cloud, LasFrame& frame);
+/// less what was true of that file's order of points alone, with the records that only others have
+/// behind its own (see ChooseRecords), or, where it has no place for all columns or their largest
+/// values, what MakeMergedFrame makes. The sources are those that the cloud keeps: see
+/// Cloud::KeepSourcesOf. The columns that tell the source are left out. kScanUnsupported when the
+/// cloud has a column that no LAS file can hold.
+Outcome FrameForLas(Cloud& cloud, LasFrame& frame);
 
 /// The columns of the cloud in the order in which a LAS writer of this layout takes them; no name
 /// where the cloud has none. kScanUnsupported when one has another type.
@@ -56,8 +58,9 @@ struct ExportReport {
 
 /// Writes all points of an iteration into a LAS or LAZ file, as its name says: source by source in
 /// the order of the points there, where the cloud knows it, or else in the order of storage. With
-/// the points of the first source alone the header comes out byte for byte. The file appears only
-/// when it is complete. What does not fit into memory is kept in a temporary file beside it.
+/// the points of the first source alone, and no records of others (see FrameForLas), the header
+/// comes out byte for byte. The file appears only when it is complete. What does not fit into
+/// memory is kept in a temporary file beside it.
 Outcome ExportLas(Cloud& cloud, const ExportOptions& options, const std::filesystem::path& output,
                   ExportReport& report);
 /// The same with usual options.

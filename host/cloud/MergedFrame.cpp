@@ -3,13 +3,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
+#include <limits>
 #include <memory>
 #include <optional>
+#include <tuple>
 #include <utility>
 
-#include "OOCPointCloud/support/Bytes.h"
-#include "host/cloud/CloudFacts.h"
+#include "host/cloud/LasSources.h"
 #include "host/cloud/SourceColumns.h"
 #include "host/formats/LasRecordLayout.h"
 
@@ -21,14 +21,8 @@ using Bytes = std::vector<std::uint8_t>;
 using oocpc::ValueType;
 
 constexpr std::uint8_t kFormatCount = 11;
-constexpr std::size_t kRecordHeadBytes = 54;
-constexpr std::size_t kExtendedHeadBytes = 60;
-constexpr std::uint16_t kWktEncoding = 1u << 4;
-constexpr std::uint16_t kWktRecord = 2112;
 constexpr std::uint16_t kExtraBytesRecord = 4;
-constexpr std::uint16_t kWaveformRecord = 65535;
 constexpr const char* kSpecUser = "LASF_Spec";
-constexpr const char* kProjectionUser = "LASF_Projection";
 
 // Within a descriptor of extra bytes.
 constexpr std::size_t kNameAt = 4;
@@ -37,31 +31,9 @@ constexpr std::size_t kTextAt = 160;
 constexpr std::size_t kTextBytes = 32;
 constexpr std::uint8_t kScaleAndOffset = 8 | 16;  ///< options that any type keeps
 
-struct LasSource {
-  LasHeader header;
-  const SourceRecord* record;
-
-  [[nodiscard]] std::uint64_t GetPointsEnd() const {
-    return header.pointsOffset + record->pointCount * std::uint64_t{header.pointBytes};
-  }
-  /// Head and payload.
-  [[nodiscard]] std::span<const std::uint8_t> GetBytes(const LasVariableRecord& variable) const {
-    const std::size_t head = variable.extended ? kExtendedHeadBytes : kRecordHeadBytes;
-    const auto bytes = static_cast<std::size_t>(head + variable.payloadBytes);
-    const std::uint64_t at = variable.payloadOffset - head;
-    return variable.extended
-               ? record->trailingBytes.subspan(static_cast<std::size_t>(at - GetPointsEnd()), bytes)
-               : record->leadingBytes.subspan(static_cast<std::size_t>(at), bytes);
-  }
-  [[nodiscard]] std::span<const std::uint8_t> GetPayload(const LasVariableRecord& variable) const {
-    return GetBytes(variable).last(static_cast<std::size_t>(variable.payloadBytes));
-  }
-};
-
 const CloudColumn* FindAlike(const Cloud& cloud, const Dimension& dimension) {
   const auto found = std::ranges::find(cloud.GetColumns(), dimension.name, &CloudColumn::name);
-  return found != cloud.GetColumns().end() && CanWrite(found->type, dimension.type) ? &*found
-                                                                                    : nullptr;
+  return found != cloud.GetColumns().end() && CanWrite(found->type, dimension) ? &*found : nullptr;
 }
 
 LasHeader PlainHeader(std::uint8_t format) {
@@ -71,21 +43,28 @@ LasHeader PlainHeader(std::uint8_t format) {
   return header;
 }
 
-/// The point format with a place for most columns; of several, the one with the shortest records.
-std::uint8_t ChooseFormat(const Cloud& cloud) {
+/// Of two point formats, the one whose fields have bits for more columns is better; then the one
+/// with a place for more of them, then the one with shorter records.
+auto Judge(const Cloud& cloud, std::uint8_t format, LargestValues& largest) {
+  const LasRecordLayout layout = LasRecordLayout::Of(PlainHeader(format));
+  int tooNarrow = 0;
+  int held = 0;
+  for (const LasField& field : layout.GetFields()) {
+    if (FindAlike(cloud, field.dimension) == nullptr) continue;
+    ++held;
+    if (largest.Exceed(field)) ++tooNarrow;
+  }
+  return std::tuple(-tooNarrow, held, -static_cast<int>(layout.GetRecordBytes()));
+}
+
+std::uint8_t ChooseFormat(const Cloud& cloud, LargestValues& largest) {
   std::uint8_t chosen = 0;
-  std::pair<std::size_t, int> best{0, 0};
-  for (std::uint8_t format = 0; format < kFormatCount; ++format) {
-    const LasRecordLayout layout = LasRecordLayout::Of(PlainHeader(format));
-    const auto held =
-        static_cast<std::size_t>(std::ranges::count_if(layout.GetFields(), [&](const auto& field) {
-          return FindAlike(cloud, field.dimension) != nullptr;
-        }));
-    const std::pair<std::size_t, int> worth{held, -static_cast<int>(layout.GetRecordBytes())};
-    if (format == 0 || worth > best) {
-      best = worth;
-      chosen = format;
-    }
+  auto best = Judge(cloud, chosen, largest);
+  for (std::uint8_t format = 1; format < kFormatCount; ++format) {
+    const auto worth = Judge(cloud, format, largest);
+    if (worth <= best) continue;
+    best = worth;
+    chosen = format;
   }
   return chosen;
 }
@@ -93,13 +72,13 @@ std::uint8_t ChooseFormat(const Cloud& cloud) {
 /// Puts the frame together.
 class Merger {
  public:
-  Merger(const Cloud& cloud, std::vector<LasSource> sources)
-      : cloud_(cloud), sources_(std::move(sources)) {
+  Merger(const Cloud& cloud, std::vector<LasSource> sources, LargestValues& largest)
+      : cloud_(cloud), sources_(std::move(sources)), largest_(largest) {
     if (!sources_.empty()) header_ = sources_.front().header;
   }
 
   Outcome Run(LasFrame& frame) {
-    header_.pointFormat = ChooseFormat(cloud_);
+    header_.pointFormat = ChooseFormat(cloud_, largest_);
     if (Outcome outcome = DescribeExtraBytes(); !outcome.Ok()) return outcome;
     SetVersion();
     TakeRecords();
@@ -117,7 +96,7 @@ class Merger {
     leading.insert(leading.end(), records_.begin(), records_.end());
     const auto owner =
         std::make_shared<const std::pair<Bytes, Bytes>>(std::move(leading), std::move(trailing_));
-    frame = {owner->first, owner->second, 0, owner};
+    frame = {owner->first, owner->second, 0, owner, colorOffset_};
     return CheckColumns(frame);
   }
 
@@ -134,13 +113,14 @@ class Merger {
     Outcome outcome = ParseLasFrame(frame.leadingBytes, 0, frame.trailingBytes,
                                     cloud_.GetPath().string(), header);
     if (!outcome.Ok()) return outcome;
-    const LasRecordLayout layout = LasRecordLayout::Of(header);
+    LasRecordLayout layout = LasRecordLayout::Of(header);
+    layout.JoinColor(frame.colorOffset);
     for (const CloudColumn& column : cloud_.GetColumns()) {
       const auto isColumn = [&](const LasField& field) {
         // Extra bytes of a name that LAS has for something else are numbered: see ColumnsForLas.
         const std::string& name = field.dimension.name;
         return (name == column.name || name == column.name + "_2") &&
-               CanWrite(column.type, field.dimension.type);
+               CanWrite(column.type, field.dimension);
       };
       if (!IsSourceColumn(column) && std::ranges::none_of(layout.GetFields(), isColumn)) {
         return NoPlace(column, "its name means something else there");
@@ -155,25 +135,45 @@ class Merger {
     header_.pointBytes = LasPointBytes(header_.pointFormat);
     for (const CloudColumn& column : cloud_.GetColumns()) {
       const auto isField = [&](const LasField& field) {
-        return field.dimension.name == column.name && CanWrite(column.type, field.dimension.type);
+        return field.dimension.name == column.name && CanWrite(column.type, field.dimension);
       };
       if (IsSourceColumn(column) || std::ranges::any_of(layout.GetFields(), isField)) continue;
       if (column.type.value == ValueType::kString) return NoPlace(column, "it holds texts");
-      if (column.type.components > 1) return NoPlace(column, "it holds vectors");
+      const bool isColor = column.name == "DEF_COLOR" && column.type.components == 3;
+      if (column.type.components > 1 && !isColor) return NoPlace(column, "it holds vectors");
       if (column.name.size() > kNameBytes) return NoPlace(column, "its name is too long");
-      Describe(column);
+      if (isColor) {
+        colorOffset_ = header_.pointBytes;
+        for (const char* name : {"red", "green", "blue"}) Describe(column, name);
+      } else {
+        Describe(column, column.name);
+      }
       header_.pointBytes =
           static_cast<std::uint16_t>(header_.pointBytes + oocpc::ValueBytes(column.type));
     }
-    return Outcome::Success();
+    return CheckDescriptors();
   }
 
-  void Describe(const CloudColumn& column) {
-    Bytes descriptor = FindDescriptor(column.name);
+  /// The length of the record that holds all descriptors has 16 bits.
+  [[nodiscard]] Outcome CheckDescriptors() const {
+    constexpr std::size_t kMost =
+        std::numeric_limits<std::uint16_t>::max() / kExtraByteDescriptorBytes;
+    const std::size_t count = descriptors_.size() / kExtraByteDescriptorBytes;
+    if (count <= kMost) return Outcome::Success();
+    return Outcome::Failure(oocpc::result::kScanUnsupported,
+                            "its columns need " + std::to_string(count) +
+                                " extra bytes dimensions, of which a LAS file describes no more "
+                                "than " +
+                                std::to_string(kMost),
+                            cloud_.GetPath().string(), "write a CSV file instead");
+  }
+
+  void Describe(const CloudColumn& column, const std::string& name) {
+    Bytes descriptor = FindDescriptor(name);
     const auto dataType = static_cast<std::uint8_t>(column.type.value);
     if (descriptor.empty()) {
       descriptor.resize(kExtraByteDescriptorBytes);
-      std::copy(column.name.begin(), column.name.end(), descriptor.begin() + kNameAt);
+      std::copy(name.begin(), name.end(), descriptor.begin() + kNameAt);
       std::copy_n(column.description.begin(), std::min(column.description.size(), kTextBytes),
                   descriptor.begin() + kTextAt);
     } else if (descriptor[2] != dataType) {
@@ -216,35 +216,18 @@ class Merger {
       AppendLasRecord(records_, kSpecUser, kExtraBytesRecord, "extra bytes", descriptors_);
       ++header_.recordCount;
     }
-    for (const LasSource& source : sources_) {
-      for (const LasVariableRecord& record : source.header.records) TakeRecord(source, record);
+    header_.globalEncoding = ChooseEncoding(sources_);
+    for (const ChosenRecord& chosen : ChooseRecords(sources_)) {
+      if (!chosen.record->extended || header_.versionMinor >= 4) TakeRecord(chosen);
     }
   }
 
-  void TakeRecord(const LasSource& source, const LasVariableRecord& record) {
-    const bool isSpec = record.userId == kSpecUser;
-    const bool isWaveform = isSpec && record.recordId == kWaveformRecord;
-    const bool isFirst = &source == &sources_.front();
-    if ((isSpec && record.recordId == kExtraBytesRecord) || IsCopcRecord(record) ||
-        record.IsCompression() || (isWaveform && !isFirst) ||
-        (record.extended && header_.versionMinor < 4)) {
-      return;
-    }
-    // One coordinate system is enough, of other records one of the same content.
-    const auto payload = source.GetPayload(record);
-    if (!isFirst && record.userId == kProjectionUser && hasProjection_) return;
-    auto& alike = taken_[{record.userId, record.recordId}];
-    if (std::ranges::any_of(alike, [&](const auto& p) { return std::ranges::equal(p, payload); })) {
-      return;
-    }
-    alike.push_back(payload);
-    if (isFirst && record.userId == kProjectionUser) hasProjection_ = true;
-    if (record.userId == kProjectionUser && record.recordId == kWktRecord &&
-        header_.pointFormat >= 6) {
-      header_.globalEncoding |= kWktEncoding;
-    }
-    const auto bytes = source.GetBytes(record);
-    if (isWaveform && record.extended) waveformAt_ = trailing_.size();
+  void TakeRecord(const ChosenRecord& chosen) {
+    const LasVariableRecord& record = *chosen.record;
+    // The newer formats ask for this of a file that has such a record, the older ones allow both.
+    if (IsWktRecord(record) && header_.pointFormat >= 6) header_.globalEncoding |= kLasWktEncoding;
+    if (IsWaveformRecord(record) && record.extended) waveformAt_ = trailing_.size();
+    const auto bytes = chosen.source->GetBytes(record);
     Bytes& to = record.extended ? trailing_ : records_;
     to.insert(to.end(), bytes.begin(), bytes.end());
     ++(record.extended ? header_.extendedCount : header_.recordCount);
@@ -252,19 +235,18 @@ class Merger {
 
   const Cloud& cloud_;
   std::vector<LasSource> sources_;
+  LargestValues& largest_;
   LasHeader header_;
   Bytes descriptors_;
+  std::size_t colorOffset_ = 0;  ///< see LasFrame
   Bytes records_;
   Bytes trailing_;
-  std::map<std::pair<std::string, std::uint16_t>, std::vector<std::span<const std::uint8_t>>>
-      taken_;
-  bool hasProjection_ = false;
   std::optional<std::uint64_t> waveformAt_;  ///< from the end of the points
 };
 
 }  // namespace
 
-bool HoldsColumns(const Cloud& cloud, const LasHeader& header) {
+bool HoldsColumns(const Cloud& cloud, const LasHeader& header, LargestValues& largest) {
   if (header.scale != cloud.GetTransform().scale || header.offset != cloud.GetTransform().offset) {
     return false;
   }
@@ -273,17 +255,12 @@ bool HoldsColumns(const Cloud& cloud, const LasHeader& header) {
       cloud.GetColumns(), [](const CloudColumn& column) { return !IsSourceColumn(column); });
   return static_cast<std::size_t>(columns) == layout.GetFields().size() &&
          std::ranges::all_of(layout.GetFields(), [&](const LasField& field) {
-           return FindAlike(cloud, field.dimension) != nullptr;
+           return FindAlike(cloud, field.dimension) != nullptr && !largest.Exceed(field);
          });
 }
 
-Outcome MakeMergedFrame(const Cloud& cloud, LasFrame& frame) {
-  std::vector<LasSource> sources;
-  for (const SourceRecord& source : cloud.GetSources()) {
-    std::optional<LasHeader> header = ReadSourceHeader(source);
-    if (header) sources.push_back({std::move(*header), &source});
-  }
-  return Merger(cloud, std::move(sources)).Run(frame);
+Outcome MakeMergedFrame(const Cloud& cloud, LargestValues& largest, LasFrame& frame) {
+  return Merger(cloud, ListLasSources(cloud), largest).Run(frame);
 }
 
 }  // namespace tarnhost

@@ -22,6 +22,9 @@ constexpr std::size_t kDescriptorNameBytes = 32;
 constexpr std::size_t kDescriptorTextAt = 160;
 constexpr std::size_t kDescriptorTextBytes = 32;
 
+/// Units of the scan angle of point formats from 6 on, in degrees.
+constexpr double kAngleUnit = 0.006;
+
 /// Value types of the extra-bytes data types 1 to 10 (LAS 1.4 R15, table 24).
 constexpr std::array<ValueType, 10> kExtraTypes{
     ValueType::kUInt8,  ValueType::kInt8,   ValueType::kUInt16, ValueType::kInt16,
@@ -63,7 +66,6 @@ void ScatterBytes(const std::uint8_t* values, std::uint64_t count, std::size_t s
   }
 }
 
-bool HasGpsTime(std::uint8_t format) { return format >= 3 || format == 1; }
 bool HasColor(std::uint8_t format) {
   return format == 2 || format == 3 || format == 5 || format == 7 || format == 8 || format == 10;
 }
@@ -73,6 +75,8 @@ bool HasWavePacket(std::uint8_t format) {
 }
 
 }  // namespace
+
+bool HasGpsTime(std::uint8_t format) { return format >= 3 || format == 1; }
 
 LasRecordLayout LasRecordLayout::Of(const LasHeader& header) {
   LasRecordLayout layout;
@@ -85,6 +89,15 @@ LasRecordLayout LasRecordLayout::Of(const LasHeader& header) {
   }
   layout.AddExtraBytes(header);
   return layout;
+}
+
+void LasRecordLayout::JoinColor(std::size_t offsetBytes) {
+  if (offsetBytes == 0) return;
+  const auto red = std::ranges::find(fields_, offsetBytes, &LasField::offsetBytes);
+  if (fields_.end() - red < 3) return;
+  red->dimension.name = "DEF_COLOR";
+  red->dimension.type.components = 3;
+  fields_.erase(red + 1, red + 3);
 }
 
 void LasRecordLayout::AddStandardFields(std::uint8_t format) {
@@ -292,17 +305,63 @@ void LasRecordLayout::Scatter(const LasField& field, const std::uint8_t* value,
   std::memcpy(to, value, oocpc::ValueBytes(field.dimension.type));
 }
 
-bool WidenColors(const LasField& field, std::uint64_t count, std::span<const std::uint8_t>& values,
-                 std::vector<std::uint8_t>& widened) {
+bool IsByteColor(const ColumnType& given, const Dimension& color) {
+  return color.name == "DEF_COLOR" && given == ColumnType{ValueType::kUInt8, 3} &&
+         color.type == ColumnType{ValueType::kUInt16, 3};
+}
+
+void SpreadColors(std::span<const std::uint8_t> values, std::uint8_t* out) {
+  for (std::size_t i = 0; i < values.size(); ++i) {  // both bytes are the same
+    out[2 * i] = out[2 * i + 1] = values[i];
+  }
+}
+
+bool IsCoarseAngle(const ColumnType& given, const Dimension& angle) {
+  return angle.name == "scan_angle" && given == ColumnType{ValueType::kInt8, 1} &&
+         angle.type == ColumnType{ValueType::kInt16, 1};
+}
+
+void RefineAngles(std::span<const std::uint8_t> degrees, std::uint8_t* out) {
+  for (const std::uint8_t value : degrees) {
+    const auto angle =
+        static_cast<std::int16_t>(std::lround(static_cast<std::int8_t>(value) / kAngleUnit));
+    std::memcpy(out, &angle, sizeof(angle));
+    out += sizeof(angle);
+  }
+}
+
+bool CanWrite(const ColumnType& given, const Dimension& field) {
+  return given == field.type || IsByteColor(given, field) || IsCoarseAngle(given, field);
+}
+
+bool FitToField(const LasField& field, std::uint64_t count, std::span<const std::uint8_t>& values,
+                std::vector<std::uint8_t>& widened) {
   const std::uint64_t bytes = oocpc::ValueBytes(field.dimension.type);
   if (values.size() == count * bytes) return true;
-  if (field.dimension.name != "DEF_COLOR" || 2 * values.size() != count * bytes) return false;
+  if (2 * values.size() != count * bytes) return false;
+  const bool isColor = IsByteColor({ValueType::kUInt8, 3}, field.dimension);
+  const bool isAngle = IsCoarseAngle({ValueType::kInt8, 1}, field.dimension);
+  if (!isColor && !isAngle) return false;
   widened.resize(2 * values.size());
-  for (std::size_t i = 0; i < values.size(); ++i) {  // times 257: both bytes are the same
-    widened[2 * i] = widened[2 * i + 1] = values[i];
+  if (isColor) {
+    SpreadColors(values, widened.data());
+  } else {
+    RefineAngles(values, widened.data());
   }
   values = widened;
   return true;
+}
+
+Outcome CheckBits(const LasField& field, std::span<const std::uint8_t> values) {
+  if (field.bits == 0) return Outcome::Success();
+  unsigned bits = 0;
+  for (const std::uint8_t value : values) bits |= value;
+  if (bits >> field.bits == 0) return Outcome::Success();
+  return Outcome::Failure(oocpc::result::kScanUnsupported,
+                          "a " + field.dimension.name + " is larger than the " +
+                              std::to_string((1u << field.bits) - 1) +
+                              " that this point format has room for",
+                          {}, "write a CSV file instead");
 }
 
 bool GetStatedBox(const LasHeader& header, StoredBox& box) {

@@ -22,6 +22,9 @@ struct LasField {
   std::uint8_t bits = 0;   ///< 0: whole bytes, else the number of bits of an unsigned 8-bit value
 };
 
+/// Whether points of a format have GPS times.
+[[nodiscard]] bool HasGpsTime(std::uint8_t format);
+
 /// The fields of a point record, less X, Y and Z, which are its first twelve bytes. Together they
 /// cover every bit of the record, so taking a record apart and putting it together again gives the
 /// same bytes. Value semantics.
@@ -31,6 +34,10 @@ class LasRecordLayout {
   /// The layout that a checked header and its extra-bytes descriptors state. Names are unique, and
   /// none is one that positions, colours or derived values go by.
   static LasRecordLayout Of(const LasHeader& header);
+
+  /// Makes one field "DEF_COLOR" out of the three of one type that follow each other from a place
+  /// in the record on; a place of 0 is none. For records of colours that no point format has.
+  void JoinColor(std::size_t offsetBytes);
 
   [[nodiscard]] const std::vector<LasField>& GetFields() const { return fields_; }
   [[nodiscard]] std::size_t GetRecordBytes() const { return recordBytes_; }
@@ -68,19 +75,28 @@ class LasRecordLayout {
   std::size_t rawBytes_ = 0;  ///< extra bytes without a description so far
 };
 
-/// True when values of `given` can be written to a field of type `field`: they are of that type, or
-/// colours of 8 bits where LAS has 16.
-[[nodiscard]] inline bool CanWrite(const oocpc::ColumnType& given, const oocpc::ColumnType& field) {
-  constexpr oocpc::ColumnType kByteColor{oocpc::ValueType::kUInt8, 3};
-  constexpr oocpc::ColumnType kColor{oocpc::ValueType::kUInt16, 3};
-  return given == field || (given == kByteColor && field == kColor);
-}
-/// Values of a field as records take them: colours of 8 bits are spread over 16, so that the
-/// brightest stays the brightest. `widened` holds what had to be made. False for values of another
-/// length.
-[[nodiscard]] bool WidenColors(const LasField& field, std::uint64_t count,
-                               std::span<const std::uint8_t>& values,
-                               std::vector<std::uint8_t>& widened);
+/// Whether values of type `given` are colours of 8 bits for one of 16.
+[[nodiscard]] bool IsByteColor(const oocpc::ColumnType& given, const Dimension& color);
+/// Spreads 8 bits over 16, so that the brightest stays the brightest (times 257).
+void SpreadColors(std::span<const std::uint8_t> values, std::uint8_t* out);
+
+/// Whether values of type `given` are scan angles in whole degrees, as point formats 0 to 5 have
+/// them, for one in units of 0.006 degrees.
+[[nodiscard]] bool IsCoarseAngle(const oocpc::ColumnType& given, const Dimension& angle);
+/// Whole degrees, each one int8_t, in the nearest units of 0.006 degrees, each one int16_t.
+void RefineAngles(std::span<const std::uint8_t> degrees, std::uint8_t* out);
+
+/// True when values of `given` can be written to a field for `field`: they are of its type, or
+/// colours or scan angles that have a wider one there.
+[[nodiscard]] bool CanWrite(const oocpc::ColumnType& given, const Dimension& field);
+/// Values of a field as records take them, where CanWrite allows them. `widened` holds what had to
+/// be made. False for values of another length.
+[[nodiscard]] bool FitToField(const LasField& field, std::uint64_t count,
+                              std::span<const std::uint8_t>& values,
+                              std::vector<std::uint8_t>& widened);
+
+/// Refuses values of a field that have more bits than it has room for: kScanUnsupported.
+Outcome CheckBits(const LasField& field, std::span<const std::uint8_t> values);
 
 /// The stored integers of a header's bounds: see ScanFile.
 [[nodiscard]] bool GetStatedBox(const LasHeader& header, StoredBox& box);

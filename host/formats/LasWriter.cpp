@@ -23,19 +23,6 @@ bool EndsInLaz(const std::filesystem::path& path) {
   return ending == ".laz";
 }
 
-/// Refuses values that have more bits than the file has room for.
-Outcome CheckBits(const LasField& field, std::span<const std::uint8_t> values) {
-  if (field.bits == 0) return Outcome::Success();
-  unsigned bits = 0;
-  for (const std::uint8_t value : values) bits |= value;
-  if (bits >> field.bits == 0) return Outcome::Success();
-  return Outcome::Failure(oocpc::result::kScanUnsupported,
-                          "a " + field.dimension.name + " is larger than the " +
-                              std::to_string((1u << field.bits) - 1) +
-                              " that this point format has room for",
-                          {}, "write a CSV file instead");
-}
-
 }  // namespace
 
 void LasRecords::Clear() {
@@ -94,6 +81,7 @@ LasWriter::LasWriter(const LasFrame& frame, LasHeader header, std::unique_ptr<Ou
       header_(std::move(header)),
       layout_(LasRecordLayout::Of(header_)),
       file_(std::move(file)) {
+  layout_.JoinColor(frame.colorOffset);
   least_.fill(std::numeric_limits<std::int32_t>::max());
   greatest_.fill(std::numeric_limits<std::int32_t>::min());
   const auto& fields = layout_.GetFields();
@@ -113,10 +101,11 @@ Outcome LasWriter::FormatBlock(std::uint64_t count, const std::int32_t* xyz,
   const auto& fields = layout_.GetFields();
   if (given.size() != fields.size()) return Outcome::FromCode(oocpc::result::kBadRecord);
   std::vector<std::span<const std::uint8_t>> columns(given.begin(), given.end());
-  std::vector<std::uint8_t> widened;
+  // Of each field, as the values of several may have been widened.
+  std::vector<std::vector<std::uint8_t>> widened(fields.size());
   for (std::size_t i = 0; i < fields.size(); ++i) {
     if (columns[i].empty()) continue;
-    if (!WidenColors(fields[i], count, columns[i], widened)) {
+    if (!FitToField(fields[i], count, columns[i], widened[i])) {
       return Outcome::FromCode(oocpc::result::kBadRecord, fields[i].dimension.name);
     }
     if (Outcome outcome = CheckBits(fields[i], columns[i]); !outcome.Ok()) return outcome;

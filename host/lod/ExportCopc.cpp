@@ -174,7 +174,8 @@ Outcome ExportCopc(Cloud& cloud, std::uint64_t iteration, const std::filesystem:
       !outcome.Ok()) {
     return outcome;
   }
-  report = {writer.GetPointCount(), writer.GetSourceFormat(), writer.GetFormat()};
+  report = {writer.GetPointCount(), writer.GetSourceFormat(), writer.GetFormat(),
+            writer.LacksWkt()};
   return writer.Finish();
 }
 

@@ -13,6 +13,7 @@ struct CopcReport {
   std::uint64_t pointCount = 0;
   std::uint8_t sourceFormat = 0;  ///< LAS point format of the cloud
   std::uint8_t format = 0;        ///< of the file; another one when the cloud's has no place there
+  bool lacksWkt = false;          ///< see CopcWriter
 };
 
 /// Writes all points of an iteration, a node of the octree as a chunk. The file appears only when

@@ -305,6 +305,21 @@ class ProgramTest(unittest.TestCase):
         self.assertEqual(run("export", self.cloud, "-o", out).returncode, 0)
         self.assertEqual(las_parts(self.scan), las_parts(out))
 
+    def test_export_says_when_a_copc_file_has_its_coordinate_system_as_keys_alone(self):
+        said = "given as GeoTIFF keys"
+        text = run("export", self.cloud, "-o", self.path("text.copc.laz"))
+        self.assertEqual(text.returncode, 0, text.stderr)
+        self.assertNotIn(said, text.stdout)
+        with open(self.scan, "rb") as file:
+            scan = bytearray(file.read())
+        struct.pack_into("<H", scan, 375 + 18, 34735)  # the number of its only record
+        with open(self.path("keys.las"), "wb") as file:
+            file.write(scan)
+        cloud, out = self.path("keys.tarn"), self.path("keys.copc.laz")
+        self.assertEqual(run("import", self.path("keys.las"), "-o", cloud, "-q").returncode, 0)
+        self.assertIn(said, run("export", cloud, "-o", out).stdout)
+        self.assertEqual(run("export", cloud, "-o", out, "--overwrite", "-q").stdout, "")
+
     def test_two_scans_make_one_cloud(self):
         both = self.path("both.tarn")
         self.assertEqual(run("import", self.scan, self.scan, "-o", both, "-q").returncode, 0)

@@ -2,7 +2,6 @@
 #include "host/formats/laz/CopcWriter.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
 #include "OOCPointCloud/support/Bytes.h"
@@ -22,7 +21,6 @@ constexpr std::size_t kRecordHeadBytes = 54;
 constexpr std::uint16_t kInformationId = 1;
 constexpr std::uint16_t kHierarchyId = 1000;
 constexpr std::size_t kTimeAt = 22;
-constexpr double kAngleUnit = 0.006;  ///< degrees
 
 /// Bytes of a format up to where its colours, or else its extra bytes, begin.
 std::size_t LegacyTimeEnd(std::uint8_t format) { return format == 1 || format == 3 ? 28 : 20; }
@@ -36,9 +34,7 @@ void ConvertRecord(const std::uint8_t* from, std::uint8_t format, std::size_t fr
   to[15] = static_cast<std::uint8_t>(from[15] >> 5 | (returnBits & 0xC0u));
   to[16] = from[15] & 31u;
   to[17] = from[17];
-  const auto rank = static_cast<std::int8_t>(from[16]);
-  const auto angle = static_cast<std::int16_t>(std::lround(rank / kAngleUnit));
-  std::memcpy(to + 18, &angle, sizeof(angle));
+  RefineAngles({from + 16, 1}, to + 18);
   std::memcpy(to + 20, from + 18, 2);
   const std::size_t timeEnd = LegacyTimeEnd(format);
   if (timeEnd == 28) {
@@ -111,6 +107,7 @@ Outcome CopcWriter::Create(const std::filesystem::path& path, const LasFrame& fr
   std::unique_ptr<OutputFile> file;
   if (outcome = OutputFile::Create(path, file); !outcome.Ok()) return outcome;
   std::unique_ptr<CopcWriter> begun(new CopcWriter(cube, source, std::move(file)));
+  begun->layout_.JoinColor(frame.colorOffset);
   outcome = begun->Begin(frame, source);
   if (outcome.Ok()) writer = std::move(begun);
   return outcome;
@@ -122,6 +119,8 @@ CopcWriter::CopcWriter(const CopcCube& cube, const LasHeader& source,
       header_(HeaderFor(source)),
       layout_(LasRecordLayout::Of(source)),
       sourceFormat_(source.pointFormat),
+      lacksWkt_(std::ranges::any_of(source.records, HasGeoKeys) &&
+                std::ranges::none_of(source.records, IsWktRecord)),
       file_(std::move(file)) {
   least_.fill(std::numeric_limits<std::int32_t>::max());
   greatest_.fill(std::numeric_limits<std::int32_t>::min());
@@ -180,9 +179,10 @@ Outcome CopcWriter::WriteNode(const CopcKey& key, std::uint32_t count, const std
     if (columns[i].empty()) continue;  // zeros
     std::span<const std::uint8_t> values = columns[i];
     std::vector<std::uint8_t> widened;
-    if (!WidenColors(fields[i], count, values, widened)) {
+    if (!FitToField(fields[i], count, values, widened)) {
       return Outcome::FromCode(result::kBadRecord, fields[i].dimension.name);
     }
+    if (Outcome outcome = CheckBits(fields[i], values); !outcome.Ok()) return outcome;
     layout_.ScatterRows(i, values.data(), count, assembled_.data());
   }
   Convert(count);

@@ -45,6 +45,9 @@ class CopcWriter {
   [[nodiscard]] const LasRecordLayout& GetLayout() const { return layout_; }
   [[nodiscard]] std::uint8_t GetSourceFormat() const { return sourceFormat_; }
   [[nodiscard]] std::uint8_t GetFormat() const { return header_.pointFormat; }
+  /// Whether the coordinate system is there as GeoTIFF keys alone, as sources of older formats have
+  /// it; those of the file ask for well-known text.
+  [[nodiscard]] bool LacksWkt() const { return lacksWkt_; }
   /// Writes a node with `count` points of its own, maybe none, as LasWriter::WriteBlock does. Each
   /// key comes once.
   Outcome WriteNode(const CopcKey& key, std::uint32_t count, const std::int32_t* xyz,
@@ -71,6 +74,7 @@ class CopcWriter {
   LasHeader header_;  ///< of the file
   LasRecordLayout layout_;
   std::uint8_t sourceFormat_;
+  bool lacksWkt_;
   std::unique_ptr<OutputFile> file_;
   std::unique_ptr<laz::LazPointWriter> points_;
   std::vector<std::uint8_t> head_;

@@ -12,6 +12,7 @@
 #include "host/cloud/Verify.h"
 #include "host/select/Select.h"
 #include "tests/support/BruteForceLas.h"
+#include "tests/support/ScanContent.h"
 #include "tests/support/ScanFolder.h"
 
 namespace tarnhost {
@@ -25,6 +26,7 @@ using oocpctest::ScanFolder;
 using oocpctest::ScanOf;
 using oocpctest::brute::LasFile;
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Bytes = std::vector<std::uint8_t>;
@@ -245,6 +247,44 @@ TEST(OtherCoordinateSystems, MayBeTheSameInAnotherNotation) {
   EXPECT_THAT(notes, ElementsAre(HasSubstr("c.las: its coordinate system is EPSG:26913")));
 }
 
+/// A scan whose header says how its GPS times count.
+Bytes TimedScan(unsigned format, bool isAdjusted, std::uint32_t points = 10) {
+  LasBuilder builder;
+  builder.format = format;
+  builder.pointCount = points;
+  Bytes file = builder.Build();
+  LasBuilder::Put(file, 6, static_cast<std::uint16_t>(isAdjusted ? 1 : 0));
+  return file;
+}
+
+TEST(OtherGpsTimes, AreToldOfInAnImport) {
+  const ScanFolder folder;
+  ImportOptions options = folder.Options(
+      {folder.Add("untimed.las", TimedScan(0, false)),
+       folder.Add("none.las", TimedScan(1, false, 0)), folder.Add("a.las", TimedScan(1, true)),
+       folder.Add("b.las", TimedScan(6, false)), folder.Add("c.las", TimedScan(3, true))});
+  std::vector<std::string> notes;
+  options.notice = [&](const std::string& text) { notes.push_back(text); };
+  ImportReport report;
+  ASSERT_TRUE(IsOk(ImportScans(options, report)));
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("b.las: its GPS times are seconds of the week, those of "
+                                           "the cloud adjusted standard seconds")));
+  std::uint64_t points = 0;
+  ASSERT_TRUE(IsOk(ExportLas(*folder.Open(), 0, folder / "out.las", {}, points)));
+  EXPECT_EQ(oocpctest::ReadFile(folder / "out.las")[6] & 1, 1) << "that of the first times";
+}
+
+TEST(OtherGpsTimes, AreToldOfInAnAppend) {
+  const ScanFolder folder;
+  folder.Import({folder.Add("a.las", TimedScan(3, false))});
+  std::vector<std::string> notes;
+  ASSERT_TRUE(IsOk(Append(
+      folder,
+      {folder.Add("b.las", TimedScan(3, true)), folder.Add("untimed.las", TimedScan(2, true))},
+      &notes)));
+  EXPECT_THAT(notes, ElementsAre(HasSubstr("b.las: its GPS times are adjusted standard seconds")));
+}
+
 Bytes Text(const std::string& text) { return {text.begin(), text.end()}; }
 
 std::uint64_t CountKind(Cloud& cloud, const std::string& kind) {
@@ -441,6 +481,59 @@ TEST(MixedScans, KeepRecordsOfEachButOneCoordinateSystem) {
   EXPECT_THAT(records, ElementsAre("LASF_Projection 34735", "someone 5", "someone 6", "else 7"));
   EXPECT_EQ(out->GetLeadingBytes()[header.records[0].payloadOffset], 1);
   EXPECT_EQ(out->GetTrailingBytes().back(), 9);
+}
+
+/// A PLY file of one point with 8-bit colours, in whole units.
+Bytes PlyWithColor(const std::string& point, const std::string& color) {
+  return Text(
+      "ply\nformat ascii 1.0\nelement vertex 1\nproperty float x\nproperty float y\n"
+      "property float z\nproperty uchar red\nproperty uchar green\nproperty uchar blue\n"
+      "end_header\n" +
+      point + " " + color + "\n");
+}
+
+TEST(MixedScans, SpreadColorsOf8BitsOver16WhereOthersHaveThese) {
+  LasBuilder las;
+  las.format = 2;
+  las.pointCount = 2;
+  las.scale = {0.01, 0.01, 0.01};
+  las.offset = {0, 0, 0};
+  Bytes colored = las.Build();
+  oocpctest::PlacePoints(colored, {{0, 0, 0}, {1000, 1000, 1000}});
+  const oocpctest::ScanContent before(
+      "a.las", {reinterpret_cast<const char*>(colored.data()), colored.size()});
+  std::vector<double> expected = before.Values("DEF_COLOR");
+  expected.insert(expected.end(), {0, 128 * 257, 65535});
+  const Bytes ply = PlyWithColor("1 2 3", "0 128 255");
+  for (const bool isAppended : {false, true}) {
+    const ScanFolder folder;
+    const fs::path a = folder.Add("a.las", colored);
+    const fs::path b = folder.Add("b.ply", ply);
+    ImportOptions options = folder.Options({a});
+    options.keepOrder = true;
+    if (!isAppended) options.inputs.push_back(b);
+    ImportReport report;
+    ASSERT_TRUE(IsOk(ImportScans(options, report)));
+    if (isAppended) {
+      ASSERT_TRUE(IsOk(Append(folder, {b})));
+    }
+    ExpectSound(folder.Repository());
+    std::uint64_t points = 0;
+    ASSERT_TRUE(
+        IsOk(ExportLas(*folder.Open(), isAppended ? 1 : 0, folder / "out.las", {}, points)));
+    EXPECT_THAT(oocpctest::ScanContent(folder / "out.las").Values("DEF_COLOR"),
+                ElementsAreArray(expected));
+  }
+}
+
+TEST(MixedScans, LeaveColorsOf8BitsWhereAllHaveThese) {
+  const ScanFolder folder;
+  folder.Import({folder.Add("a.ply", PlyWithColor("1 2 3", "0 128 255")),
+                 folder.Add("b.ply", PlyWithColor("4 2 3", "1 2 3"))});
+  const auto cloud = folder.Open();
+  const auto color = std::ranges::find(cloud->GetColumns(), "DEF_COLOR", &CloudColumn::name);
+  ASSERT_NE(color, cloud->GetColumns().end());
+  EXPECT_EQ(color->type, (oocpc::ColumnType{oocpc::ValueType::kUInt8, 3}));
 }
 
 TEST(MixedScans, ConvertScalesAndOffsetsExactly) {

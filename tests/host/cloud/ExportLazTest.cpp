@@ -35,7 +35,7 @@ std::unique_ptr<ScanFile> OpenPrepared(const std::filesystem::path& path) {
 
 LasFrame FrameOf(const ScanFile& scan) {
   LasFrame frame{scan.GetLeadingBytes(), scan.GetTrailingBytes(), scan.GetPointCount()};
-  EXPECT_TRUE(IsOk(DropCopcRecords(frame, "test")));
+  EXPECT_TRUE(IsOk(DropRecords(frame, IsCopcRecord, "test")));
   return frame;
 }
 

@@ -46,7 +46,7 @@ Facts FactsOf(const ScanFile& scan) {
   Facts facts;
   // Records that are true of a COPC file's order of points alone are not kept.
   LasFrame frame{scan.GetLeadingBytes(), scan.GetTrailingBytes(), scan.GetPointCount()};
-  EXPECT_TRUE(IsOk(DropCopcRecords(frame, "test")));
+  EXPECT_TRUE(IsOk(DropRecords(frame, IsCopcRecord, "test")));
   EXPECT_TRUE(IsOk(ParseLasFrame(frame.leadingBytes, frame.sourcePointCount, frame.trailingBytes,
                                  "test", facts.header)));
   const SourceRecord source{"scan", frame.sourcePointCount, frame.leadingBytes,

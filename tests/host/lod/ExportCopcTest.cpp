@@ -129,6 +129,23 @@ TEST(ExportCopc, KeepsEqualPointsInTheCellThatTheyLieIn) {
   EXPECT_GT(inOneChunk, kEqual / 2);
 }
 
+TEST(ExportCopc, TellsWhetherKeysAreAllThereIsOfACoordinateSystem) {
+  const LasBuilder::Record keys{"LASF_Projection", 34735, Bytes(16, 1)};
+  const LasBuilder::Record noKeys{"LASF_Projection", 34735, Bytes(8, 1)};
+  const LasBuilder::Record text{"LASF_Projection", 2112, Bytes(9, 'W')};
+  const std::vector<std::pair<std::vector<LasBuilder::Record>, bool>> cases{
+      {{keys}, true}, {{keys, text}, false}, {{text}, false}, {{noKeys}, false}, {{}, false}};
+  for (const auto& [records, lacksWkt] : cases) {
+    LasBuilder builder;
+    builder.format = 3;
+    builder.minor = 2;
+    builder.records = records;
+    const ScanFolder folder;
+    folder.ImportBytes(builder.Build());
+    EXPECT_EQ(Export(folder).lacksWkt, lacksWkt);
+  }
+}
+
 TEST(ExportCopc, IsReadByAnIndependentReader) {
   if (!oocpctest::HasNodeReaders()) GTEST_SKIP() << "copc for node is not installed";
   const ScanFolder folder;
