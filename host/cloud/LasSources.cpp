@@ -17,9 +17,7 @@ namespace {
 
 constexpr std::size_t kRecordHeadBytes = 54;
 constexpr std::size_t kExtendedHeadBytes = 60;
-constexpr std::uint16_t kExtraBytesRecord = 4;
 constexpr std::uint16_t kWaveformRecord = 65535;
-constexpr const char* kSpecUser = "LASF_Spec";
 
 /// Records are there that say nothing: a text of zeros, or a list of no keys.
 bool StatesSystem(const LasSource& source, const LasVariableRecord& record) {

@@ -1,6 +1,7 @@
 // The LAS files that a cloud came from, and what of their records stands in one file made of them.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <vector>
 
@@ -8,6 +9,10 @@
 #include "host/formats/LasHeader.h"
 
 namespace tarnhost {
+
+/// The user of the records that the LAS specification describes.
+inline constexpr const char* kSpecUser = "LASF_Spec";
+inline constexpr std::uint16_t kExtraBytesRecord = 4;
 
 /// A source that is a LAS file. Borrows the bytes of its record.
 struct LasSource {

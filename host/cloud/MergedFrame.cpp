@@ -21,8 +21,6 @@ using Bytes = std::vector<std::uint8_t>;
 using oocpc::ValueType;
 
 constexpr std::uint8_t kFormatCount = 11;
-constexpr std::uint16_t kExtraBytesRecord = 4;
-constexpr const char* kSpecUser = "LASF_Spec";
 
 // Within a descriptor of extra bytes.
 constexpr std::size_t kNameAt = 4;
