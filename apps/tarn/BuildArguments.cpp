@@ -51,6 +51,7 @@ void FillOptions(BuildArguments& arguments) {
   for (const std::string& scan : arguments.scans) options.inputs.push_back(tarnhost::PathOf(scan));
   options.output = tarnhost::PathOf(arguments.repository);
   options.memoryBytes = MemoryToUse(arguments.memory, arguments.quiet);
+  if (options.memoryBytes != 0) tarnhost::KeepLittleFreedMemory();
   std::uint64_t time = 0;
   if (ParseTime(arguments.time, time)) options.timePoint = time;
   options.progress = ShowProgress(arguments.quiet);

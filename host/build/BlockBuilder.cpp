@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "OOCPointCloud/support/Bytes.h"
+#include "host/build/OctreePlan.h"
 #include "host/build/PointCoder.h"
 #include "host/build/Sorting.h"
 
@@ -31,6 +32,21 @@ BlockEncodings EncodingsFor(const Dimension& dimension) {
       dimension.type.value != ValueType::kFloat && dimension.type.value != ValueType::kDouble;
   return isAsked && isWhole ? BlockEncodings::kLight : BlockEncodings::kAll;
 }
+
+/// What a thread keeps from block to block.
+struct BuildBuffers {
+  std::vector<std::uint8_t> gathered;
+  std::vector<std::uint8_t> records;
+  std::vector<std::uint8_t> values;
+  std::vector<double> times;
+  std::vector<CodedPoint> keys;
+  std::vector<CodedPoint> scratch;
+
+  static BuildBuffers& OfThread() {
+    thread_local BuildBuffers buffers;
+    return buffers;
+  }
+};
 
 }  // namespace
 
@@ -87,9 +103,9 @@ void BlockBuilder::SortByTime(std::span<const std::uint8_t> records,
                               std::span<std::uint32_t> rows) const {
   if (!timeDimension_ || rows.size() < 2) return;
   const std::size_t recordBytes = points_.GetRecordBytes();
-  thread_local std::vector<double> times;
-  thread_local std::vector<CodedPoint> keys;
-  thread_local std::vector<CodedPoint> scratch;
+  BuildBuffers& buffers = BuildBuffers::OfThread();
+  std::vector<double>& times = buffers.times;
+  std::vector<CodedPoint>& keys = buffers.keys;
   times.resize(rows.size());
   const auto part = records.subspan(rows[0] * recordBytes, rows.size() * recordBytes);
   points_.ExtractDimension(*timeDimension_, part.data(), rows.size(),
@@ -97,7 +113,7 @@ void BlockBuilder::SortByTime(std::span<const std::uint8_t> records,
   keys.resize(rows.size());
   for (std::size_t i = 0; i < rows.size(); ++i) keys[i] = {OrderOf(times[i]), rows[i]};
   if (std::ranges::is_sorted(keys, {}, &CodedPoint::code)) return;
-  SortByCode(keys, scratch);
+  SortByCode(keys, buffers.scratch);
   for (std::size_t i = 0; i < rows.size(); ++i) rows[i] = static_cast<std::uint32_t>(keys[i].point);
 }
 
@@ -106,9 +122,10 @@ void BlockBuilder::Build(const RecordView& source, std::span<const std::uint64_t
   const std::size_t recordBytes = points_.GetRecordBytes();
   const std::size_t count = sourceRows.size();
   // Twice: the first copy brings the records close together, the second one into order.
-  thread_local std::vector<std::uint8_t> gathered;
-  thread_local std::vector<std::uint8_t> records;
-  thread_local std::vector<std::uint8_t> values;
+  BuildBuffers& buffers = BuildBuffers::OfThread();
+  std::vector<std::uint8_t>& gathered = buffers.gathered;
+  std::vector<std::uint8_t>& records = buffers.records;
+  std::vector<std::uint8_t>& values = buffers.values;
   gathered.resize(count * recordBytes);
   source.Gather(sourceRows, gathered.data());
   std::vector<std::uint32_t> rows(count);
@@ -140,6 +157,7 @@ void BlockBuilder::Build(const RecordView& source, std::span<const std::uint64_t
     points_.ExtractDimension(i, records.data(), count, values.data());
     block.columns.push_back(oocpc::EncodeBlock(dimensions[i].type, values, encodings_[i]));
   }
+  if (count > OctreePlan::kNodeCapacity) buffers = {};  // with many threads it would add up
 }
 
 }  // namespace tarnhost

@@ -35,7 +35,7 @@ struct OctreePlan {
   static constexpr std::uint32_t kNodeCapacity = 24576;
   /// A node with children has about this many samples at most: where a small part of a cloud fills
   /// space as the whole does not, the grid that suits the whole gives its nodes millions of cells.
-  static constexpr std::uint32_t kMostSamples = 8 * kNodeCapacity;
+  static constexpr std::uint32_t kMostSamples = 4 * kNodeCapacity;
 
   std::vector<PlannedNode> nodes;  ///< the root last
   /// Numbers of all points, node after node.

@@ -51,6 +51,9 @@ class PieceTree {
   [[nodiscard]] const std::vector<Piece>& GetPieces() const { return pieces_; }
   /// The number of the piece in which a code lies, which was counted.
   [[nodiscard]] std::uint32_t FindPiece(std::uint64_t code) const;
+  /// Gives back the memory that finding pieces takes; what was found stays. No piece can be found
+  /// any more.
+  void EndFinding() { std::vector<Table>().swap(tables_); }
   /// Occupied cells of the levels 0 to kFirstLevels.
   [[nodiscard]] std::span<const std::uint64_t> GetCellCounts() const { return cellCounts_; }
   [[nodiscard]] std::uint64_t GetPointCount() const { return pointCount_; }

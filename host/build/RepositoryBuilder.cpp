@@ -281,6 +281,7 @@ Outcome RepositoryBuilder::DealThroughFile() {
   const auto report = [&](std::uint64_t done) { return Report("sorting", done); };
   outcome = DealIntoFile(points_, pieces_, coder_, plan_.rowPoints, report, *store);
   points_.Release();
+  pieces_.EndFinding();
   fileStore_ = store.get();
   store_ = std::move(store);
   return outcome;

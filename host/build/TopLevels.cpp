@@ -210,7 +210,7 @@ Outcome TopLevels::Next(std::vector<TakenPoint>& taken, std::vector<std::uint64_
 }
 
 /// A code of each cell.
-std::vector<std::uint64_t> TopLevels::ListCells(const BestOfCells& best) {
+std::vector<std::uint64_t> TopLevels::ListCells(std::span<const CellCandidate> best) {
   std::vector<std::uint64_t> cells(best.size());
   std::ranges::transform(best, cells.begin(),
                          [](const CellCandidate& cell) { return cell.candidate.code; });
@@ -222,7 +222,7 @@ Outcome TopLevels::Open(unsigned level, std::uint64_t index, std::size_t begin, 
                         std::vector<std::uint64_t> above) {
   std::uint64_t points = 0;
   for (std::size_t i = begin; i < end; ++i) points += CountLeft(i, level);
-  BestOfCells best;
+  std::vector<CellCandidate> best;
   if (Outcome outcome = FindBest(level, begin, end, best); !outcome.Ok()) return outcome;
   NodeSampler sampler(std::move(above));
   const unsigned cellLevel = CellLevelOf(grid_, level);
@@ -277,11 +277,23 @@ std::uint64_t TopLevels::CountLeft(std::size_t piece, unsigned level) const {
   return left;
 }
 
+/// Room that is not used takes no memory, but a vector that grows is there twice.
+void TopLevels::MakeRoom(unsigned level, std::size_t begin, std::size_t end,
+                         std::vector<CellCandidate>& best) const {
+  const std::size_t cells = std::size_t{1} << (3 * (CellLevelOf(grid_, level) - level));
+  std::size_t candidates = 0;
+  for (std::size_t piece = begin; piece < end; ++piece) {
+    candidates += candidates_.Count(piece, level);
+  }
+  best.reserve(std::min(cells, candidates));
+}
+
 /// The best point that is left in each cell of a node's level, along the Morton curve. Small cells
 /// lie in one piece; larger ones may reach over several, one behind the other.
 Outcome TopLevels::FindBest(unsigned level, std::size_t begin, std::size_t end,
-                            BestOfCells& best) const {
+                            std::vector<CellCandidate>& best) const {
   const unsigned shift = 3 * (kMortonBits - CellLevelOf(grid_, level));
+  MakeRoom(level, begin, end, best);
   LevelCandidates candidates;
   for (std::size_t piece = begin; piece < end; ++piece) {
     Outcome outcome = candidates_.Get(piece, level, candidates);

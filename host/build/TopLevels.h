@@ -53,6 +53,9 @@ class CandidateStore {
 
   Outcome Put(std::size_t piece, std::span<const LevelCandidates> candidates);
   Outcome Get(std::size_t piece, unsigned level, LevelCandidates& candidates) const;
+  [[nodiscard]] std::size_t Count(std::size_t piece, unsigned level) const {
+    return levels_[piece][level].count;
+  }
 
  private:
   struct Level {
@@ -114,11 +117,11 @@ class TopLevels {
   [[nodiscard]] std::uint64_t CountLeft(std::size_t piece, unsigned level) const;
   [[nodiscard]] std::unordered_map<std::uint64_t, std::uint32_t> CountHeldInstead(
       std::size_t piece, unsigned level) const;
-  /// Of some million cells at most, which a growing vector would have in memory twice.
-  using BestOfCells = std::deque<CellCandidate>;
-
-  [[nodiscard]] static std::vector<std::uint64_t> ListCells(const BestOfCells& best);
-  Outcome FindBest(unsigned level, std::size_t begin, std::size_t end, BestOfCells& best) const;
+  [[nodiscard]] static std::vector<std::uint64_t> ListCells(std::span<const CellCandidate> best);
+  void MakeRoom(unsigned level, std::size_t begin, std::size_t end,
+                std::vector<CellCandidate>& best) const;
+  Outcome FindBest(unsigned level, std::size_t begin, std::size_t end,
+                   std::vector<CellCandidate>& best) const;
 
   std::span<const Piece> pieces_;
   const CandidateStore& candidates_;

@@ -22,6 +22,8 @@ std::uint64_t GetMachineMemoryBytes() {
   return ::GlobalMemoryStatusEx(&status) != 0 ? status.ullTotalPhys : 0;
 }
 
+void KeepLittleFreedMemory() {}
+
 std::FILE* OpenForWriting(const std::filesystem::path& path) {
   return ::_wfopen(oocpc::windows::SystemPath(path).c_str(), L"wb");
 }
