@@ -38,7 +38,7 @@ Outcome NodeWalk::ReadWaiting(Node& node, bool& hasNode) {
     if (left_-- == 0) return TooManyNodes();
     const std::uint64_t next = waiting_.back();
     waiting_.pop_back();
-    const Outcome outcome = cloud_.ReadNode(next, node);
+    Outcome outcome = cloud_.ReadNode(next, node);
     hasNode = outcome.Ok();
     const bool isLeftOut = damaged_ == DamagedNodes::kLeaveOut && IsDamage(outcome.code);
     if (!hasNode && !isLeftOut) return outcome;

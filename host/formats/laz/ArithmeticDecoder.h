@@ -94,7 +94,8 @@ class ArithmeticDecoder {
 
   TARNHOST_LAZ_INLINE void Renormalise() {
     if (length_ >= kLeastLength) return;
-    const unsigned bytes = static_cast<unsigned>(std::countl_zero(length_)) >> 3;
+    // Never zero; the lowest bit says so where it cannot be seen, and changes nothing.
+    const unsigned bytes = static_cast<unsigned>(std::countl_zero(length_ | 1u)) >> 3;
     const std::uint64_t ahead =
         end_ - next_ >= 8 ? LoadBigEndian(next_) : ReadAhead(next_, end_, bytes);
     next_ += bytes;
