@@ -114,6 +114,12 @@ class Reader {
                            " would lie outside the points",
                        where_);
       }
+      // At once: then each chunk that is kept takes some of the file.
+      if (points != 0 && !CanHold(layout_, bytes, points)) {
+        return Damaged("the chunk table states a chunk of " + std::to_string(points) +
+                           " points in " + std::to_string(bytes) + " bytes",
+                       where_);
+      }
       if (points != 0) {
         table_.chunks.push_back({offset, bytes, firstPoint, static_cast<std::uint32_t>(points)});
       }
@@ -129,14 +135,7 @@ class Reader {
 
   Outcome Check() {
     std::uint64_t total = 0;
-    for (const Chunk& chunk : table_.chunks) {
-      if (!CanHold(layout_, chunk.bytes, chunk.points)) {
-        return Damaged("the chunk table states a chunk of " + std::to_string(chunk.points) +
-                           " points in " + std::to_string(chunk.bytes) + " bytes",
-                       where_);
-      }
-      total += chunk.points;
-    }
+    for (const Chunk& chunk : table_.chunks) total += chunk.points;
     if (total == points_.pointCount) return Outcome::Success();
     return Damaged("the chunks hold " + std::to_string(total) + " points, but the header states " +
                        std::to_string(points_.pointCount),
