@@ -17,8 +17,8 @@ namespace tarnhost {
 /// Bytes of main memory that the machine has.
 [[nodiscard]] std::uint64_t GetMachineMemoryBytes();
 
-/// Makes the process give back to the system what it frees, however many threads it has. Costs a
-/// little time; does nothing where the system's library has no such choice.
+/// Makes a process of many threads give back to the system what it frees. Costs time; does nothing
+/// where there are few processors, or the system's library has no such choice.
 void KeepLittleFreedMemory();
 
 /// Opens a file for writing bytes, cutting one that is there; null with `errno` set on failure. The
